@@ -1,0 +1,97 @@
+// The display's graphic properties: one BW_GraphicProps owned by the viewer and
+// the glbVar record that outlives one draw.
+#pragma once
+
+#include <cstdint>
+
+#include "tol.h"
+
+struct BW_GlbVar {
+    int32_t blending = 0;             // non-zero: GL_DECAL and four-component textures
+    int32_t tiling = 0;               // 1: tile textures in the image
+    int32_t patch_lod = 0;            // global surface precision; 0: each surface's own
+    int32_t curMatId = -1;            // material list now bound; -1 nothing
+    int32_t curTxtId = -1;            // texture list now bound; 0 or less nothing
+    int32_t do_optimize = 0;          // printed by the dump
+    uint16_t useLocalTexture = 1;     // local textures of a model count
+    uint16_t useMaterialTexture = 1;  // textures of materials count
+    int32_t materialOverLocal = 1;    // 1: a material's own texture wins over the local one
+    int32_t currentMaterialOnly = 0;  // 1: material texture only for the current material
+    int32_t texFilter = 0;            // 0 each texture's choice, 1 GL_LINEAR, 2 GL_NEAREST
+    uint16_t cullEnable = 0;          // viewing frustum culling (key k)
+    uint16_t listEnable = 0;          // display lists for models (key d)
+    uint16_t useEditBack = 0;         // editing: clear with editBack
+    float editBack[4] = {0.502f, 0.502f, 0.44f, 1.0f};  // editing background RGBA
+    int16_t (*palette)[3] = nullptr;  // wire colours, three 0..255 per entry
+    uint16_t noStrips = 0;            // editing: triangles instead of strips
+};
+
+extern BW_GlbVar glbVar;  // the one global glbVar
+
+using BW_StopFct = int (*)();  // polled between models; non-zero stops the work
+
+struct BW_TextureProps {
+    uint16_t active = 0;    // textures are shown
+    uint16_t selected = 1;  // only selected models are textured
+    uint16_t video = 0;     // video texture on
+};
+
+struct BW_MaterialProps {
+    uint16_t shade = 1;  // filled shaded drawing; 0 wireframe
+    uint16_t matte = 0;  // matte display
+};
+
+// Display type bits.
+enum BW_DispType : uint16_t {
+    DISP_WIRE = 4,
+    DISP_SHADED = 8,
+    DISP_TEXTURED = 16,
+    DISP_NORMALS = 32,
+    DISP_MATTE = 128,
+    DISP_PER_MODEL = 0x1000,
+};
+
+struct BW_GraphicProps {
+    uint16_t icons = 0;              // show icons; adds the wire bit to a shaded dispType
+    uint16_t antialias = 0;          // accumulation antialiasing active
+    uint16_t showGarbage = 0;        // garbage matte visible in shade view (key g)
+    uint16_t dispType = DISP_WIRE;      // display type bits; derived before every draw
+    int32_t anti_lev = 1;            // antialiasing level, 0 to 7
+    int32_t optimize = 2;            // printed by the dump only
+    BW_TextureProps texture;         // texture switches
+    BW_MaterialProps material;       // shading switches
+    int32_t stereoEye = 0;           // 0 none, 1 first eye, 2 second eye
+    float interOcular = 0.5f;        // eye separation
+    void *curCamera = nullptr;       // camera of the draw in progress
+    uint16_t headLight = 0;          // 1: one light at the camera replaces the scene's
+    BW_StopFct stopFct = nullptr;    // polled between models; the viewer keeps it null
+    BW_GlbVar *glbVar = nullptr;     // the one global glbVar
+    uint16_t useHiddenForMatte = 0;  // BW_OVERLOAD_HIDDEN: hidden bits set matte alpha
+    uint16_t inViewer = 0;           // switches off all editing overlays
+    int32_t fogEnable = 0;           // 1: linear fog
+    float fogStart = 20.0f;          // fog start
+    float fogEnd = 100.0f;           // fog end
+    float fogColor[4] = {0, 0, 0, 0};  // fog colour, also the clear colour with fog
+    float backColor[4] = {0, 0, 0, 0}; // clear colour RGBA
+    uint16_t gridEnable = 0;         // editing grid
+    float gridStep[2] = {1.0f, 1.0f};  // grid spacing
+    float gridOrigin[3] = {0, 0, 0};   // grid origin
+    float gridWeight = 1.0f;         // carried, not used
+    uint16_t annotations = 0;        // editing annotations
+    uint16_t safeFrame = 0;          // safe action and safe title frames
+    int32_t pictureCacheCount = 0;   // valid during one texture definition run
+    void *pictureCache = nullptr;    // idem
+    float highlightWidth = 1.0f;     // line width of highlights
+    uint16_t seeThroughGhost = 0;    // editing only
+    uint16_t flatshade = 0;          // editing only
+    uint16_t vertexColors = 0;       // colour from vertices recomputed at draw time
+    uint16_t editFlags[3] = {0, 0, 0};  // editing only
+    uint16_t followSel = 0;          // editing only
+};
+
+void gpropsInit(BW_GraphicProps *props);
+void gpropsCopy(const BW_GraphicProps *from, BW_GraphicProps *to);
+void gpropsDump(const BW_GraphicProps *props);
+TOL_Status gpropsSetDisplayType(BW_GraphicProps *props, int code);
+void gpropsResolveDispType(BW_GraphicProps *props);
+TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);

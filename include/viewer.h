@@ -1,0 +1,113 @@
+// The viewer application: its one state block, the option reader and start-up.
+#pragma once
+
+#include <cstdint>
+
+#include "graphic.h"
+#include "tol.h"
+
+struct ChannelSetup;  // channel setup of a Scene Context
+
+constexpr int VIEWER_MAX_SCENES = 10;  // -S options that are kept
+constexpr const char *VIEWER_TITLE = "BRACKWOOD Viewer";  // program name of the banner
+constexpr const char *VIEWER_VERSION = "4.0";
+constexpr const char *VIEWER_SDK_VERSION = "SDKv4.00.1";
+constexpr const char *VIEWER_DEFAULT_RSRC = "/usr/brackwood/rsrc";
+
+// The viewer's one block, shared by the main thread and the update thread.
+struct ViewerState {
+    TOL_Scene sceneCtx[2];               // the two Scene Contexts; dict -1 before creation
+    TOL_Elem *camera[2];                 // camera viewed in each Scene Context
+    ChannelSetup *channelSetup[2];       // channel setup of each Scene Context
+    uint32_t forceEval[2];               // evaluate the current frame once at the next update
+    uint32_t quit;                       // tells the update thread to return
+    int32_t drawIndex;                   // Scene Context the draw side owns
+    int32_t updateIndex;                 // Scene Context the update side owns
+    int32_t drawCpu, updateCpu;          // processor of each side; always 0 here
+    int32_t processCount;                // Scene Contexts in use, 1 or 2
+    int32_t channelCommand;              // request to the channel run; -c sets 1
+    int32_t curFrame;                    // frame being played
+    int32_t startFrame, endFrame, frameStep;  // play range
+    float walkSpeed, elevatorSpeed;      // from the scene's bounding box
+    void *instance, *dc, *glContext, *window;  // window-system objects
+    int32_t showCommand;                 // window show state handed in by the system
+    int32_t takeNumber;                  // number of the next take
+    char *takeDir, *takeName;            // -T directory and name
+    char userText[256];                  // -z TEXT
+    int32_t userTextX, userTextY;        // -z X, Y on a 1000-step screen
+    float userTextColor[3];              // -z COLOR, RGB 0..1
+    char *sceneName;                     // first scene's name, for take headers
+    uint32_t stereo;                     // -x
+    uint16_t drawFlags;                  // display flag word; bit 32 is key n
+    uint16_t retraceMultiple;            // -f
+    int32_t alphaBits, stencilBits, accumBits;  // what the pixel format offers
+    BW_GraphicProps gprops;              // the one set of graphic properties
+    uint32_t singleBuffer;               // -b
+    uint32_t parallel;                   // 1 when processCount is 2
+    uint32_t channelsRunning, channelStopAck;  // channel run hand-shake
+    uint32_t keysOffInRun;               // -k
+    uint32_t playing;                    // key RIGHT sequence running
+    uint32_t walkMode;                   // key W
+    uint32_t adjustWalkSpeed;            // left double click in walk mode, held
+    uint32_t adjustElevatorSpeed;        // right double click in walk mode, held
+    uint32_t orbitMode;                  // key o held
+    uint32_t orbitInterestMode;          // key O held
+    uint32_t selectMode;                 // space held
+    uint32_t dollyMode;                  // key p held
+    uint32_t zoomPanMode;                // key z held
+    uint32_t zoomIn;                     // middle button in zoom-pan mode
+    uint32_t zoomOut;                    // right button in zoom-pan mode
+    uint32_t panMode;                    // left button in zoom-pan mode
+    uint32_t showInfo;                   // status text on
+    int32_t statsLevel;                  // 0 none, 1 rates, 2 shares
+    uint32_t showCross;                  // key x
+    uint32_t preprocessOnDraw;           // -u
+    uint32_t takeRecording, takeEnabled; // a take is being written; -T was given
+    uint32_t showUserText;               // -z TEXT was given
+    uint32_t listDumpKey;                // both Shift keys down: print the update lists
+    uint32_t expandInstances;            // -e
+};
+
+extern ViewerState viewer;
+
+// What the option reader hands on to start-up.
+struct ViewerOptions {
+    const char *dbPath = nullptr;                       // -D
+    const char *scenes[VIEWER_MAX_SCENES] = {};         // -S, directory part cut off
+    int sceneCount = 0;
+    const char *garbageScene = nullptr;                 // -G
+    const char *resourcePath = nullptr;                 // -R, BW_RSRC or the default
+    int processCount = 0;                               // -p as typed
+    int patchLod = 1;                                   // -l
+    int x = 0, y = 0;                                   // -s position, echoed only
+    int width = 720, height = 486;                      // -s size
+    const char *geometry = nullptr;                     // -s text
+};
+
+// The option reader's own getopt, with the standard library's names.
+namespace viewer_getopt {
+extern int optind;     // next argument; starts at 1
+extern int opterr;     // starts at 1
+extern char *optarg;   // argument of the last option
+int getopt(int argc, char *const argv[], const char *optstring);
+int getsubopt(char **optionp, char *const *tokens, char **valuep);
+}  // namespace viewer_getopt
+
+constexpr const char *VIEWER_OPTSTRING = "buop:a:kcvxs:i:hR:d:D:T:S:G:l:f:z:e";
+
+void viewerInitDefaults();
+ViewerOptions viewerParseOptions(int argc, char *argv[]);
+// Returns 1 when the geometry text parsed, and then stores only the parts present.
+int viewerParseGeometry(const char *text, int *x, int *y, int *width, int *height);
+void viewerEchoOptions(const ViewerOptions &options);
+void viewerBanner(const char *programName);
+void viewerUsage(const char *programName);  // programName: argv[0]
+void viewerWaitForEnter();
+int viewerStartup(const ViewerOptions &options);
+int viewerCreateWindow(const char *title, int width, int height, const char *geometry);
+// The whole run from process start; returns the process exit status.
+int viewerMain(int argc, char *argv[]);
+
+extern const char *const viewerUsageLines[];  // null-terminated
+extern const char *const keysHelp[];          // null-terminated
+void viewerPrintKeysHelp();

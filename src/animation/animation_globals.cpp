@@ -1,0 +1,3 @@
+#include "animation.h"
+
+int animationOptimise = -1;

@@ -88,6 +88,15 @@ struct TOL_Vector {
     float x, y, z;
 };
 
+constexpr const char *TOL_CORE_VERSION = "3Dv4.00.1";  // version of the core
+constexpr const char *TOL_SDK_VERSION = "SDKv4.00.1";  // newest SDK the layer serves
+
+// Compares the numbers in two version texts in turn: 1, 0 or -1. Null is lower
+// than any text; "3Dv4.00.1" and "4.0.1" are equal.
+int versionCompare(const char *a, const char *b);
+// Checks the core's and the caller's versions and reads TOL_VERIFY_OPTIONS once.
+TOL_Status TOL_sceneInitInternal(const char *sdkVersion);
+
 // Start of the layer: finds Relations.rsrc (working directory, then
 // `resourcePath`) and, with `readDatabases` set, reads the database directory.
 TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdkVersion);

@@ -19,7 +19,6 @@ bool fileOpens(const std::string &path) {
 }  // namespace
 
 TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdkVersion) {
-    (void)sdkVersion;  // compared with the core's version once scenes exist
     if (!resourcePath) return tol_report(16, "TOL_Init():path:");
 
     char cwd[BW_PATH_MAX];
@@ -42,5 +41,5 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
         dbDirLoad(g_dbList, resourcePath, 1);
         if (g_dbRead < 0) printf("ERROR: No valid Database where the scene could be found\n");
     }
-    return 0;
+    return TOL_sceneInitInternal(sdkVersion);
 }

@@ -95,3 +95,31 @@ void gpropsDump(const BW_GraphicProps *props);
 TOL_Status gpropsSetDisplayType(BW_GraphicProps *props, int code);
 void gpropsResolveDispType(BW_GraphicProps *props);
 TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);
+
+// OpenGL level (src/graphic/grstate.cpp, grstring.cpp). Called on the thread that
+// owns the GL context.
+
+// The part of the graphic state initialisation that needs no scene: depth
+// function, depth test, normalisation. Returns 1 on success.
+int grStateInitGL(BW_GraphicProps *props);
+// Clears the frame: colour, and depth when shading; fog colour while fog is on.
+TOL_Status TOL_grClear(BW_GraphicProps *props);
+// Draws `str` with the 8 x 13 bitmap font at (x, y) of a 1000-step screen.
+TOL_Status TOL_grStringDraw(const char *str, const float *color, int x, int y);
+// The three thin state wrappers.
+void grLighting(int on);   // on only for the value 1
+void grDepthTest(int on);  // on for any non-zero value
+void grViewport(int x, int y, int width, int height);
+// Clears the stencil buffer once, for a pixel format that has one.
+void grClearStencil();
+// The red alignment cross over the whole viewport.
+void grDrawCross();
+
+// The 8 x 13 bitmap font of TOL_grStringDraw: for each printable character, 32
+// to 126 in order, its code and then 13 rows of 8 pixels, bottom row first, the
+// leftmost pixel in the high bit. Other characters draw as an empty cell.
+constexpr int GR_FONT_GLYPHS = 95;
+struct GrFont8x13 {
+    uint8_t glyph[GR_FONT_GLYPHS][14];
+};
+extern const GrFont8x13 grFont8x13;

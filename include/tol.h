@@ -3,7 +3,9 @@
 // the layer.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <vector>
 
 using TOL_Status = int32_t;  // 0 for no error; an index into the status table
 
@@ -96,6 +98,129 @@ constexpr const char *TOL_SDK_VERSION = "SDKv4.00.1";  // newest SDK the layer s
 int versionCompare(const char *a, const char *b);
 // Checks the core's and the caller's versions and reads TOL_VERIFY_OPTIONS once.
 TOL_Status TOL_sceneInitInternal(const char *sdkVersion);
+
+// ---------------------------------------------------------------------------
+// Core state that the layer keeps per scene and swaps in and out of the globals.
+
+struct ChannelSetup;
+
+struct TOL_PlayCtrl {
+    int32_t startFrame = 1;         // first frame of the play range
+    int32_t endFrame = 100;         // last frame of the play range
+    int32_t frameStep = 1;          // frames advanced per update
+    int32_t currentFrame = 1;       // frame now shown
+    int32_t reserved = 0;           // no default of its own
+    float framesPerSecond = 30.0f;  // frame rate of the scene
+};
+
+struct TOL_RenderCtrl {
+    int32_t words[16] = {};  // carried for the renderer, not read by the viewer
+};
+
+struct TOL_AudioContainer {
+    int32_t words[3] = {};                  // leading words
+    float rates[2] = {2.0f, 30.0f};         // two f32 of the fourth word
+    int32_t defaults[4] = {1, 1, 100, 1};   // integer defaults behind them
+    int32_t tail[4] = {};                   // the rest of the block
+};
+
+struct TOL_UpdateListRow {
+    void *head = nullptr;  // first record of the scene's main update list
+    void *tail = nullptr;  // last record
+    int32_t count = 0;     // records
+};
+
+constexpr int TOL_MANIPULATION_FLAGS = 15;
+
+struct TOL_Sid {
+    uint32_t firstDict;                      // dictionary that existed at initialisation
+    uint32_t firstSelectList;                // its select list
+    uint32_t firstTagList;                   // its second select list
+    uint32_t chapters[33];                   // chapter ids
+    int32_t sceneCount;                      // scenes beyond the initial one
+    std::vector<TOL_UpdateListRow> updateLists;    // per scene: main update list
+    std::vector<TOL_RenderCtrl> renderCtrl;        // per scene: render control
+    std::vector<TOL_PlayCtrl> playCtrl;            // per scene: play control
+    std::vector<ChannelSetup *> channelSetups;     // per scene: channel setup
+    int32_t cameraCount;                           // rows of cameras
+    std::vector<void *> cameras;                   // per scene: camera element used by the core
+    std::vector<std::array<uint16_t, TOL_MANIPULATION_FLAGS>> manipulationFlags;  // per scene
+    std::vector<uint16_t> actionCtrl;              // per scene: action control word
+    std::vector<TOL_AudioContainer> audioContainers;  // per scene: audio container
+    std::vector<void *> histories;                 // per scene: history
+};
+
+// The core's globals of the current scene.
+extern TOL_PlayCtrl g_playCtrl;
+extern TOL_RenderCtrl g_renderCtrl;
+extern uint16_t g_actionCtrl;
+extern uint16_t g_manipulationFlags[TOL_MANIPULATION_FLAGS];
+extern TOL_AudioContainer g_audioContainer;
+extern void *g_history;
+extern ChannelSetup *g_curChannelSetup;
+extern int32_t g_curTagList;      // current second select list
+extern uint32_t g_runFlags;       // the core's run flags; bit 0 is masked during a load
+extern int g_loadMatteScene;      // the scene being loaded is a garbage matte scene
+extern int g_evalFromList;        // evaluation walks the update list
+extern int32_t g_currentFrame;    // the core's current frame
+
+TOL_Sid *tol_sidGet();  // null before the first TOL_sceneInitInternal
+
+// Select lists: numbered, with in-use flags; a scene with dictionary d owns 2d and 2d+1.
+int selectListCreate();              // number of a new list
+int selectListCount();
+int selectListInUse(int list);
+void selectListAdd(int list, const TOL_Elem &elem);
+int selectListSize(int list);
+
+TOL_Status TOL_sceneCreate(TOL_Scene *scene);
+TOL_Status TOL_sceneLoad(TOL_Database *db, const char *name, TOL_Scene *scene);
+TOL_Status TOL_sceneGetCurrent(TOL_Scene *scene);
+TOL_Status TOL_sceneSetCurrent(TOL_Scene *scene);
+TOL_Status TOL_threadStorageInit(TOL_Scene *scene);
+TOL_Status tol_sceneSwapIn(TOL_Scene *scene, TOL_Scene *saved, uint16_t *swapped);
+void tol_dictMakeCurrent(int32_t dict);
+int tol_sceneIsValid(const TOL_Scene *scene);
+TOL_Status tol_elementGetLatestVersion(const char *name, struct Database *db,
+                                       const char *chapterName, char **latest);
+TOL_Status TOL_updatelistGet(TOL_Scene *scene);
+TOL_Status TOL_updatelistEvalScene(TOL_Scene *scene, float time);
+TOL_UpdateListRow *tol_sidUpdateList(const TOL_Scene *scene);
+TOL_RenderCtrl *tol_sidRenderCtrl(const TOL_Scene *scene);
+TOL_PlayCtrl *tol_sidPlayCtrl(const TOL_Scene *scene);
+uint16_t *tol_sidActionCtrl(const TOL_Scene *scene);
+void **tol_sidCamera(const TOL_Scene *scene);
+
+// ---------------------------------------------------------------------------
+// Elements through the layer
+
+TOL_Status tol_elementVerify(const TOL_Scene *scene, const TOL_Elem *elem);
+TOL_Status tol_modelVerify(const TOL_Scene *scene, const TOL_Elem *elem);
+TOL_Status tol_cameraVerify(const TOL_Scene *scene, const TOL_Elem *elem);
+// The central handle check; `dictOverride` -1 for none, `wantChapter` -1 for any.
+// Outputs may be null. With `report` 0 the codes come back unprinted.
+TOL_Status tol_elemResolve(const TOL_Elem *elem, int32_t dictOverride, struct Dictionary **dict,
+                           struct Chapter **chapter, struct Element **entry,
+                           int32_t wantChapter, const char *caller, int report);
+TOL_Elem *TOL_elemGetFirstInChap(uint32_t dict, uint32_t chapter, int skipHidden, TOL_Elem *dest);
+TOL_Elem *TOL_elemGetNextInChap(const TOL_Elem *elem, int skipHidden, TOL_Elem *dest);
+TOL_Elem *TOL_elemGetRoot(const TOL_Elem *elem, TOL_Elem *dest);
+// Values are f32 arrays; get (re)allocates *values with malloc.
+TOL_Status TOL_elemGetParams(const TOL_Elem *elem, int param, int byRelation, int *count,
+                             float **values);
+TOL_Status TOL_elemSetParams(const TOL_Elem *elem, int param, int byRelation, int count,
+                             const float *values);
+TOL_Status TOL_elemSetDisplayMode(const TOL_Elem *elem, int mode);
+TOL_Status TOL_elemDraw(uint32_t dict, const TOL_Elem *elem, uint32_t chapter, int scope,
+                        int state, int clearFirst);
+
+// Video texturing hardware is absent on this platform: each reports status 8.
+struct BW_GraphicProps;
+TOL_Status TOL_siriusInit(BW_GraphicProps *props);
+TOL_Status TOL_siriusExit(BW_GraphicProps *props);
+TOL_Status TOL_siriusProcessEvents(BW_GraphicProps *props);
+// Graphic state of a new GL context, for the scene being displayed.
+TOL_Status TOL_grStateInit(TOL_Scene *scene, BW_GraphicProps *props);
 
 // Start of the layer: finds Relations.rsrc (working directory, then
 // `resourcePath`) and, with `readDatabases` set, reads the database directory.

@@ -1,6 +1,7 @@
 // The viewer application: its one state block, the option reader and start-up.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "graphic.h"
@@ -66,9 +67,29 @@ struct ViewerState {
     uint32_t showUserText;               // -z TEXT was given
     uint32_t listDumpKey;                // both Shift keys down: print the update lists
     uint32_t expandInstances;            // -e
+    // Statistics, seconds and counts; the draw side's and the update side's own.
+    double drawTimeSum, drawLast;        // frame time gathered, clock of the last frame
+    int32_t drawCount;                   // frames gathered
+    double drawRate;                     // frames per second
+    double drawUpdateShare, clearShare, drawShare, hiUpdShare, hiPreShare;  // percent
+    double drawUpdateAcc, clearAcc, drawAcc, hiUpdAcc, hiPreAcc;  // seconds gathered
+    double updateTimeSum, updateLast;    // update time gathered, clock of the last update
+    int32_t updateCount;                 // updates gathered
+    double updateRate;                   // updates per second
+    double loUpdShare, loPreShare;       // percent
+    double loUpdAcc, loPreAcc;           // seconds gathered
 };
 
 extern ViewerState viewer;
+
+// The words the two sides hand over through are read with acquire and written
+// with release order; nothing else orders the two threads.
+template <typename T> inline T loadAcquire(T &word) {
+    return std::atomic_ref<T>(word).load(std::memory_order_acquire);
+}
+template <typename T> inline void storeRelease(T &word, T value) {
+    std::atomic_ref<T>(word).store(value, std::memory_order_release);
+}
 
 // What the option reader hands on to start-up.
 struct ViewerOptions {
@@ -104,9 +125,42 @@ void viewerBanner(const char *programName);
 void viewerUsage(const char *programName);  // programName: argv[0]
 void viewerWaitForEnter();
 int viewerStartup(const ViewerOptions &options);
+// Sets the aspect of the camera of each Scene Context, keeping the current scene.
+void viewerSetAspect(float aspect);
 int viewerCreateWindow(const char *title, int width, int height, const char *geometry);
 // The whole run from process start; returns the process exit status.
 int viewerMain(int argc, char *argv[]);
+
+// The frame loop and its two sides.
+int viewerMessageLoop();          // returns when the window was closed
+void viewerFrame();               // one frame on the main thread
+void viewerRingStep();            // the first step of a frame
+void updateThreadProc();          // body of the update thread
+void updateNormal();              // the update step when no capture runs
+void updateChannels();            // the update step during capture
+void updateHiPriority();          // the draw side's step during capture
+int channelsActive();             // reads channelsRunning and acknowledges a stop
+void channelStart();
+void channelStop();
+void cameraMirror();              // copies the draw side's camera to the other side
+double viewerClock();             // seconds since the first call, millisecond steps
+float timeFromFrame(int frame);   // frame / frames per second of the scene
+void viewerStartSequence();       // key RIGHT
+void viewerStopSequence();
+long viewerFrameNumber();         // viewerFrame calls so far
+int viewerStartUpdateThread();    // 0 when the thread could not be started
+
+// Status text and statistics.
+void viewerStatusText();
+void statsDrawTick(double now);   // one more frame on the draw side
+void statsDrawRates();            // rates and shares once a second has gathered
+void statsUpdateTick(double now);
+void statsUpdateRates();
+
+// Keys: platform key codes, Shift state as read at the event.
+int viewerKeyGate();
+void onKeyDown(int keyCode, int shift);
+void onKeyUp(int keyCode, int shift);
 
 extern const char *const viewerUsageLines[];  // null-terminated
 extern const char *const keysHelp[];          // null-terminated

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Shared set-up of demo.sh and test.sh: install what is missing, configure, build.
-# Usage: scripts/setup.sh [extra cmake args...]
+# Usage: scripts/setup.sh [--tree DIR] [extra cmake args...]   (DIR defaults to build)
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 
 packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libx11-dev libgl1-mesa-dev libglu1-mesa-dev libpng-dev)
+          libx11-dev libgl1-mesa-dev libglu1-mesa-dev libpng-dev
+          xvfb xauth xdotool)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
@@ -17,6 +18,8 @@ if [ ${#missing[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q "${missing[@]}"
 fi
 
-cmake -S "$top" -B "$top/build" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+tree=build
+if [ "${1:-}" = "--tree" ]; then tree=$2; shift 2; fi
+cmake -S "$top" -B "$top/$tree" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
       -DBW_SANITIZE=ON -DBW_WERROR=ON "$@"
-cmake --build "$top/build" -j "$(nproc)"
+cmake --build "$top/$tree" -j "$(nproc)"

@@ -6,6 +6,7 @@
 
 #include "database.h"
 #include "tol.h"
+#include "tol_internal.h"
 
 namespace {
 
@@ -34,12 +35,18 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     }
 
     noInterface = 1;
+    TOL_Status status = tol_coreInit();
+    if (status) return status;
+    // Relation rows are read here once the relation table reader exists.
     dbListInit(g_dbList);
-    g_dbRead = g_dbWrite = g_dbSaved = -1;
 
     if (readDatabases) {
         dbDirLoad(g_dbList, resourcePath, 1);
         if (g_dbRead < 0) printf("ERROR: No valid Database where the scene could be found\n");
+    }
+    if (!tol_sidGet()) {
+        status = tol_defaultObjectsCreate();
+        if (status) return status;
     }
     return TOL_sceneInitInternal(sdkVersion);
 }

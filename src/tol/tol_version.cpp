@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "tol.h"
+#include "tol_internal.h"
 
 namespace {
 
@@ -44,9 +45,9 @@ TOL_Status TOL_sceneInitInternal(const char *sdkVersion) {
     if (versionCompare(sdkVersion, TOL_SDK_VERSION) > 0)
         return tol_report(116, "TOL_sceneInitInternal:");
 
-    static bool initialised = false;
-    if (!initialised) {
-        initialised = true;
+    if (!tol_sidGet()) {
+        TOL_Status status = tol_sidCreate();
+        if (status) return status;
         tol_verifyInit();
     }
     return 0;

@@ -1,3 +1,12 @@
+#include <unistd.h>
+
+#include <cstdio>
+
 #include "viewer.h"
 
-int main(int argc, char *argv[]) { return viewerMain(argc, argv); }
+// The update thread is never joined: leave without running destructors under it.
+int main(int argc, char *argv[]) {
+    int status = viewerMain(argc, argv);
+    fflush(nullptr);
+    _exit(status & 0xff);
+}

@@ -3,12 +3,14 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "database.h"
 #include "animation.h"
 #include "viewer.h"
+#include "viewer_platform.h"
 
 namespace {
 
@@ -18,15 +20,15 @@ bool isDirectory(const char *path) {
 }
 
 // Picks the database asked for, or the one the database directory made current.
-// Prints the reason and returns null when there is none to use.
-Database *viewerChooseDatabase(const char *dbPath) {
+// Prints the reason and returns 0 when there is none to use.
+TOL_Database viewerChooseDatabase(const char *dbPath, Database **dbOut) {
     Database *db = nullptr;
     TOL_Database handle = 0;
     if (!dbPath) {
         printf("No database specified - searching DatabaseDir.rsrc ...\n");
         if (g_dbList.count() == 0) {
             printf("ERROR: No database found in DatabaseDir.rsrc. Aborting.\n");
-            return nullptr;
+            return 0;
         }
         if (g_dbRead >= 0) {
             handle = TOL_dbGet(g_dbList.items[static_cast<size_t>(g_dbRead)].name.c_str());
@@ -36,26 +38,91 @@ Database *viewerChooseDatabase(const char *dbPath) {
         if (TOL_databaseLoad(dbPath, &handle) != 0 || TOL_databaseTOL2BRAK(handle, &db) != 0) {
             printf("ERROR: Invalid database path '%s'\n", dbPath);
             printf("Aborting.\n");
-            return nullptr;
+            return 0;
         }
         dbMakeCurrent(handle - 1);
     }
     if (!db || !db->valid) {
         printf("ERROR: No valid database. Aborting.\n");
-        return nullptr;
+        return 0;
     }
-    return db;
+    *dbOut = db;
+    return handle;
+}
+
+// Loads the scenes into Scene Context i; 0 on a failure, whose status was printed.
+int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, int sceneCount,
+                      const char *garbageScene) {
+    TOL_Scene *scene = &viewer.sceneCtx[i];
+    printf("Process %d Initialisation\n", i + 1);
+    printf("-------------------------\n");
+    if (TOL_sceneCreate(scene) != 0 || TOL_sceneSetCurrent(scene) != 0) return 0;
+    for (int s = 0; s < sceneCount && s < VIEWER_MAX_SCENES; ++s) {
+        printf("scene %d:                %s\n", s + 1, scenes[s]);
+        if (TOL_sceneLoad(handle, scenes[s], scene) != 0) return 0;
+    }
+    if (garbageScene) {
+        printf("Loading garbage mattes:  %s\n", garbageScene);
+        g_loadMatteScene = 1;
+        TOL_Status status = TOL_sceneLoad(handle, garbageScene, scene);
+        g_loadMatteScene = 0;
+        if (status != 0) return 0;
+    }
+    // The channel setup of the context is made here once channels exist.
+    if (viewer.takeEnabled) {
+        // The take directory and name go into the channel setup once it exists.
+    }
+    if (TOL_updatelistGet(scene) != 0) return 0;
+    // Materials and pictures are merged and surfaces preprocessed here once
+    // the display has them.
+    if (i == 0) {
+        int pictures = 0, mergedPictures = 0, mergedMaterials = 0, textureMemory = 0;
+        printf("Texture Summary\n");
+        printf("---------------\n");
+        printf("# of pictures:          %d\n", pictures);
+        printf("# of pictures merged:   %d\n", mergedPictures);
+        printf("# of materials merged:  %d\n", mergedMaterials);
+        printf("Used texture memory:    %d\n", textureMemory);
+        printf("\n");
+    }
+    return 1;
+}
+
+// Display mode and colour of every model, and the camera the context is seen through.
+void viewerPrepareContext(int i) {
+    TOL_Scene *scene = &viewer.sceneCtx[i];
+    TOL_sceneSetCurrent(scene);
+    static const float colour[3] = {0.1f, 0.7f, 0.1f};
+    TOL_Elem model;
+    for (TOL_Elem *m = TOL_elemGetFirstInChap(scene->dict, CHP_MODELS, 0, &model); m;
+         m = TOL_elemGetNextInChap(m, 0, &model)) {
+        TOL_elemSetDisplayMode(m, 8);
+        TOL_elemSetParams(m, 6, 0, 3, colour);
+    }
+    viewer.camera[i] = TOL_elemGetFirstInChap(scene->dict, CHP_CAMERAS, 0, nullptr);
 }
 
 }  // namespace
+
+void viewerSetAspect(float aspect) {
+    TOL_Scene entry;
+    TOL_sceneGetCurrent(&entry);
+    for (int i = 0; i < viewer.processCount; ++i) {
+        if (!viewer.camera[i]) continue;
+        TOL_sceneSetCurrent(&viewer.sceneCtx[i]);
+        TOL_elemSetParams(viewer.camera[i], 22, 0, 1, &aspect);
+    }
+    TOL_sceneSetCurrent(&entry);
+}
 
 int viewerStartup(const ViewerOptions &o) {
     printf("Database Initialisation\n");
     printf("-----------------------\n");
     if (TOL_Init(o.resourcePath, !isDirectory(o.dbPath), VIEWER_SDK_VERSION) != 0) return 0;
 
-    Database *db = viewerChooseDatabase(o.dbPath);
-    if (!db) return 0;
+    Database *db = nullptr;
+    TOL_Database handle = viewerChooseDatabase(o.dbPath, &db);
+    if (!handle) return 0;
     printf("\nUsing database:         %s\n\n", db->name.c_str());
 
     const char *scenes[VIEWER_MAX_SCENES];
@@ -79,38 +146,38 @@ int viewerStartup(const ViewerOptions &o) {
         viewer.processCount = 1;
         viewer.drawIndex = viewer.updateIndex = 0;
     }
-
-    for (int i = 0; i < viewer.processCount; ++i) {
-        printf("Process %d Initialisation\n", i + 1);
-        printf("-------------------------\n");
-        for (int s = 0; s < sceneCount; ++s) printf("scene %d:                %s\n", s + 1, scenes[s]);
-        if (o.garbageScene) printf("Loading garbage mattes:  %s\n", o.garbageScene);
-        if (i == 0) {
-            int pictures = 0, mergedPictures = 0, mergedMaterials = 0, textureMemory = 0;
-            printf("Texture Summary\n");
-            printf("---------------\n");
-            printf("# of pictures:          %d\n", pictures);
-            printf("# of pictures merged:   %d\n", mergedPictures);
-            printf("# of materials merged:  %d\n", mergedMaterials);
-            printf("Used texture memory:    %d\n", textureMemory);
-            printf("\n");
-        }
-    }
+    for (int i = 0; i < viewer.processCount; ++i)
+        if (!viewerLoadContext(i, &handle, scenes, sceneCount, o.garbageScene)) return 0;
 
     TOL_gpropsSetSurfacePrecision(&viewer.gprops, o.patchLod);
     glbVar.cullEnable = 0;
     glbVar.listEnable = 0;
     viewer.gprops.stereoEye = 0;
 
+    for (int i = 0; i < viewer.processCount; ++i) viewerPrepareContext(i);
+    viewerSetAspect(static_cast<float>(o.width) / static_cast<float>(o.height > 0 ? o.height : 1));
+
     viewer.sceneName = strdup(scenes[0]);
+    if (const TOL_PlayCtrl *play = tol_sidPlayCtrl(&viewer.sceneCtx[0])) {
+        viewer.startFrame = play->startFrame;
+        viewer.endFrame = play->endFrame;
+        viewer.frameStep = play->frameStep;
+    }
     if (viewer.frameStep < 1) viewer.frameStep = 1;
+
+    TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.drawIndex]);
+    TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.updateIndex]);
+    // Walking and elevator speeds come from the scene's bounding box once models
+    // have one.
     viewer.drawCpu = viewer.updateCpu = 0;
+    if (viewer.parallel && !viewerStartUpdateThread()) return 0;
     return 1;
 }
 
 int viewerMain(int argc, char *argv[]) {
     setvbuf(stdout, nullptr, _IONBF, 0);
     setvbuf(stderr, nullptr, _IONBF, 0);
+    viewerClock();  // the clock counts from here
     viewerInitDefaults();
 
     animationOptimise = -1;
@@ -126,5 +193,8 @@ int viewerMain(int argc, char *argv[]) {
         viewerWaitForEnter();
         return -1;
     }
+    if (const char *script = getenv("BW_VIEWER_SCRIPT")) viewerScriptLoad(script);
+    viewerMessageLoop();
+    storeRelease(viewer.quit, 1u);
     return 0;
 }

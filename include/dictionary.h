@@ -1,0 +1,378 @@
+// The scene dictionary: element names, the relation table, and the in-memory
+// model of a scene (chapters, elements and the relation instances joining them).
+//
+// The universal handle of an object is (chapter id, element index). Element
+// arrays grow by reallocation, so an Element pointer is good only until the
+// next addition to the same chapter.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "database.h"
+
+// ---------------------------------------------------------------------------
+// Element names
+
+// Set while a scene file is being read: names then keep their special characters.
+extern int g_sceneLoading;
+
+struct ElemName {
+    std::string dbPath;           // path of the database the file was read from; "" for none
+    std::string reserved1;        // unused
+    std::string subdir;           // directory under the chapter with a trailing '/', or ""
+    std::string alias;            // ALIAS of the scene file; "" for none
+    std::string prefix;           // text before the first '-' (usually the scene); "" for none
+    std::string name;             // the element's own name
+    std::string version = "1";    // decimal
+    std::string revision = "0";   // decimal
+    int32_t time = 0;             // modification time, seconds since the epoch
+    std::string fullName;         // [prefix-]name.version-revision, no chapter suffix
+    int32_t reserved2 = 0;        // unused
+    uint16_t mode = 0;            // file mode bits of the directory scan; 0x4000 = directory
+    int32_t size = 0;             // file size in bytes
+};
+
+ElemName *elemNameNew();  // defaults, time = now
+void elemNameFree(ElemName *name);
+// New name from a file name; fullName cut at the suffix when `stripSuffix` is set.
+ElemName *elemNameParse(const char *fileName, const char *alias, int stripSuffix);
+// Splits a file name; 1, or 0 for a null name (outputs untouched then).
+int elemNameSplit(const char *fileName, std::string &prefix, std::string &name,
+                  std::string &version, std::string &revision, std::string &suffix);
+// "prefix-name.version-revision" (or "name.version-revision"), parts sanitized.
+std::string elemNameFormat(const ElemName &name);
+// The text cleaned for use in a file name; "" when it was empty.
+std::string elemNameSanitize(const std::string &text, int isPrefix);
+// Case-insensitive order in which '_' comes before the hexadecimal digits.
+// Null sorts before any text. Result -1, 0 or 1.
+int elemNameCompare(const char *a, const char *b);
+// True when `text` reads as "%d-%d" and prints back identically.
+bool elemNameIsVersionStamp(const char *text, int *version, int *revision);
+
+// ---------------------------------------------------------------------------
+// Relation table
+
+enum RelationGroupId {
+    RELGR_PARAM = 0,
+    RELGR_TRANSFO = 1,
+    RELGR_GEOM = 2,
+    RELGR_RENDER = 3,
+    RELGR_CUSTOM = 4,
+    RELGR_OTHER = 5,
+};
+constexpr int REL_GROUP_COUNT = 6;    // groups on each side of an element
+constexpr int16_t REL_ANY_CHAPTER = -10;  // "*" in the table: chapters come from the caller
+constexpr int32_t REL_CUSTOM = 20000;     // custom effect; may repeat between two elements
+constexpr int32_t REL_EXPRESSION = 20010; // stands in every group; as a wanted id: all groups
+
+struct RelationRow {
+    int32_t relid = 0;              // relation id; a relid's rows are adjacent, instances 1, 2, ...
+    std::string name;               // the relation's name
+    int16_t chpFrom = 0;            // source chapter id, REL_ANY_CHAPTER for any
+    int16_t chpTo = 0;              // target chapter id, REL_ANY_CHAPTER for any
+    int16_t grpFrom = 0;            // group on the source
+    int16_t grpTo = 0;              // group on the target
+    int16_t rk = 0;                 // rank in the group
+    int16_t fo = 1;                 // fan-out: instances a single source may hold
+    int16_t dd = 0;                 // third number of the row
+    int16_t noRecord = 0;           // non-zero: no update-list record
+    int16_t hierarchyFirst = 0;     // non-zero: a hierarchy record stands before it
+    int16_t act = 1;                // active in the update
+    int16_t actdep = 1;             // active in the dependency
+    std::string customSource;       // operator rows: source attribute name
+    std::string customDest;         // operator rows: destination name
+    int32_t customWords[5] = {};    // operator rows: remaining custom words
+    uint16_t customHalf[4] = {};    // operator rows: custom half-words
+    int16_t opFlag = 0;             // non-zero for rows a custom operator made
+    int32_t kind = 3;               // 3 for rows of a RELATIONS section
+};
+
+// Lookup index of a RelationDict: row numbers ordered by relid.
+struct RelationIndex {
+    std::vector<int32_t> sorted;  // row numbers, by relid, file order among equals
+    int32_t valid = 0;            // 0: rebuild before next use
+};
+
+struct RelationDict {
+    std::vector<RelationRow> rows;         // in file order
+    int32_t reserved = 0;                  // unused
+    std::unique_ptr<RelationIndex> index;  // made by the first relDictAddRow
+    int count() const { return static_cast<int>(rows.size()); }
+};
+
+// The process-wide table, filled at initialisation by the resource reader.
+extern RelationDict g_relationDict;
+
+void relDictClear(RelationDict *table);  // no rows, no index
+// Appends a row; creates the index on first use and marks it invalid. Row number.
+int relDictAddRow(RelationDict *table, const RelationRow &row);
+int relRowFind(const RelationDict *table, int32_t relid);   // first row or -1
+int relRowCount(const RelationDict *table, int32_t relid);  // rows of the relid
+const char *relName(const RelationDict *table, int32_t relid);  // "unknown" if none
+// Row of instance n (below 1 means 1) of the relid; outputs may be null. 1 or 0.
+int relRowInstance(const RelationDict *table, int32_t relid, int instance, int16_t *chpFrom,
+                   int16_t *chpTo, int16_t *grpFrom, int16_t *grpTo, int16_t *rk, int16_t *fo);
+int relFanOutOf(const RelationDict *table, int32_t relid);  // fo of the first row, -1 if none
+bool relSameChapters(const RelationDict *table, int32_t relid);  // a chapter of the row is -10
+void relDump(const RelationDict *table);  // the table to standard output
+
+// ---------------------------------------------------------------------------
+// Dictionary records
+
+struct RelationInst {
+    int32_t relid;     // relation id
+    int32_t elem;      // index of the element at the other end
+    int32_t actfcv;    // -1, or the ANIMATION index of the fcurve animating it
+    int32_t serialid;  // -1, or tells apart repeated instances between two elements
+    uint16_t chp;      // chapter id of the other end
+    uint16_t grp;      // group of the twin instance on the other element
+    uint16_t activ;    // 1 active, 0 inactive
+    uint16_t visited;  // set while an iterator stands on it
+    void *data;        // relation data, owned by the source side; null for none
+    int32_t rank;      // ordering key within the group
+};
+
+struct RelationGroup {
+    int32_t count;         // instances in use
+    int32_t capacity;      // instances allocated; grows by one
+    int32_t cursor;        // 1 + index of the last one an iterator returned, 0 at the start
+    RelationInst *items;   // malloc'd, ascending rank; null when empty
+    int32_t state;         // sort state of the update list build
+    uint32_t vis;          // group visible / enabled; 1 when emptied
+};
+
+// Small optional record of an element.
+struct ElementExtra {
+    int32_t count;    // entries of items
+    int32_t *items;   // malloc'd
+};
+
+struct Element {
+    ElemName *name;              // owned; null for a free slot
+    void *data;                  // the loaded object; owned by its reader
+    void *aux;                   // second object; owned by its reader
+    float schemX, schemY;        // schematic position
+    int32_t reserved1;           // unused
+    int32_t schemMark;           // third value of SCHEM
+    int32_t stamp;               // creation stamp: running number of additions
+    uint32_t browserData;        // browser storage, 2 at creation
+    float browserValue[2];       // browser values (sort keys 16, 17)
+    uint16_t browserBits;        // bit 0 set by USR
+    int32_t iconRect[4];         // icon x, y, width, height
+    float *srt;                  // 9 floats stored by SRT, malloc'd; null for none
+    uint16_t dirty;              // needs saving
+    uint16_t selected;           // selection mark
+    uint16_t shared;             // file from the chapter's SHARE directory
+    uint16_t isNew;              // 2 made in memory, 1 named by a scene, 0 slot reset
+    uint16_t deleted;            // 0 live, 1 hidden, 2 free slot
+    uint16_t level;              // compared for name clashes in one sub-tree
+    int32_t owner;               // SCENES index of the scene that brought it in
+    int32_t root;                // index of the root of its hierarchy in this chapter
+    int32_t lev;                 // depth under root, 0 for a root
+    int32_t flag;                // general mark ("FLAG")
+    int32_t wrkid;               // work identifier: position in the scene file
+    int32_t childGroupCount;     // 6, or 0 without relations
+    RelationGroup *childGroups;  // malloc'd; relations in which it is the source
+    int32_t parentGroupCount;    // 6, or 0 without relations
+    RelationGroup *parentGroups; // malloc'd; relations in which it is the target
+    ElementExtra *extra;         // malloc'd; null for none
+    int32_t reserved2[3];        // unused
+    char *suffix;                // malloc'd file suffix of the directory scan; null for none
+};
+
+struct ElemDataIndex {
+    int32_t count = 0;                // live entries after a rebuild
+    std::vector<int32_t> sortedIndex; // element indices ordered by data pointer
+    int32_t valid = 0;                // 0: rebuild before next use
+};
+
+struct Chapter {
+    std::string name;                      // directory name
+    int32_t elementCount = 0;              // slots in use, deleted ones included
+    Element *elements = nullptr;           // malloc'd array of elementCount
+    std::vector<int32_t> sorted;           // display order of elemlistSortChapterElements
+    std::vector<int32_t> hierOrder;        // ANIMATION only: elemHierSort output
+    std::vector<int32_t> hierChildCount;   // parallel to hierOrder
+    uint16_t kind = 1;                     // ChapterKind
+    int32_t iconIndex = 0;                 // "chpicn"
+    int32_t reserved = 0;                  // unused
+    std::string directory;                 // kind 2: absolute directory
+    std::vector<std::string> subdirNames;  // known sub-directories, each with a trailing '/'
+    int32_t subdirCount = 0;               // entries of subdirNames
+    std::vector<std::string> subdirLabels; // labels of the sub-directories
+    ElemDataIndex *dataIndex = nullptr;    // owned; made while BW_LOAD_OPTIM is set
+    std::string suffix;                    // default file suffix; "" for none
+};
+
+// One browser view of the dictionary; the words belong to the browser module.
+struct BrowserView {
+    int32_t sortKey = 6;             // key of elemlistSortChapterElements
+    uint16_t viewA[2] = {3, 0};      // view settings
+    uint16_t viewB[2] = {1, 0};      // view settings
+    int32_t viewC = -1;              // view settings
+    uint16_t viewD[3] = {0, 0, 1};   // view settings; [2] is the view's last flag
+};
+
+// One entry of a sub-scene list.
+struct SubSceneEntry {
+    int32_t count;          // groups
+    RelationGroup *groups;  // malloc'd; items freed like relation groups
+};
+
+struct SubSceneList {
+    int32_t count;           // entries
+    SubSceneEntry *entries;  // malloc'd
+};
+
+struct Dictionary {
+    int32_t chapterCount = 0;           // 36 once created
+    std::vector<Chapter> chapters;      // indexed by chapter id
+    std::vector<int32_t> chapterOrder;  // chapter ids sorted by name, built on demand
+    int32_t updateCount = 0;            // entries of the update list
+    void *updateList = nullptr;         // malloc'd by the update list build
+    uint32_t updateDirty = 1;           // a change may alter the update list
+    BrowserView list1;                  // first browser view
+    BrowserView list2;                  // second browser view
+    Database *database = nullptr;       // the database the scene was loaded from
+    int32_t update2Count = 0;           // entries of the per-element dependency order
+    void *update2List = nullptr;        // malloc'd by the update list build
+    uint32_t update2Dirty = 1;          // a change may alter the second list
+    uint16_t isMain = 1;                // holds the live scene
+    uint16_t browserDirty = 1;          // browser must redraw
+    SubSceneList lists[2] = {};         // sub-scene lists
+    uint16_t scratchFlag = 0;           // scratch
+    uint16_t hierarchyDirty = 1;        // MODELS hierarchy changed: re-derive transforms
+};
+
+// ---------------------------------------------------------------------------
+// Thread storage: the current state of each thread that calls the layer.
+
+struct ThreadStorage {
+    int32_t curDict;        // dictionary slot of the current scene
+    int32_t curSelectList;  // current select list
+    void *curCamera;        // current camera
+};
+
+ThreadStorage *threadStorage();  // the calling thread's block, made on first use
+
+// ---------------------------------------------------------------------------
+// Dictionaries and chapters
+
+int dictAllocSlot();               // new slot with dictInit applied, or -1
+bool dictFreeSlot(int slot);       // false for the caller's own slot or a bad one
+Dictionary *dictGet(int slot);     // null for a bad or unused slot
+int dictCount();                   // slots ever made
+bool dictInUse(int slot);
+Dictionary *dictCurrent();         // the calling thread's dictionary, or null
+void dictInit(Dictionary *dict);
+// Makes the 36 chapters in table order; ids[i] (may be null) receives each id.
+// 1, or 0 when the dictionary has chapters already. Adds no scene: see dictEnsureScene.
+int dictCreateChapters(Dictionary *dict, int32_t *ids, int mainFlag);
+void dictFree(Dictionary *dict, int keepNames);
+// With keepNames, names of selected elements are not freed: their owner is
+// whoever took the pointer before the call.
+void chapterFree(Chapter *chapter, int keepNames);
+int chapterAddByName(Dictionary *dict, const char *name);  // id, new or existing; -1 for null
+int dictChapterFind(const Dictionary *dict, const char *name);           // id or -1
+int dictChapterFindBySuffix(const Dictionary *dict, const char *suffix);  // id or -1
+int chapterDirOf(int chapterId);  // chapter table row describing the chapter, or -1
+Chapter *dictChapter(Dictionary *dict, int chapterId);  // null when out of range
+// Element 0 of SCENES; a "no_name" scene is made if the chapter is empty.
+Element *dictEnsureScene(Dictionary *dict);
+void dictCleanupAfterLoad(Dictionary *dict);
+void dictDump(const Dictionary *dict);  // to standard error
+
+// ---------------------------------------------------------------------------
+// Elements
+
+// The name passes to the chapter. Index, or -1 for a null chapter.
+int elemAddRaw(Chapter *chapter, ElemName *name, void *data, void *aux, int32_t owner,
+               int32_t wrkid, int makeRelations, int reuse);
+// With relations, reusing free slots; sets the dictionary's dirty flags.
+int elemAdd(Dictionary *dict, int chapterId, ElemName *name, void *data, void *aux,
+            int32_t owner, int32_t wrkid);
+Element *elemGet(Dictionary *dict, int chapterId, int index);
+Element *elemGetInChapter(Chapter *chapter, int index);
+int elemIndexOf(Dictionary *dict, int chapterId, const Element *elem);
+int elemFindByData(Dictionary *dict, int chapterId, const void *data);
+int elemFindByAux(const Chapter *chapter, const void *aux);       // live elements
+int elemFindDeletedAux(const Chapter *chapter, const void *aux);  // hidden elements
+// First live element other than `skip` with that prefix (null: any) and name;
+// `level` and `root` are compared when not negative; newOnly keeps new != 0.
+int elemFindByName(Dictionary *dict, int chapterId, int skip, const char *prefix,
+                   const char *name, int level, int root, int newOnly);
+int elemFindByFullName(Dictionary *dict, int chapterId, int skip, const char *fullName,
+                       int newOnly);
+int elemCountLive(const Chapter *chapter);
+// `elem` or, when null, `index` names the element; relFilter -1 for none. 1 or 0.
+int elemRemove(Dictionary *dict, int chapterId, Element *elem, int index, int32_t relFilter,
+               int keepRelations, int freeSlot);
+int elemRename(Dictionary *dict, int chapterId, Element *elem, const char *prefix,
+               const char *name);  // 1 refused, 0 done; -1 for bad arguments
+std::string elemUniqueName(Dictionary *dict, int chapterId, const char *base, int *number,
+                           int byPrefix);
+void elemHierSort(Chapter *chapter);
+// Fills chapter->sorted; number of entries written.
+int elemlistSortChapterElements(Chapter *chapter, int chapterId, int key, int direction,
+                                int hierarchical);
+void elemSetSuffix(Element *elem, const char *suffix);  // copies; null clears
+void elemSetSrt(Element *elem, const float *srt);       // copies 9 floats; null clears
+
+// ---------------------------------------------------------------------------
+// Relations. Every call names both ends; adding or removing updates both.
+// A null table means g_relationDict.
+
+// Relation data release; null frees the record with free().
+using RelDataFreeFn = void (*)(int32_t relid, void *data);
+extern RelDataFreeFn g_relDataFree;
+
+int relInsert(RelationGroup *group, const RelationDict *table, int32_t relid, int32_t chp,
+              int32_t elem, int32_t grp, int32_t rank, int32_t fanOut, int32_t instanceLimit,
+              int32_t serialid, int addFlag, void *data, int activ);
+int relAdd(Dictionary *dict, const RelationDict *table, int32_t src, int32_t dst,
+           int32_t relid, int srcInstance, int dstInstance, void *data, int activ);
+int relAddVia(Dictionary *dict, const RelationDict *table, int srcChapter, int32_t src,
+              int dstChapter, int32_t dst, int32_t relid, int srcInstance, int dstInstance,
+              void *data, int activ);
+int relAddFull(Dictionary *dict, const RelationDict *table, int srcChapter, int dstChapter,
+               int srcGroup, int dstGroup, int32_t src, int32_t dst, int32_t relid,
+               int32_t serialid, int32_t rank, void *data);
+// Drops the instances of the element's side (child 1: it is the source) that
+// match; relid, otherChapter, other and serialid match anything when negative.
+int relRemove(Dictionary *dict, int chapterId, int32_t index, int child, int32_t relid,
+              int otherChapter, int32_t other, int32_t serialid);
+int relRemoveAll(Dictionary *dict, int chapterId, int32_t index);
+int relRemoveChildren(Dictionary *dict, int chapterId, int32_t index);
+int relRemoveParents(Dictionary *dict, int chapterId, int32_t index);
+
+Element *relFirst(Dictionary *dict, Element *elem, int child, int group, int32_t relid,
+                  int chapter, int32_t *outChapter, int32_t *outIndex);
+Element *relNext(Dictionary *dict, Element *elem, int child, int group, int32_t relid,
+                 int chapter, int32_t *outChapter, int32_t *outIndex);
+Element *relFirstInGroup(Dictionary *dict, Element *elem, int child, int group, int32_t low,
+                         int32_t high, int chapter, int32_t *outChapter, int32_t *outIndex);
+Element *relNextInGroup(Dictionary *dict, Element *elem, int child, int group, int32_t low,
+                        int32_t high, int chapter, int32_t *outChapter, int32_t *outIndex);
+Element *relFirstBySerial(Dictionary *dict, Element *elem, int child, int group,
+                          int32_t relid, int chapter, int32_t serialid, int32_t *outChapter,
+                          int32_t *outIndex);
+Element *relNextBySerial(Dictionary *dict, Element *elem, int child, int group,
+                         int32_t relid, int chapter, int32_t serialid, int32_t *outChapter,
+                         int32_t *outIndex);
+int relCount(const Element *elem, int child, int group, int32_t relid, int chapter);
+int relCountRange(const Element *elem, int child, int group, int32_t low, int32_t high,
+                  int chapter);
+// Source-side instance of the relid towards (chapter, target); target -1 for any.
+RelationInst *relFind(Element *elem, int32_t relid, int chapter, int32_t target);
+int relHas(const Element *elem, int child, int32_t relid, int chapter);
+RelationInst *relLastReturned(Element *elem, int child, int group);
+// Source-side instance number n (from 0) of the relid, across the groups in
+// order, skipping free slots at the other end.
+RelationInst *relNth(Dictionary *dict, Element *elem, int32_t relid, int chapter, int n);
+// The instance on the other end that points back to (chapter, index), whose
+// `child` side holds `inst`.
+RelationInst *relFindTwin(Dictionary *dict, int chapter, int32_t index, int child,
+                          const RelationInst *inst);

@@ -1,0 +1,357 @@
+// Scene lifecycle: the per-scene store of the core's globals (tol_sid), the swap
+// that moves them in and out, the current scene of each thread, scene creation.
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include "camera.h"
+#include "database.h"
+#include "dictionary.h"
+#include "tol.h"
+#include "tol_internal.h"
+
+TOL_PlayCtrl g_playCtrl;
+TOL_RenderCtrl g_renderCtrl;
+uint16_t g_actionCtrl = 0;
+uint16_t g_manipulationFlags[TOL_MANIPULATION_FLAGS] = {};
+TOL_AudioContainer g_audioContainer;
+void *g_history = nullptr;
+ChannelSetup *g_curChannelSetup = nullptr;
+int32_t g_curTagList = 0;
+uint32_t g_runFlags = 0;
+int g_loadMatteScene = 0;
+int g_evalFromList = 0;
+int32_t g_currentFrame = 1;
+
+namespace {
+
+TOL_Sid *sid = nullptr;
+// Set while tol_sceneSwapIn calls TOL_sceneSetCurrent. Each thread swaps its own
+// scene, so the flag is the thread's.
+thread_local uint16_t swapping = 0;
+
+// The globals above are process-wide while both sides swap their scene in once
+// a frame: the copy in and out of them is serialised so that neither side sees
+// a half-copied block.
+std::mutex globalsMutex;
+
+struct SelectList {
+    std::vector<TOL_Elem> items;  // selected elements
+    bool inUse;                   // list number taken
+};
+std::vector<SelectList> selectLists;
+
+size_t row(const TOL_Scene *scene) { return scene->dict; }
+
+// History of a scene: the viewer only carries it around.
+struct History {
+    int32_t depth;  // steps kept
+};
+
+// Slot allocation for a new scene. `first` is the initial scene, whose rows are
+// read from the globals as they stand.
+TOL_Status slotAllocate(bool first) {
+    TOL_Sid &s = *sid;
+    size_t n = static_cast<size_t>(s.sceneCount) + 1;
+    try {
+        if (first) {
+            s.cameras.resize(1, nullptr);
+            s.cameraCount = 1;
+        }
+        s.renderCtrl.resize(n, first ? g_renderCtrl : TOL_RenderCtrl{});
+        s.playCtrl.resize(n, first ? g_playCtrl : TOL_PlayCtrl{});
+        s.actionCtrl.resize(n, first ? g_actionCtrl : static_cast<uint16_t>(0));
+    } catch (const std::bad_alloc &) {
+        return tol_report(70, "Insufficient memory for scene play, render, and action control storage.");
+    }
+    try {
+        s.channelSetups.resize(n, nullptr);
+    } catch (const std::bad_alloc &) {
+        return tol_report(70, "Insufficient memory for channel setup storage.");
+    }
+    try {
+        s.updateLists.resize(n);
+    } catch (const std::bad_alloc &) {
+        return tol_report(70, "Insufficient memory for scene updateList storage.");
+    }
+    try {
+        std::array<uint16_t, TOL_MANIPULATION_FLAGS> flags{};
+        if (first) memcpy(flags.data(), g_manipulationFlags, sizeof g_manipulationFlags);
+        s.manipulationFlags.resize(n, flags);
+    } catch (const std::bad_alloc &) {
+        return tol_report(70, "scene global manipulation flags.");
+    }
+    try {
+        s.audioContainers.resize(n);
+    } catch (const std::bad_alloc &) {
+        return tol_report(70, "Insufficient memory for scene audio container list storage.");
+    }
+    try {
+        s.histories.resize(n, nullptr);
+        // Histories live as long as the process; this list keeps them all, whatever
+        // the swaps of two threads leave in the rows.
+        static std::vector<std::unique_ptr<History>> allHistories;
+        allHistories.push_back(std::make_unique<History>(History{0}));
+        s.histories[n - 1] = allHistories.back().get();
+        // The initial scene is the one whose globals are live: its history is.
+        if (first) g_history = s.histories[n - 1];
+    } catch (const std::bad_alloc &) {
+        return tol_report(70, "Insufficient memory for scene history storage.");
+    }
+    ++s.sceneCount;
+    return 0;
+}
+
+// Creates the working camera of a scene in its CAMERAS chapter.
+int32_t cameraElementCreate(Dictionary *dict, const char *name, int32_t *index) {
+    ElemName *elemName = elemNameNew();
+    elemName->name = name;
+    elemName->fullName = elemNameFormat(*elemName);
+    Camera *camera = new Camera;
+    camera->kind = CAMERA_KIND_WORKING;
+    *index = elemAdd(dict, CHP_CAMERAS, elemName, camera, nullptr, 0, 0);
+    return *index;
+}
+
+void copyChapterIds(uint32_t *chapters) {
+    for (int i = 0; i < 33; ++i) chapters[i] = static_cast<uint32_t>(i);
+}
+
+}  // namespace
+
+TOL_Sid *tol_sidGet() { return sid; }
+
+int selectListCreate() {
+    selectLists.push_back({{}, true});
+    return static_cast<int>(selectLists.size()) - 1;
+}
+int selectListCount() { return static_cast<int>(selectLists.size()); }
+int selectListInUse(int list) {
+    return list >= 0 && list < selectListCount() && selectLists[static_cast<size_t>(list)].inUse;
+}
+void selectListAdd(int list, const TOL_Elem &elem) {
+    if (selectListInUse(list)) selectLists[static_cast<size_t>(list)].items.push_back(elem);
+}
+int selectListSize(int list) {
+    return selectListInUse(list) ? static_cast<int>(selectLists[static_cast<size_t>(list)].items.size()) : 0;
+}
+
+int tol_sceneIsValid(const TOL_Scene *scene) {
+    if (!scene) return 0;
+    int32_t d = static_cast<int32_t>(scene->dict);
+    return d >= 0 && d < dictCount() && dictInUse(d) &&
+           selectListInUse(static_cast<int>(scene->selectList)) &&
+           selectListInUse(static_cast<int>(scene->tagList)) && sid &&
+           static_cast<size_t>(d) < sid->playCtrl.size();
+}
+
+TOL_Status tol_coreInit() {
+    if (dictCount() > 0) return 0;
+    int slot = dictAllocSlot();
+    if (slot < 0) return tol_report(4, "Error allocating memory.");
+    dictCreateChapters(dictGet(slot), nullptr, 1);
+    dictEnsureScene(dictGet(slot));
+    ThreadStorage *ts = threadStorage();
+    ts->curDict = slot;
+    ts->curSelectList = 0;
+    return 0;
+}
+
+TOL_Status tol_defaultObjectsCreate() {
+    // The first select list, the default camera on it, and the second list.
+    int first = selectListCreate();
+    Dictionary *dict = dictGet(0);
+    int32_t index = -1;
+    if (cameraElementCreate(dict, "Perspective_def", &index) < 0)
+        return tol_report(4, "Error allocating memory.");
+    selectListAdd(first, TOL_Elem{0, CHP_CAMERAS, static_cast<uint32_t>(index), -1, 0});
+    threadStorage()->curCamera = elemGet(dict, CHP_CAMERAS, index)->data;
+    g_curTagList = selectListCreate();
+    return 0;
+}
+
+TOL_Status tol_sidCreate() {
+    if (sid) return 0;
+    sid = new (std::nothrow) TOL_Sid{};
+    if (!sid) return tol_report(4, "Error allocating memory.");
+    TOL_Status status = slotAllocate(true);
+    if (status) return status;
+    ThreadStorage *ts = threadStorage();
+    sid->firstDict = static_cast<uint32_t>(ts->curDict);
+    sid->firstSelectList = static_cast<uint32_t>(ts->curSelectList);
+    sid->firstTagList = static_cast<uint32_t>(g_curTagList);
+    sid->cameras[0] = ts->curCamera;
+    copyChapterIds(sid->chapters);
+    return 0;
+}
+
+TOL_Status TOL_sceneCreate(TOL_Scene *scene) {
+    if (!scene) return tol_report(16, "TOL_sceneCreate(): scn:");
+    if (!sid) return tol_report(4, "TOL_sceneCreate(): the layer is not initialised");
+    int slot = dictAllocSlot();
+    if (slot < 0) return tol_report(4, "TOL_sceneCreate(): no dictionary");
+    Dictionary *dict = dictGet(slot);
+    dictCreateChapters(dict, nullptr, 1);
+    dictEnsureScene(dict);
+    scene->dict = static_cast<uint32_t>(slot);
+    copyChapterIds(scene->chapters);
+
+    int32_t savedTag = g_curTagList;
+    scene->selectList = static_cast<uint32_t>(selectListCreate());
+    scene->tagList = static_cast<uint32_t>(selectListCreate());
+    TOL_Status status = slotAllocate(false);
+    g_curTagList = savedTag;
+    if (status) return status;
+
+    // The scene's working camera, "Camera1".
+    if (sid->cameras.size() < static_cast<size_t>(slot) + 1) {
+        sid->cameras.resize(static_cast<size_t>(slot) + 1, nullptr);
+        sid->cameraCount = static_cast<int32_t>(sid->cameras.size());
+    }
+    int32_t index = -1;
+    if (cameraElementCreate(dict, "Camera1", &index) < 0)
+        return tol_report(4, "Error allocating memory.");
+    Element *elem = elemGet(dict, CHP_CAMERAS, index);
+    sid->cameras[static_cast<size_t>(slot)] = elem->data;
+    selectListAdd(static_cast<int>(scene->selectList),
+                  TOL_Elem{scene->dict, CHP_CAMERAS, static_cast<uint32_t>(index), -1, 0});
+    return 0;
+}
+
+TOL_Status TOL_sceneGetCurrent(TOL_Scene *scene) {
+    if (!scene) return tol_report(16, "TOL_sceneGetCurrent():scn:");
+    ThreadStorage *ts = threadStorage();
+    std::lock_guard<std::mutex> lock(globalsMutex);
+    scene->dict = static_cast<uint32_t>(ts->curDict);
+    scene->selectList = static_cast<uint32_t>(ts->curSelectList);
+    scene->tagList = static_cast<uint32_t>(g_curTagList);
+    copyChapterIds(scene->chapters);
+    if (!sid || ts->curDict < 0 || static_cast<size_t>(ts->curDict) >= sid->playCtrl.size())
+        return 0;
+    size_t r = static_cast<size_t>(ts->curDict);
+    sid->playCtrl[r] = g_playCtrl;
+    sid->renderCtrl[r] = g_renderCtrl;
+    sid->actionCtrl[r] = g_actionCtrl;
+    sid->channelSetups[r] = g_curChannelSetup;
+    memcpy(sid->manipulationFlags[r].data(), g_manipulationFlags, sizeof g_manipulationFlags);
+    sid->audioContainers[r] = g_audioContainer;
+    sid->histories[r] = g_history;
+    return 0;
+}
+
+TOL_Status TOL_sceneSetCurrent(TOL_Scene *scene) {
+    if (!tol_sceneIsValid(scene))
+        return tol_report(71, "TOL_sceneSetCurrent(): Invalid Scene referenced");
+    ThreadStorage *ts = threadStorage();
+    if (ts->curSelectList == static_cast<int32_t>(scene->selectList)) return 0;
+    if (!swapping) {
+        TOL_Scene local;
+        TOL_Status status = TOL_sceneGetCurrent(&local);
+        if (status) return status;
+    }
+    ts->curDict = static_cast<int32_t>(scene->dict);
+    ts->curSelectList = static_cast<int32_t>(scene->selectList);
+    std::lock_guard<std::mutex> lock(globalsMutex);
+    size_t r = row(scene);
+    g_audioContainer = sid->audioContainers[r];
+    g_history = sid->histories[r];
+    g_curTagList = static_cast<int32_t>(scene->tagList);
+    g_playCtrl = sid->playCtrl[r];
+    g_renderCtrl = sid->renderCtrl[r];
+    g_actionCtrl = sid->actionCtrl[r];
+    if (r < sid->cameras.size()) ts->curCamera = sid->cameras[r];
+    g_curChannelSetup = sid->channelSetups[r];
+    memcpy(g_manipulationFlags, sid->manipulationFlags[r].data(), sizeof g_manipulationFlags);
+    return 0;
+}
+
+TOL_Status tol_sceneSwapIn(TOL_Scene *scene, TOL_Scene *saved, uint16_t *swapped) {
+    if (saved) {
+        if (!scene) return tol_report(16, "new_scn");
+        if (!swapped) return tol_report(16, "swapped");
+        *swapped = 0;
+        ThreadStorage *ts = threadStorage();
+        if (ts->curDict == static_cast<int32_t>(scene->dict) &&
+            ts->curSelectList == static_cast<int32_t>(scene->selectList))
+            return 0;
+        TOL_Status status = TOL_sceneGetCurrent(saved);
+        if (status) return status;
+        swapping = 1;
+        status = TOL_sceneSetCurrent(scene);
+        swapping = 0;
+        if (status == 0) *swapped = 1;
+        return status;
+    }
+    swapping = 1;
+    TOL_Status status = TOL_sceneSetCurrent(scene);
+    swapping = 0;
+    if (status == 0 && swapped) *swapped = 0;
+    return status;
+}
+
+void tol_dictMakeCurrent(int32_t dict) {
+    if (dict < 0 || dict >= dictCount()) tol_report(14, "Attempt to convert invalid TOL_ElmDct.");
+    if (dict > 0) {
+        ThreadStorage *ts = threadStorage();
+        ts->curDict = dict;
+        ts->curSelectList = 2 * dict;
+        g_curTagList = 2 * dict + 1;
+    }
+}
+
+TOL_Status TOL_threadStorageInit(TOL_Scene *scene) {
+    if (!tol_sceneIsValid(scene))
+        return tol_report(71, "TOL_threadStorageInit(): Invalid Scene referenced");
+    ThreadStorage *ts = threadStorage();
+    ts->curDict = -1;
+    ts->curSelectList = -1;
+    TOL_Status status = TOL_sceneSetCurrent(scene);
+    if (status) tol_report(4, "TOL_threadStorageInit()");
+    return status;
+}
+
+namespace {
+template <typename T> T *sidRow(std::vector<T> &rows, const TOL_Scene *scene) {
+    if (!tol_sceneIsValid(scene) || row(scene) >= rows.size()) return nullptr;
+    return &rows[row(scene)];
+}
+}  // namespace
+
+TOL_UpdateListRow *tol_sidUpdateList(const TOL_Scene *s) { return sid ? sidRow(sid->updateLists, s) : nullptr; }
+TOL_RenderCtrl *tol_sidRenderCtrl(const TOL_Scene *s) { return sid ? sidRow(sid->renderCtrl, s) : nullptr; }
+TOL_PlayCtrl *tol_sidPlayCtrl(const TOL_Scene *s) { return sid ? sidRow(sid->playCtrl, s) : nullptr; }
+uint16_t *tol_sidActionCtrl(const TOL_Scene *s) { return sid ? sidRow(sid->actionCtrl, s) : nullptr; }
+void **tol_sidCamera(const TOL_Scene *s) { return sid ? sidRow(sid->cameras, s) : nullptr; }
+
+TOL_Status TOL_updatelistGet(TOL_Scene *scene) {
+    if (!scene) return tol_report(16, "TOL_updatelistGet(): scn:");
+    if (!tol_sceneIsValid(scene)) return tol_report(71, "Invalid Scene referenced");
+    TolSceneFrame frame(scene);
+    TOL_Status status = frame.status();
+    if (status == 0) {
+        Dictionary *dict = dictGet(static_cast<int>(scene->dict));
+        // The list is built from the relation table once scenes carry relations;
+        // until then it is empty.
+        dict->updateDirty = 0;
+        *tol_sidUpdateList(scene) = TOL_UpdateListRow{};
+    }
+    return frame.finish(status);
+}
+
+TOL_Status TOL_updatelistEvalScene(TOL_Scene *scene, float time) {
+    if (!scene) return tol_report(16, "TOL_updatelistEvalScene(): scn:");
+    TolSceneFrame frame(scene);
+    TOL_Status status = frame.status();
+    if (status == 0) {
+        int32_t savedFrame = g_currentFrame;
+        double frames = static_cast<double>(time) * g_playCtrl.framesPerSecond;
+        g_currentFrame = static_cast<int32_t>(frames < 0 ? frames - 0.5 : frames + 0.5);
+        g_evalFromList = 1;
+        // The scene is evaluated here at `time` once the evaluation core exists.
+        g_evalFromList = 0;
+        g_currentFrame = savedFrame;
+    }
+    return frame.finish(status);
+}

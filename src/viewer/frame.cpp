@@ -1,0 +1,278 @@
+// The frame loop: the draw side on the main thread, the update side on the
+// update thread (or on the main thread with one Scene Context), and the ring of
+// two indices that hands a finished copy of the scene from one side to the other.
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include "graphic.h"
+#include "tol.h"
+#include "viewer.h"
+#include "viewer_platform.h"
+
+namespace {
+
+long frameNumber = 0;
+
+int nextIndex(int index) { return (index + 1) % viewer.processCount; }
+
+// Statistics of one update step: begun before the step's work, with the work's
+// and the preprocessing's shares added as they end.
+struct UpdateStats {
+    int level = viewer.statsLevel;
+    double t0 = 0.0;
+    UpdateStats() {
+        if (level >= 1) {
+            t0 = viewerClock();
+            statsUpdateTick(t0);
+        }
+    }
+    void workDone() { add(viewer.loUpdAcc); }
+    void preprocessDone() {
+        add(viewer.loPreAcc);
+        if (level >= 1) statsUpdateRates();
+    }
+    void add(double &acc) {
+        if (level < 2) return;
+        double t = viewerClock();
+        acc += t - t0;
+        t0 = t;
+    }
+};
+
+// Evaluates the update side's copy at a frame.
+void evaluateAt(int frame) {
+    TOL_updatelistEvalScene(&viewer.sceneCtx[viewer.updateIndex], timeFromFrame(frame));
+}
+
+}  // namespace
+
+double viewerClock() {
+    using namespace std::chrono;
+    static const steady_clock::time_point start = steady_clock::now();
+    long long ms = duration_cast<milliseconds>(steady_clock::now() - start).count();
+    return static_cast<double>(ms) / 1000.0;
+}
+
+float timeFromFrame(int frame) {
+    const TOL_PlayCtrl *play = tol_sidPlayCtrl(&viewer.sceneCtx[viewer.updateIndex]);
+    float fps = play && play->framesPerSecond > 0.0f ? play->framesPerSecond : 30.0f;
+    return static_cast<float>(frame) / fps;
+}
+
+long viewerFrameNumber() { return frameNumber; }
+
+int viewerMessageLoop() {
+    for (;;) {
+        if (!viewerProcessEvents()) return 0;
+        if (viewerWindowExists()) viewerFrame();
+    }
+}
+
+void viewerFrame() {
+    viewerScriptFrameStart(++frameNumber);
+    const int stats = viewer.statsLevel;
+    double t0 = 0.0, t = 0.0;
+    if (stats >= 1) {
+        t0 = viewerClock();
+        statsDrawTick(t0);
+    }
+    viewerRingStep();
+    viewerMakeCurrent();
+    if (stats >= 2) {
+        t = viewerClock();
+        viewer.drawUpdateAcc += t - t0;
+        t0 = t;
+    }
+    TOL_grClear(&viewer.gprops);
+    if (stats >= 2) {
+        t = viewerClock();
+        viewer.clearAcc += t - t0;
+        t0 = t;
+    }
+    viewerStatusText();
+    if (viewer.gprops.texture.video && viewer.gprops.texture.active)
+        TOL_siriusProcessEvents(&viewer.gprops);
+    // The scene itself is drawn here once the scene draw exists.
+    if (viewer.showCross) grDrawCross();
+    viewerScriptBeforeSwap();
+    if (!viewer.singleBuffer) viewerSwapBuffers();
+    if (stats >= 2) viewer.drawAcc += viewerClock() - t0;
+    if (stats >= 1) statsDrawRates();
+}
+
+void viewerRingStep() {
+    if (loadAcquire(viewer.updateIndex) == viewer.drawIndex) {
+        storeRelease(viewer.drawIndex, nextIndex(viewer.drawIndex));
+        // The per-frame preprocessing of the drawn copy runs here with -u once
+        // surfaces are tessellated.
+    }
+    if (channelsActive()) {
+        if (!viewer.parallel) updateChannels();
+        updateHiPriority();
+    } else if (!viewer.parallel) {
+        updateNormal();
+    }
+    // Held zoom buttons zoom once a frame once the camera moves.
+}
+
+void updateThreadProc() {
+    TOL_threadStorageInit(&viewer.sceneCtx[loadAcquire(viewer.updateIndex)]);
+    for (;;) {
+        while (loadAcquire(viewer.updateIndex) == loadAcquire(viewer.drawIndex)) {
+            if (loadAcquire(viewer.quit)) return;
+            if (viewer.drawCpu == viewer.updateCpu)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        if (channelsActive())
+            updateChannels();
+        else
+            updateNormal();
+        storeRelease(viewer.updateIndex, nextIndex(viewer.updateIndex));
+    }
+}
+
+int viewerStartUpdateThread() {
+    try {
+        std::thread(updateThreadProc).detach();
+    } catch (const std::system_error &e) {
+        printf("CreateThread() returned error: %d\n", e.code().value());
+        storeRelease(viewer.quit, 1u);
+        return 0;
+    }
+    return 1;
+}
+
+void updateNormal() {
+    UpdateStats stats;
+    const int u = viewer.updateIndex;
+    TOL_sceneSetCurrent(&viewer.sceneCtx[u]);
+    if (loadAcquire(viewer.playing)) {
+        int frame = loadAcquire(viewer.curFrame);
+        if (frame <= viewer.endFrame) {
+            evaluateAt(frame);
+            storeRelease(viewer.curFrame, frame + viewer.frameStep);
+        } else {
+            viewerStopSequence();
+        }
+    } else if (loadAcquire(viewer.forceEval[u])) {
+        evaluateAt(loadAcquire(viewer.curFrame));
+        storeRelease(viewer.forceEval[u], 0u);
+    }
+    stats.workDone();
+    // The preprocessing of the updated copy runs here once surfaces are tessellated.
+    stats.preprocessDone();
+    if (loadAcquire(viewer.channelCommand) == 1) {
+        if (!channelsActive()) channelStart();
+        storeRelease(viewer.channelCommand, 0);
+    }
+}
+
+void updateChannels() {
+    UpdateStats stats;
+    TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.updateIndex]);
+    // The main update list of the capture runs here once channels exist.
+    stats.workDone();
+    stats.preprocessDone();
+    if (channelsActive()) {
+        switch (loadAcquire(viewer.channelCommand)) {
+        case 2: channelStop(); break;
+        default: break;
+        }
+    }
+    storeRelease(viewer.channelCommand, 0);
+}
+
+void updateHiPriority() {
+    const int stats = viewer.statsLevel;
+    double t0 = stats >= 2 ? viewerClock() : 0.0;
+    TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.drawIndex]);
+    // The high-priority update list of the capture runs here once channels exist.
+    if (stats >= 2) {
+        double t = viewerClock();
+        viewer.hiUpdAcc += t - t0;
+        viewer.hiPreAcc += viewerClock() - t;
+    }
+}
+
+int channelsActive() {
+    if (!loadAcquire(viewer.channelsRunning)) {
+        storeRelease(viewer.channelStopAck, 1u);
+        return 0;
+    }
+    storeRelease(viewer.channelStopAck, 0u);
+    return 1;
+}
+
+void channelStart() {
+    if (loadAcquire(viewer.channelsRunning)) return;
+    printf("Start capture .... \n");
+    // Without a channel setup there is no device to capture from: the capture
+    // does not begin.
+    storeRelease(viewer.channelsRunning, 0u);
+}
+
+void channelStop() {
+    storeRelease(viewer.listDumpKey, 0u);
+    if (loadAcquire(viewer.channelsRunning)) {
+        storeRelease(viewer.channelsRunning, 0u);
+        if (viewer.parallel && !loadAcquire(viewer.channelStopAck)) {
+            double start = viewerClock();
+            while (!loadAcquire(viewer.channelStopAck)) {
+                if (viewerClock() - start >= 2.0) {
+                    fprintf(stderr, "WARNING: Channel stop not acknowledged by draw process.\n");
+                    break;
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        }
+        storeRelease(viewer.channelCommand, 0);
+        viewer.takeRecording = 0;
+        printf("End Capture\n");
+    }
+    for (int i = 0; i < viewer.processCount; ++i) {
+        if (TOL_updatelistGet(&viewer.sceneCtx[i]) != 0) {
+            fflush(nullptr);
+            _exit(255);
+        }
+        storeRelease(viewer.forceEval[i], 1u);
+    }
+}
+
+void viewerStartSequence() {
+    if (loadAcquire(viewer.playing)) return;
+    storeRelease(viewer.curFrame, viewer.startFrame);
+    storeRelease(viewer.playing, 1u);
+    printf("Start Animation (%d frames)...\n", viewer.endFrame - viewer.startFrame + 1);
+}
+
+void viewerStopSequence() {
+    if (loadAcquire(viewer.playing)) {
+        storeRelease(viewer.playing, 0u);
+        printf("End Animation\n");
+    }
+    storeRelease(viewer.forceEval[0], 1u);
+    storeRelease(viewer.forceEval[1], 1u);
+}
+
+void cameraMirror() {
+    // The camera's view data is copied across once cameras move.
+}
+
+void viewerExit() {
+    if (channelsActive()) {
+        storeRelease(viewer.channelsRunning, 0u);
+        storeRelease(viewer.channelCommand, 0);
+    }
+    viewer.gprops.texture.video = 0;
+    storeRelease(viewer.quit, 1u);
+    viewer.stereo = 0;
+    // The update thread is not waited for: leave without running destructors
+    // under its feet.
+    fflush(nullptr);
+    _exit(0);
+}

@@ -1,0 +1,205 @@
+// Scenes through the layer: creation, the current scene of each thread, the swap
+// of the core's globals, loading by name, and element handles and parameters.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "camera.h"
+#include "capture.h"
+#include "database.h"
+#include "dictionary.h"
+#include "tol.h"
+
+namespace {
+
+// One layer per test program, started once in a scratch directory holding a
+// database "db" with three versions of "kitchen" and a scene "other".
+class Scenes : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        dir = new bwtest::TempDir;
+        dir->write("rsrc/Relations.rsrc", "SREL 3.48\n");
+        dir->write("db/SCENES/Chapter.rsrc", "SUFFIX dsc \nVERSIONS 4 \n");
+        dir->write("db/MODELS/Chapter.rsrc", "SUFFIX hrc \nVERSIONS 4 \n");
+        for (const char *f : {"kitchen.1-0.dsc", "kitchen.3-0.dsc", "kitchen.2-1.dsc", "other.1-0.dsc"})
+            dir->write(std::string("db/SCENES/") + f, "");
+        bwtest::OutputCapture quiet;
+        ASSERT_EQ(TOL_Init((*dir / "rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
+        ASSERT_EQ(TOL_databaseLoad((*dir / "db").c_str(), &db), 0);
+        ASSERT_EQ(TOL_sceneCreate(&a), 0);
+        ASSERT_EQ(TOL_sceneCreate(&b), 0);
+    }
+    static void TearDownTestSuite() { delete dir; }
+
+    static bwtest::TempDir *dir;
+    static TOL_Database db;
+    static TOL_Scene a, b;
+};
+bwtest::TempDir *Scenes::dir = nullptr;
+TOL_Database Scenes::db = 0;
+TOL_Scene Scenes::a, Scenes::b;
+
+}  // namespace
+
+TEST_F(Scenes, CreationGivesEachSceneItsDictionaryListsAndCamera) {
+    EXPECT_EQ(a.dict, 1u);
+    EXPECT_EQ(b.dict, 2u);
+    // The select lists of dictionary d are 2d and 2d+1.
+    EXPECT_EQ(a.selectList, 2u);
+    EXPECT_EQ(a.tagList, 3u);
+    EXPECT_EQ(b.selectList, 4u);
+    EXPECT_EQ(tol_sidGet()->sceneCount, 3);
+
+    TOL_Elem cam;
+    ASSERT_NE(TOL_elemGetFirstInChap(a.dict, CHP_CAMERAS, 0, &cam), nullptr);
+    Element *entry = elemGet(dictGet(1), CHP_CAMERAS, static_cast<int>(cam.index));
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->name->name, "Camera1");
+    EXPECT_EQ(static_cast<Camera *>(entry->data)->kind, CAMERA_KIND_WORKING);
+    Element *def = elemGet(dictGet(0), CHP_CAMERAS, 0);
+    ASSERT_NE(def, nullptr);
+    EXPECT_EQ(def->name->name, "Perspective_def");
+
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(TOL_sceneCreate(nullptr), 16);
+    EXPECT_EQ(cap.out.text(), "BW_WARNING: TOL_sceneCreate(): scn: Null or Invalid argument\n");
+}
+
+TEST_F(Scenes, SwapKeepsEachScenesGlobals) {
+    ASSERT_EQ(TOL_sceneSetCurrent(&a), 0);
+    g_playCtrl.endFrame = 250;
+    ASSERT_EQ(TOL_sceneSetCurrent(&b), 0);
+    EXPECT_EQ(g_playCtrl.endFrame, 100);  // b's own defaults
+    g_playCtrl.endFrame = 42;
+    ASSERT_EQ(TOL_sceneSetCurrent(&a), 0);
+    EXPECT_EQ(g_playCtrl.endFrame, 250);
+    EXPECT_EQ(tol_sidPlayCtrl(&b)->endFrame, 42);
+
+    // The scene that is current already costs nothing: no save of the globals.
+    g_playCtrl.endFrame = 7;
+    ASSERT_EQ(TOL_sceneSetCurrent(&a), 0);
+    EXPECT_EQ(tol_sidPlayCtrl(&a)->endFrame, 250);
+
+    TOL_Scene bad = a;
+    bad.dict = 99;
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(TOL_sceneSetCurrent(&bad), 71);
+    EXPECT_EQ(cap.out.text(), "BW_ERROR: TOL_sceneSetCurrent(): Invalid Scene referenced\n");
+    g_playCtrl.endFrame = 250;
+}
+
+TEST_F(Scenes, EachThreadHasItsCurrentScene) {
+    ASSERT_EQ(TOL_sceneSetCurrent(&a), 0);
+    int seenInThread = -1;
+    std::thread other([&] {
+        TOL_threadStorageInit(&b);
+        seenInThread = dictCurrent() == dictGet(2) ? 2 : -1;
+    });
+    other.join();
+    EXPECT_EQ(seenInThread, 2);
+    EXPECT_EQ(dictCurrent(), dictGet(1));
+    TOL_Scene current;
+    TOL_sceneGetCurrent(&current);
+    EXPECT_EQ(current.dict, a.dict);
+}
+
+TEST_F(Scenes, LoadTakesTheNewestVersionOrTheOneNamed) {
+    char *latest = nullptr;
+    Database *record = nullptr;
+    ASSERT_EQ(TOL_databaseTOL2BRAK(db, &record), 0);
+    ASSERT_EQ(tol_elementGetLatestVersion("kitchen", record, "SCENES", &latest), 0);
+    EXPECT_STREQ(latest, "kitchen.3-0");
+    free(latest);
+    ASSERT_EQ(tol_elementGetLatestVersion("nothing", record, "SCENES", &latest), 0);
+    EXPECT_STREQ(latest, "nothing.0-0");  // names no file: the load fails as missing
+    free(latest);
+
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(TOL_sceneLoad(&db, "kitchen", &a), 0);
+    EXPECT_EQ(TOL_sceneLoad(&db, "kitchen.2-1", &a), 0);
+    EXPECT_EQ(TOL_sceneLoad(&db, "kitchen.dsc", &a), 0);
+    EXPECT_EQ(TOL_sceneLoad(&db, "kitchen.4-0", &a), 45);
+    EXPECT_EQ(TOL_sceneLoad(&db, "nothing", &b), 45);
+    EXPECT_EQ(TOL_sceneLoad(&db, nullptr, &b), 16);
+    EXPECT_EQ(cap.out.text(),
+              "BW_ERROR: TOL_sceneLoad: Cannot read scene kitchen.4-0\n"
+              "BW_ERROR: TOL_sceneLoad: Cannot read scene nothing.0-0\n"
+              "BW_WARNING: TOL_sceneLoad():scn_name: Null or Invalid argument\n");
+}
+
+TEST_F(Scenes, ElementParametersAndTheirCodes) {
+    Dictionary *dict = dictGet(static_cast<int>(a.dict));
+    ElemName *name = elemNameNew();
+    name->name = "ball";
+    int index = elemAdd(dict, CHP_MODELS, name, nullptr, nullptr, 0, 0);
+    TOL_Elem model{a.dict, CHP_MODELS, static_cast<uint32_t>(index), -1, 0};
+
+    const float grey[3] = {0.1f, 0.7f, 0.1f};
+    EXPECT_EQ(TOL_elemSetParams(&model, 6, 0, 3, grey), 0);
+    float *values = nullptr;
+    int count = 0;
+    ASSERT_EQ(TOL_elemGetParams(&model, 6, 0, &count, &values), 0);
+    ASSERT_EQ(count, 3);
+    EXPECT_EQ(values[0], 0.5f);  // the colour slot keeps nothing
+
+    const float on = 1.0f;
+    EXPECT_EQ(TOL_elemSetParams(&model, 5, 0, 1, &on), 0);
+    ASSERT_EQ(TOL_elemGetParams(&model, 5, 0, &count, &values), 0);
+    EXPECT_EQ(values[0], 1.0f);
+    free(values);
+    values = nullptr;
+
+    TOL_Elem cam;
+    TOL_elemGetFirstInChap(a.dict, CHP_CAMERAS, 0, &cam);
+    const float aspect = 1.25f;
+    EXPECT_EQ(TOL_elemSetParams(&cam, 22, 0, 1, &aspect), 0);
+    EXPECT_EQ(static_cast<Camera *>(elemGet(dict, CHP_CAMERAS, static_cast<int>(cam.index))->data)->aspect, 1.25f);
+
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(TOL_elemGetParams(&model, 7, 0, &count, &values), 23);
+    EXPECT_EQ(TOL_elemSetParams(&model, 6, 0, 2, grey), 24);
+    EXPECT_EQ(TOL_elemGetParams(&cam, 22, 0, &count, &values), 26);
+    EXPECT_EQ(TOL_elemSetParams(&cam, 5, 0, 1, &on), 23);
+    EXPECT_EQ(TOL_elemGetParams(&model, 110, 1, &count, &values), 15);
+    EXPECT_EQ(cap.out.text(),
+              "BW_WARNING: TOL_elemGetParams(): Invalid parameter 7 for chapter 8\n"
+              "BW_WARNING: TOL_elemSetParams(): Invalid number of values (2) for parameter 6. Should be 3\n"
+              "BW_WARNING: TOL_elemGetParams(): Invalid chapter 2 for parameter 22. Should be 8\n"
+              "BW_WARNING: TOL_elemSetParams(): Invalid parameter 5 for chapter 2\n"
+              "BW_WARNING: TOL_elemGetParams(): Invalid relation id 110\n");
+    EXPECT_EQ(values, nullptr);
+
+    // Selection starts from nothing; state 2 clears, 0 inverts.
+    EXPECT_EQ(TOL_elemDraw(a.dict, &model, CHP_MODELS, 0, 0, 1), 0);
+    EXPECT_EQ(elemGet(dict, CHP_MODELS, index)->selected, 1);
+    EXPECT_EQ(TOL_elemDraw(a.dict, &model, CHP_MODELS, 0, 2, 1), 0);
+    EXPECT_EQ(elemGet(dict, CHP_MODELS, index)->selected, 0);
+
+    // The display word keeps its two low bits.
+    elemGet(dict, CHP_MODELS, index)->browserData = 7;
+    EXPECT_EQ(TOL_elemSetDisplayMode(&model, 8), 0);
+    EXPECT_EQ(elemGet(dict, CHP_MODELS, index)->browserData, 11u);
+
+    // Walking skips free slots; the next of the last is null.
+    TOL_Elem walk;
+    ASSERT_NE(TOL_elemGetFirstInChap(a.dict, CHP_MODELS, 0, &walk), nullptr);
+    EXPECT_EQ(walk.index, static_cast<uint32_t>(index));
+    EXPECT_EQ(TOL_elemGetNextInChap(&walk, 0, &walk), nullptr);
+}
+
+TEST_F(Scenes, VerificationFollowsTheWord) {
+    TOL_Elem foreign{b.dict, CHP_MODELS, 0, -1, 0};
+    tol_verifyClear(0xffffffffu);
+    EXPECT_EQ(tol_modelVerify(&a, &foreign), 0);  // unset: an element of another scene passes
+    tol_verifySet(TOL_VERIFY_MODEL);
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(tol_modelVerify(&a, &foreign), 72);
+    TOL_Elem cam{a.dict, CHP_CAMERAS, 0, -1, 0};
+    EXPECT_EQ(tol_modelVerify(&a, &cam), 73);
+    EXPECT_FALSE(tol_verifyEnabled(TOL_VERIFY_ELEMENT));  // only on for the call
+    EXPECT_EQ(cap.out.text(), "BW_ERROR: Element doesn't belong to Scene\nBW_ERROR: Element is not a Model\n");
+    tol_verifyClear(0xffffffffu);
+}

@@ -41,9 +41,9 @@ int keyMapping(int platformKeyCode);   // device number, 0 for none
 void keyStateUpdate(int platformKeyCode, int down, int leftDown, int rightDown);
 
 // Delivers one key event as a real key does: the held-key state and the key-state
-// map first, then viewerKeyEvent. Left and right Shift, Control and Alt reach the
-// viewer as the generic VKEY_SHIFT, VKEY_CONTROL and VKEY_MENU, with `shift` telling
-// whether a Shift key is down after the event; viewerKeyHeld tells the sides apart.
+// map first, then viewerKeyEvent. Shift, Control and Alt come with their side
+// (VKEY_LSHIFT, VKEY_RSHIFT, ...); for a Shift key's own event `shift` tells
+// whether a Shift key is down after it.
 void viewerDeliverKey(int keyCode, int down, int repeat, int shift);
 // 1 while the key is down by the events delivered so far; the generic Shift,
 // Control and Alt codes ask for either side.

@@ -31,13 +31,14 @@ at 60
 snapshot snapshots/frame-0060.png
 at 120
 snapshot snapshots/frame-0120.png
+at 121
 key Escape
 SCRIPT
   echo
   echo "No DISPLAY: running the viewer under Xvfb with a script (build/demo/demo-script.txt)."
   echo
   BW_VIEWER_SCRIPT=demo-script.txt LIBGL_ALWAYS_SOFTWARE=1 \
-    xvfb-run -a -s "-screen 0 1280x1024x24" "${viewer[@]}" </dev/null
+    xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" "${viewer[@]}" </dev/null
   echo
   echo "Snapshots written to $demo/snapshots:"
   ls -1 "$demo/snapshots"

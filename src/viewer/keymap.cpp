@@ -163,14 +163,7 @@ void viewerDeliverKey(int code, int down, int repeat, int shift) {
     if (!validCode(code)) return;
     held[code] = down != 0;
     keyStateUpdate(code, down, 0, 0);
-    int generic = code;
-    if (code == VKEY_LSHIFT || code == VKEY_RSHIFT) {
-        generic = VKEY_SHIFT;
-        shift = viewerKeyHeld(VKEY_SHIFT);
-    } else if (code == VKEY_LCONTROL || code == VKEY_RCONTROL) {
-        generic = VKEY_CONTROL;
-    } else if (code == VKEY_LMENU || code == VKEY_RMENU) {
-        generic = VKEY_MENU;
-    }
-    viewerKeyEvent(generic, down, repeat, shift ? 1 : 0);
+    // A Shift key's own event tells whether a Shift is down once it has happened.
+    if (code == VKEY_LSHIFT || code == VKEY_RSHIFT) shift = viewerKeyHeld(VKEY_SHIFT);
+    viewerKeyEvent(code, down, repeat, shift ? 1 : 0);
 }

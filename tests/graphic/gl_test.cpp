@@ -2,6 +2,7 @@
 // the display into an off-screen buffer and read back pixel by pixel.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <vector>
@@ -14,38 +15,32 @@
 namespace {
 
 constexpr int W = 400, H = 300;
+constexpr unsigned RED = 0xFF0000, BLACK = 0;
 
-// One pbuffer and context for the whole program.
-struct GlTarget {
-    Display *display = nullptr;
-    GLXContext context = nullptr;
-    GLXPbuffer pbuffer = 0;
-    bool ready = false;
-
-    void open() {
-        if (display || !getenv("DISPLAY")) return;
-        display = XOpenDisplay(nullptr);
-        if (!display) return;
-        const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, GLX_RENDER_TYPE, GLX_RGBA_BIT,
-                                  GLX_RED_SIZE, 8, GLX_GREEN_SIZE, 8, GLX_BLUE_SIZE, 8,
-                                  GLX_ALPHA_SIZE, 8, GLX_DEPTH_SIZE, 24, None};
-        int count = 0;
-        GLXFBConfig *configs = glXChooseFBConfig(display, DefaultScreen(display), attributes, &count);
-        if (!configs || count == 0) return;
-        const int size[] = {GLX_PBUFFER_WIDTH, W, GLX_PBUFFER_HEIGHT, H, None};
-        pbuffer = glXCreatePbuffer(display, configs[0], size);
-        context = glXCreateNewContext(display, configs[0], GLX_RGBA_TYPE, nullptr, True);
-        XFree(configs);
-        ready = pbuffer && context && glXMakeContextCurrent(display, pbuffer, pbuffer, context);
-    }
-};
-GlTarget target;
+// One pbuffer and context for the whole program; false without a display.
+bool glReady() {
+    static int ready = -1;
+    if (ready >= 0) return ready;
+    ready = 0;
+    Display *display = getenv("DISPLAY") ? XOpenDisplay(nullptr) : nullptr;
+    if (!display) return false;
+    const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, GLX_RED_SIZE, 8, GLX_GREEN_SIZE, 8,
+                              GLX_BLUE_SIZE, 8, GLX_DEPTH_SIZE, 24, None};
+    int count = 0;
+    GLXFBConfig *configs = glXChooseFBConfig(display, DefaultScreen(display), attributes, &count);
+    if (!configs || count == 0) return false;
+    const int size[] = {GLX_PBUFFER_WIDTH, W, GLX_PBUFFER_HEIGHT, H, None};
+    GLXPbuffer pbuffer = glXCreatePbuffer(display, configs[0], size);
+    GLXContext context = glXCreateNewContext(display, configs[0], GLX_RGBA_TYPE, nullptr, True);
+    XFree(configs);
+    ready = pbuffer && context && glXMakeContextCurrent(display, pbuffer, pbuffer, context);
+    return ready;
+}
 
 class Gl : public ::testing::Test {
 protected:
     void SetUp() override {
-        target.open();
-        if (!target.ready) GTEST_SKIP() << "no display with GLX";
+        if (!glReady()) GTEST_SKIP() << "no display with GLX";
         glViewport(0, 0, W, H);
         glClearColor(0, 0, 0, 0);
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
@@ -53,45 +48,34 @@ protected:
         glEnable(GL_DEPTH_TEST);
         glDepthFunc(GL_LEQUAL);
     }
-    // The picture as RGB bytes, bottom row first.
-    static std::vector<unsigned char> pixels() {
-        std::vector<unsigned char> rgb(W * H * 3);
-        glPixelStorei(GL_PACK_ALIGNMENT, 1);
-        glReadPixels(0, 0, W, H, GL_RGB, GL_UNSIGNED_BYTE, rgb.data());
-        return rgb;
-    }
-    static const unsigned char *at(const std::vector<unsigned char> &rgb, int x, int y) {
-        return &rgb[(static_cast<size_t>(y) * W + x) * 3];
-    }
-    static bool red(const std::vector<unsigned char> &rgb, int x, int y) {
-        const unsigned char *p = at(rgb, x, y);
-        return p[0] == 255 && p[1] == 0 && p[2] == 0;
-    }
-    static bool black(const std::vector<unsigned char> &rgb, int x, int y) {
-        const unsigned char *p = at(rgb, x, y);
-        return p[0] == 0 && p[1] == 0 && p[2] == 0;
+    // The picture as 0xRRGGBB values, bottom row first.
+    static std::vector<unsigned> picture() {
+        std::vector<unsigned char> rgba(W * H * 4);
+        glReadPixels(0, 0, W, H, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
+        std::vector<unsigned> colors(W * H);
+        for (size_t i = 0; i < colors.size(); ++i)
+            colors[i] = rgba[i * 4] << 16 | rgba[i * 4 + 1] << 8 | rgba[i * 4 + 2];
+        return colors;
     }
 };
 
 }  // namespace
 
 TEST_F(Gl, TextIsTheFontAtItsPlaceOnTheThousandStepScreen) {
-    const float color[3] = {1, 0, 0};
+    const float red[3] = {1, 0, 0};
     glListBase(7);
-    ASSERT_EQ(TOL_grStringDraw("HELLO", color, 100, 500), 0);
-    std::vector<unsigned char> rgb = pixels();
+    ASSERT_EQ(TOL_grStringDraw("HELLO", red, 100, 500), 0);
+    std::vector<unsigned> pixels = picture();
 
     // (100, 500) of 1000 steps is pixel (40, 150); a glyph's baseline is its
     // third row and each character takes ten columns.
-    const char *text = "HELLO";
     int wrong = 0;
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
-            bool ink = false;
             int cell = (x - 40) / 10, column = (x - 40) % 10, row = y - 148;
-            if (x >= 40 && cell < 5 && column < 8 && row >= 0 && row < 13)
-                ink = grFont8x13.glyph[text[cell] - 32][1 + row] & (0x80 >> column);
-            if (ink ? !red(rgb, x, y) : !black(rgb, x, y)) ++wrong;
+            bool ink = x >= 40 && cell < 5 && column < 8 && row >= 0 && row < 13 &&
+                       (grFont8x13.glyph["HELLO"[cell] - 32][1 + row] & (0x80 >> column));
+            if (pixels[y * W + x] != (ink ? RED : BLACK)) ++wrong;
         }
     EXPECT_EQ(wrong, 0);
 
@@ -102,103 +86,88 @@ TEST_F(Gl, TextIsTheFontAtItsPlaceOnTheThousandStepScreen) {
     EXPECT_EQ(listBase, 7);
     EXPECT_EQ(depthFunc, GL_LEQUAL);
     EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
-    glListBase(0);
 
     // Characters outside the font draw nothing and still take their cell:
     // the dot of the third cell lands at 20 + 2 * 10 + 3.
     glClear(GL_COLOR_BUFFER_BIT);
-    ASSERT_EQ(TOL_grStringDraw("\x01\xff.", color, 50, 100), 0);
-    rgb = pixels();
-    EXPECT_TRUE(red(rgb, 43, 30));
+    ASSERT_EQ(TOL_grStringDraw("\x01\xff.", red, 50, 100), 0);
+    pixels = picture();
+    EXPECT_EQ(pixels[30 * W + 43], RED);
     for (int x = 20; x < 40; ++x)
-        for (int y = 28; y < 41; ++y) EXPECT_TRUE(black(rgb, x, y)) << x << "," << y;
+        for (int y = 28; y < 41; ++y) EXPECT_EQ(pixels[y * W + x], BLACK) << x << "," << y;
 }
 
 TEST_F(Gl, TheCrossJoinsTheCornersAndRestoresTheState) {
-    glMatrixMode(GL_PROJECTION);
-    glLoadIdentity();
-    glTranslatef(0.25f, 0, 0);
+    GLfloat projection[16], modelview[16], after[16];
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
     glScalef(0.5f, 0.5f, 0.5f);
-    glMatrixMode(GL_PROJECTION);
-    GLfloat projection[16], modelview[16], after[16];
-    glGetFloatv(GL_PROJECTION_MATRIX, projection);
     glGetFloatv(GL_MODELVIEW_MATRIX, modelview);
+    glMatrixMode(GL_PROJECTION);
+    glLoadIdentity();
+    glTranslatef(0.25f, 0, 0);
+    glGetFloatv(GL_PROJECTION_MATRIX, projection);
 
     grDrawCross();
-    std::vector<unsigned char> rgb = pixels();
-    int reds = 0, offLine = 0;
+    std::vector<unsigned> pixels = picture();
+    int reds = 0, stray = 0;
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
-            if (!red(rgb, x, y)) {
-                EXPECT_TRUE(black(rgb, x, y));
+            if (pixels[y * W + x] != RED) {
+                EXPECT_EQ(pixels[y * W + x], BLACK);
                 continue;
             }
             ++reds;
-            double rising = std::fabs((y + 0.5) - (x + 0.5) * H / W);
-            double falling = std::fabs((y + 0.5) - (H - (x + 0.5) * H / W));
-            if (rising > 1.5 && falling > 1.5) ++offLine;
+            double rising = (x + 0.5) * H / W;
+            if (std::fabs(y + 0.5 - rising) > 1.5 && std::fabs(y + 0.5 - (H - rising)) > 1.5) ++stray;
         }
-    EXPECT_EQ(offLine, 0);
-    EXPECT_GE(reds, 2 * W - 4);  // one pixel a column for each line
-    EXPECT_TRUE(red(rgb, W / 2, H / 2) || red(rgb, W / 2 - 1, H / 2 - 1));
+    EXPECT_EQ(stray, 0);
+    EXPECT_GE(reds, 2 * W - 4);  // a pixel a column for each line
 
     GLint mode = 0;
     glGetIntegerv(GL_MATRIX_MODE, &mode);
     EXPECT_EQ(mode, GL_PROJECTION);
     glGetFloatv(GL_PROJECTION_MATRIX, after);
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(after[i], projection[i]) << i;
+    EXPECT_TRUE(std::equal(after, after + 16, projection));
     glGetFloatv(GL_MODELVIEW_MATRIX, after);
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(after[i], modelview[i]) << i;
-    EXPECT_TRUE(glIsEnabled(GL_DEPTH_TEST));
-    EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
+    EXPECT_TRUE(std::equal(after, after + 16, modelview));
+    EXPECT_TRUE(glIsEnabled(GL_DEPTH_TEST) && glIsEnabled(GL_LIGHTING));
 }
 
 TEST_F(Gl, TheClearTakesFogBackOrEditingColourAndDepthOnlyWhenShading) {
-    // Clears over a depth of 0.5; returns the colour, leaves the depth in `depth`.
-    auto clearWith = [](BW_GraphicProps &props, float *depth) {
+    // Clears over a depth of 0.5: the colour of a pixel, and its depth in `depth`.
+    float depth = 0;
+    auto clear = [&depth](BW_GraphicProps &props) {
         glClearDepth(0.5);
         glClear(GL_DEPTH_BUFFER_BIT);
         EXPECT_EQ(TOL_grClear(&props), 0);
-        unsigned char rgb[3];
-        glReadPixels(5, 5, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, rgb);
-        glReadPixels(5, 5, 1, 1, GL_DEPTH_COMPONENT, GL_FLOAT, depth);
-        return std::vector<int>(rgb, rgb + 3);
+        glReadPixels(5, 5, 1, 1, GL_DEPTH_COMPONENT, GL_FLOAT, &depth);
+        return picture()[5 * W + 5];
     };
     BW_GlbVar glb;
     BW_GraphicProps props;
     props.glbVar = &glb;
     props.backColor[2] = 1.0f;
     props.fogColor[1] = 1.0f;
-    float depth = 0;
-    using Rgb = std::vector<int>;
 
-    EXPECT_EQ(clearWith(props, &depth), (Rgb{0, 0, 255}));
+    EXPECT_EQ(clear(props), 0x0000FFu);
     EXPECT_EQ(depth, 1.0f);
-
     props.material.shade = 0;
-    clearWith(props, &depth);
+    clear(props);
     EXPECT_EQ(depth, 0.5f);
-
     props.fogEnable = 1;
-    EXPECT_EQ(clearWith(props, &depth), (Rgb{0, 255, 0}));
-
-    // Editing with icons on clears with the editing background.
+    EXPECT_EQ(clear(props), 0x00FF00u);
     props.fogEnable = 0;
-    props.icons = 1;
-    glb.useEditBack = 1;
-    EXPECT_EQ(clearWith(props, &depth), (Rgb{128, 128, 112}));
+    props.icons = glb.useEditBack = 1;  // editing: its own background
+    EXPECT_EQ(clear(props), 0x808070u);
     props.inViewer = 1;
-    EXPECT_EQ(clearWith(props, &depth), (Rgb{0, 0, 255}));
+    EXPECT_EQ(clear(props), 0x0000FFu);
 
-    // The state start: depth test with LEQUAL and normalised normals.
     glDisable(GL_DEPTH_TEST);
     glDepthFunc(GL_ALWAYS);
     EXPECT_EQ(grStateInitGL(&props), 1);
     GLint depthFunc = 0;
     glGetIntegerv(GL_DEPTH_FUNC, &depthFunc);
     EXPECT_EQ(depthFunc, GL_LEQUAL);
-    EXPECT_TRUE(glIsEnabled(GL_DEPTH_TEST));
-    EXPECT_TRUE(glIsEnabled(GL_NORMALIZE));
+    EXPECT_TRUE(glIsEnabled(GL_DEPTH_TEST) && glIsEnabled(GL_NORMALIZE));
 }

@@ -166,6 +166,10 @@ void dbMakeCurrent(int index);
 int ReadChapterInfo(const char *dbPath, const char *chapterName, ChapterInfo &info,
                     int existenceOnly);
 int dbScanChapters(Database &db, int existenceOnly);
+// Re-reads VERSIONS from the chapter's Chapter.rsrc into the database's record
+// of the chapter and gives the chapter's versions; an unreadable file or one
+// without VERSIONS leaves the number as it was (4 for a chapter not listed).
+int dbChapterVersions(Database *db, const char *chapterName);
 
 // One file found by chapterScanDir.
 struct ScannedFile {
@@ -181,9 +185,27 @@ struct ScannedFile {
 
 using ScanPredicate = bool (*)(const char *fileName, const void *arg);
 bool scanSuffixPredicate(const char *fileName, const void *suffix);  // "all" passes all
+// What the version predicate wants: files "<stem>.<version>-<revision>...".
+struct ScanVersionArg {
+    std::string stem;      // formatted prefix-name
+    std::string revision;  // "" for any revision
+};
+// Accepts the version files of an element, never its ".icn" icon file.
+bool scanVersionPredicate(const char *fileName, const void *wanted);
 // Lists `chapterPath` (and, with `recursive`, its sub-directories) in
 // case-insensitive order, keeping the files the predicate accepts.
 std::vector<ScannedFile> chapterScanDir(const std::string &chapterPath, ScanPredicate match,
                                         const void *arg, int recursive);
 // Full name of the most recently changed scene of the database, or "" for none.
 std::string dbLatestScene(Database &db);
+
+// ---------------------------------------------------------------------------
+// The lock of a database: the file BW_DB_LOCK__ in its directory.
+
+enum DbLockMode { DB_LOCK_RELEASE = 0, DB_LOCK_TAKE = 1, DB_LOCK_FORCE = 2 };
+constexpr int DB_LOCK_TEXT_MAX = 100;  // characters of a lock file shown to the user
+// Text of the lock found by the last refused take.
+extern char g_dbLockText[DB_LOCK_TEXT_MAX + 1];
+// Take: 0 when another holds the lock (its text in g_dbLockText), else 1, also
+// when the file cannot be made. Force: 1. Release: 1 if a lock file was deleted.
+int dbLock(Database *db, int mode);

@@ -376,3 +376,27 @@ RelationInst *relNth(Dictionary *dict, Element *elem, int32_t relid, int chapter
 // `child` side holds `inst`.
 RelationInst *relFindTwin(Dictionary *dict, int chapter, int32_t index, int child,
                           const RelationInst *inst);
+
+// ---------------------------------------------------------------------------
+// Element files: where an element's file lies and which versions stand on disk.
+
+// The path of the last file elemFindFile tried; the found one after a success.
+extern char g_elemPath[BW_PATH_MAX];
+
+// Looks for the element's file: an absolute "$VAR" or drive subdir, else the
+// chapter (made current on `db`) with the element's subdir, the chapter itself
+// (subdir then cleared) and the chapter's sub-directory list (the entry goes
+// to `outSubdir`, which may be null); then, unless `noRetry`, all again with
+// the versionless name. Marks the element shared for a SHARE directory. 1 if found.
+int elemFindFile(Database *db, Dictionary *dict, const char *chapterName, int chapterId,
+                 Element *elem, std::string *outSubdir, int noRetry);
+// Highest version of the element in the database's current chapter and its
+// sub-directories, or -1; `lowest` (99999 when none) and `count` may be null.
+// With `update`, a version found that differs from the element's becomes its
+// version and fullName. Revisions play no part.
+int elemLatestVersion(Database *db, ElemName *elem, int update, int *lowest, int *count);
+// The version a save of the element writes: the highest on disk plus one, 1 for none.
+int elemNextVersion(Database *db, const char *chapterName, const ElemName *elem);
+// Deletes the element's oldest versions in its own sub-directory, with their
+// ".icn" files, until no more than the chapter's VERSIONS remain. Versions deleted.
+int elemPruneVersions(Database *db, const char *chapterName, const ElemName *elem);

@@ -152,6 +152,22 @@ int ReadChapterInfo(const char *dbPath, const char *chapterName, ChapterInfo &in
     return 1;
 }
 
+int dbChapterVersions(Database *db, const char *chapterName) {
+    if (!db || !chapterName) return 4;
+    ChapterInfo *info = nullptr;
+    for (ChapterInfo &chapter : db->chapters)
+        if (chapter.name == chapterName) info = &chapter;
+    int versions = info ? info->versions : 4;
+    std::string file = db->path + "/" + chapterName + "/Chapter.rsrc";
+    FILE *in = fopen(file.c_str(), "r");
+    if (!in) return versions;  // the number read at the chapter scan stands
+    if (skipToToken(in, "VERSIONS", ';') && readValue(in))
+        versions = std::max(1, parseCount(g_token));
+    fclose(in);
+    if (info) info->versions = versions;
+    return versions;
+}
+
 namespace {
 
 bool isDirectory(const std::string &path) {
@@ -203,6 +219,23 @@ bool scanSuffixPredicate(const char *fileName, const void *suffix) {
     if (nameLength < suffixLength + 1) return false;
     const char *tail = fileName + nameLength - suffixLength;
     return tail[-1] == '.' && strcasecmp(tail, wanted) == 0;
+}
+
+bool scanVersionPredicate(const char *fileName, const void *wanted) {
+    const ScanVersionArg *w = static_cast<const ScanVersionArg *>(wanted);
+    if (!fileName || !w) return false;
+    size_t n = strlen(fileName);
+    // The icon that goes with a version is not a version of its own.
+    if (n >= 4 && strcasecmp(fileName + n - 4, ".icn") == 0) return false;
+    size_t stem = w->stem.size();
+    if (n <= stem || strncmp(fileName, w->stem.c_str(), stem) != 0 || fileName[stem] != '.')
+        return false;
+    if (w->revision.empty()) return true;
+    const char *dash = strchr(fileName + stem + 1, '-');
+    if (!dash) return false;
+    const char *end = strchr(dash + 1, '.');
+    size_t length = end ? static_cast<size_t>(end - dash - 1) : strlen(dash + 1);
+    return length == w->revision.size() && strncmp(dash + 1, w->revision.c_str(), length) == 0;
 }
 
 namespace {

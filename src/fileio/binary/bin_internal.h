@@ -1,0 +1,42 @@
+// Helpers shared by the sources of the binary frame.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+#include "fileio.h"
+
+// Reads exactly `n` bytes or fails the reader (passed end of file); on failure
+// `dst` is zeroed.
+bool binTake(BinReader &r, void *dst, size_t n);
+// Reads `n` bytes if they are all there, without failing the reader: for
+// probing the start of a file of unknown kind. On false nothing is consumed.
+bool binProbe(BinReader &r, void *dst, size_t n);
+// Moves to the absolute offset `pos`; true on success.
+bool binSeekTo(BinReader &r, int64_t pos);
+// Fails the reader for a read past the end of the file.
+void binFailEof(BinReader &r);
+// Writes `n` bytes or fails the writer.
+bool binPut(BinWriter &w, const void *src, size_t n);
+// Fails the writer: "Cannot write file <name> at offset <pos>: <what>".
+int binWriteFail(BinWriter &w, const char *what);
+// Reverses the bytes of each item of 2, 4 or 8 bytes on a little-endian host,
+// turning big-endian data into host order and back.
+void binSwapItems(void *buffer, size_t size, size_t count);
+// Float and double values made usable: NaN to 0, infinities to the largest
+// finite value of their sign, subnormals to 0.
+float binUsableFloat(float value);
+double binUsableDouble(double value);
+
+inline uint32_t binLoad32(const uint8_t *b) {
+    return (static_cast<uint32_t>(b[0]) << 24) | (static_cast<uint32_t>(b[1]) << 16) |
+           (static_cast<uint32_t>(b[2]) << 8) | static_cast<uint32_t>(b[3]);
+}
+
+inline void binStore32(uint8_t *b, uint32_t v) {
+    b[0] = static_cast<uint8_t>(v >> 24);
+    b[1] = static_cast<uint8_t>(v >> 16);
+    b[2] = static_cast<uint8_t>(v >> 8);
+    b[3] = static_cast<uint8_t>(v);
+}

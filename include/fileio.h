@@ -88,8 +88,12 @@ constexpr int tokenSkip(uint16_t token) { return token >> 8; }     // skip rule
 // ---------------------------------------------------------------------------
 // Reader and writer records
 
+// The file is read whole at open and decoded from memory. The stream itself is
+// positioned only by binSeekTo and by the ascii header's version token, so that
+// a caller may go on from there with the token reader.
 struct BinReader {
-    FILE *file = nullptr;   // the stream
+    FILE *file = nullptr;   // the stream; its bytes are decoded from `data`
+    std::vector<uint8_t> data;  // the whole file, read in one go at open
     std::string name;       // file name in messages
     int64_t size = 0;       // bytes in the file
     int64_t pos = 0;        // offset of the next byte
@@ -100,7 +104,8 @@ struct BinReader {
 };
 
 struct BinWriter {
-    FILE *file = nullptr;   // the stream
+    FILE *file = nullptr;   // the stream; its bytes are decoded from `data`
+    std::vector<uint8_t> data;  // the whole file, read in one go at open
     std::string name;       // file name in messages
     int64_t pos = 0;        // bytes written
     int owned = 0;          // 1: binWriterClose closes the stream

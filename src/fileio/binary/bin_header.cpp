@@ -64,6 +64,8 @@ bool inList(const uint32_t (&list)[N], uint32_t magic) {
 
 // The version token of an ascii header; the whole token must be a number.
 bool readVersionToken(BinReader &r, float *version) {
+    // The token reader works on the stream: put it where decoding has got to.
+    if (fseek(r.file, static_cast<long>(r.pos), SEEK_SET) != 0) return false;
     if (!readToken(r.file)) return false;
     long at = ftell(r.file);
     if (at >= 0) r.pos = at;

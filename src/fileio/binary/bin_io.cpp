@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "bin_internal.h"
@@ -52,8 +53,21 @@ int attachStream(BinReader &r, FILE *stream, const char *name) {
         r.error = "Cannot seek in file " + r.name;
         return 0;
     }
-    r.pos = start;
-    r.size = std::max(end, start);
+    // Decoding field by field from the stream costs a library call a field: the
+    // file is read whole, in large blocks, and decoded from memory.
+    try {
+        r.data.resize(static_cast<size_t>(end));
+    } catch (const std::bad_alloc &) {
+        r.failed = 1;
+        r.error = "Out of memory for file " + r.name;
+        return 0;
+    }
+    size_t got = 0;
+    if (fseek(stream, 0, SEEK_SET) == 0) got = fread(r.data.data(), 1, r.data.size(), stream);
+    r.data.resize(got);
+    fseek(stream, start, SEEK_SET);
+    r.size = static_cast<int64_t>(got);
+    r.pos = std::min<int64_t>(start, r.size);
     return 1;
 }
 
@@ -175,30 +189,22 @@ bool binTake(BinReader &r, void *dst, size_t n) {
         binFailEof(r);
         return false;
     }
-    size_t got = fread(dst, 1, n, r.file);
-    r.pos += static_cast<int64_t>(got);
-    if (got < n) {
-        memset(dst, 0, n);
-        binFailEof(r);  // the file shrank under us
-        return false;
-    }
+    memcpy(dst, r.data.data() + r.pos, n);
+    r.pos += static_cast<int64_t>(n);
     return true;
 }
 
 bool binProbe(BinReader &r, void *dst, size_t n) {
     if (r.failed || !r.file || static_cast<uint64_t>(binRemaining(r)) < n) return false;
-    int64_t start = r.pos;
-    size_t got = fread(dst, 1, n, r.file);
-    r.pos += static_cast<int64_t>(got);
-    if (got < n) {
-        binSeekTo(r, start);
-        return false;
-    }
+    memcpy(dst, r.data.data() + r.pos, n);
+    r.pos += static_cast<int64_t>(n);
     return true;
 }
 
 bool binSeekTo(BinReader &r, int64_t pos) {
-    if (!r.file || pos < 0 || fseek(r.file, static_cast<long>(pos), SEEK_SET) != 0) return false;
+    if (!r.file || pos < 0 || pos > r.size) return false;
+    // The stream follows, for callers that go on with the token reader.
+    if (fseek(r.file, static_cast<long>(pos), SEEK_SET) != 0) return false;
     r.pos = pos;
     return true;
 }
@@ -260,7 +266,8 @@ size_t binRead(BinReader &r, void *buffer, size_t size, size_t count) {
     }
     // A cut array keeps its whole items; the cut one and the rest are zeros.
     size_t avail = std::min<uint64_t>(total, static_cast<uint64_t>(binRemaining(r)));
-    size_t got = fread(bytes, 1, avail, r.file);
+    size_t got = avail;
+    memcpy(bytes, r.data.data() + r.pos, got);
     r.pos += static_cast<int64_t>(got);
     size_t items = got / size;
     memset(bytes + items * size, 0, total - items * size);
@@ -338,17 +345,12 @@ char *binReadStr(BinReader &r) {
     }
     // The text grows only by bytes really read, so a missing terminator costs
     // no more than the file holds.
-    std::string text;
-    while (r.pos < r.size) {
-        int c = getc(r.file);
-        if (c == EOF) {
-            binFailEof(r);
-            break;
-        }
-        ++r.pos;
-        if (c == 0) break;
-        text.push_back(static_cast<char>(c));
-    }
+    const uint8_t *start = r.data.data() + r.pos;
+    const uint8_t *end = r.data.data() + r.size;
+    const uint8_t *zero = static_cast<const uint8_t *>(memchr(start, 0, static_cast<size_t>(end - start)));
+    std::string text(reinterpret_cast<const char *>(start),
+                     static_cast<size_t>((zero ? zero : end) - start));
+    r.pos = zero ? zero + 1 - r.data.data() : r.size;
     char *out = static_cast<char *>(malloc(text.size() + 1));
     if (!out) {
         binFail(r, "out of memory for a string");

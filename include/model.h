@@ -1,0 +1,125 @@
+// Model hierarchies: the Model node, the .hrc file that holds one tree of
+// them (chunk "HRCH"), and the search of nodes by name. Nodes and everything
+// under them are malloc'd; modelFree releases a whole tree.
+#pragma once
+
+#include <cstdint>
+
+#include "fileio.h"
+#include "geometry.h"
+
+struct Dictionary;
+
+constexpr uint16_t MODEL_FLAG_FILE1 = 8;  // flags bit set when the file's word 548 is 1
+
+// A record kept as read, in its tokenised form (tokens and values, ending with
+// token 0), whatever form the file used; written back the same way.
+struct ModelBlob {
+    uint8_t *bytes;  // malloc'd record bytes
+    int32_t size;    // bytes
+};
+
+struct CustomBlock {
+    char tag[6];        // "CUSA" to "CUSD", or "_" and a swapped tag of an old custom element
+    uint8_t flag;       // block flag
+    int32_t size;       // bytes of data
+    uint8_t *data;      // malloc'd; null for size 0
+    CustomBlock *next;  // next block of the node
+};
+
+// Entries of the material and texture lists. Until the material records are
+// read by their own readers, an inline record is kept as a blob; a reference
+// by file name leaves a null entry, since the scene's relations link the real
+// element.
+using ModelMaterial = ModelBlob;
+using ModelTexture = ModelBlob;
+
+union ModelGeometry {
+    void *any;                  // whatever the type holds
+    Patch *patch;               // type 1
+    Face *face;                 // type 2
+    Mesh *mesh;                 // type 4
+    Spline *spline;             // type 6
+    MetaGroup *meta;            // type 7
+    ModelRef *ref;              // type 8
+    NurbsCurve *curve;          // type 9
+    NurbsSurface *surface;      // type 10
+};
+
+struct Model {
+    char *name;                      // malloc'd; "obj%1hd" for nodes made without one
+    uint16_t flags;                  // MODEL_FLAG_FILE1 and run-time bits
+    uint16_t flags2;                 // run-time word, cleared after a whole tree is read
+    int32_t type;                    // ModelType
+    ModelGeometry geometry;          // record of the type; null for none
+    float scaling[3];                // local scale
+    float rotation[3];               // local rotation, radians (degrees on disk)
+    float translation[3];            // local translation
+    float rotMatrix[4][4];           // Rx Ry Rz of rotation
+    float localMatrix[4][4];         // scale, rotation, translation, row vectors
+    float globalMatrix[4][4];        // localMatrix times the parent's globalMatrix
+    uint16_t materialCount;          // entries of materials
+    ModelMaterial **materials;       // null entries for references
+    uint16_t texture2DCount;         // entries of textures2D
+    ModelTexture **textures2D;       // null entries for references
+    ModelTexture *texture3D;         // first inline 3D texture; null for none
+    Model *parent;                   // set by the reader
+    Model *firstChild;               // first child
+    Model *nextSibling;              // next child of the parent
+    uint16_t visibility;             // 65535 on disk reads as 0
+    uint16_t animKind;               // animation kind
+    uint8_t *animBlock;              // deformation or animation block of token 13; null for none
+    int32_t animBlockSize;           // bytes of animBlock
+    uint16_t shapeCount;             // shape keys
+    uint8_t *shapes;                 // shape block, kept as read; null for none
+    int32_t shapesSize;              // bytes of shapes
+    ModelBlob *matterRecord;         // dynamics matter (record 19); null for none
+    ModelBlob *jointRecord;          // dynamics joint data (record 21); null for none
+    int32_t clusterCount;            // entries of clusters
+    ModelBlob *clusters;             // cluster blocks as read
+    uint8_t *constraintData;         // constraint block; null for none
+    int32_t constraintSize;          // bytes of constraintData
+    uint16_t hasBounding;            // 1 when bounding was stored
+    float bounding[3][3];            // three vectors of the bounding block
+    uint16_t inheritFlags[2];        // tokens 23, 24
+    CustomBlock *customBlocks;       // chain; null for none
+    float versionStamp;              // version word of the node
+    int32_t uvDomainCount;           // 1 + extra UV domains, from the mesh
+    uint8_t *uvDomains;              // token 0xFF24 bytes: per extra domain i32 n and n i32
+    int32_t uvDomainsSize;           // bytes of uvDomains
+    uint16_t reserved[4];            // words 545, 546, 547, 539
+    int32_t elementIndex;            // MODELS element of the node; -1 before it is linked
+};
+
+// Reading modes.
+constexpr int MODEL_READ_NEW = 0;   // makes new nodes
+constexpr int MODEL_READ_OVER = 1;  // reads over nodes in memory; transforms are dropped
+
+// Reads "<path>.hrc". Mode 0: `target` becomes the parent of the new root (may
+// be null). Mode 1: `target` is the root read over. Null, with the file named
+// on standard error, for a missing or damaged file or another chunk than HRCH.
+Model *modelFileRead(const char *path, Model *target, int mode);
+// Reads the node record behind the "HRCH" tag, with its whole tree.
+Model *modelChunkRead(BinReader &r, Model *target, const Prototype *proto, int mode);
+// Reads one node record, its children and siblings with it; `over` is the node
+// read over in mode 1, null in mode 0.
+Model *modelNodeRead(BinReader &r, Model *parent, const Prototype *proto, int mode, Model *over);
+// Writes the header (general id), the PROT table, "HRCH" and the tree.
+int modelFileWrite(BinWriter &w, const Model *root);
+// The same, or without a table (every value preceded by its token) when
+// withTable is 0, as files of older writers were.
+int modelFileWriteForm(BinWriter &w, const Model *root, int withTable);
+int modelFileWritePath(const char *path, const Model *root);  // "<path>" as given
+void modelProtoSet(Prototype &proto);  // lists of the version 4.0 writer
+
+// First node named `name` under `node` (itself included; children before
+// siblings) not yet tied to an element of `dict`'s MODELS chapter. A null
+// dictionary accepts every node.
+Model *modelFindByName(Dictionary *dict, Model *node, const char *name);
+
+// Memory
+Model *modelNew(const char *name, int32_t type, void *geometry);  // identity transform
+void modelAddChild(Model *parent, Model *child);  // appended behind the last child
+void modelUpdateTransform(Model *node);           // rotMatrix, localMatrix, globalMatrix
+void modelFree(Model *root);  // the node, its children and its following siblings
+void modelBlobFree(ModelBlob *blob);

@@ -1,0 +1,655 @@
+// Readers of the geometry records. Each follows the token loop of the frame:
+// tokens from the record's prototype list or from the stream, known ones read
+// into the record, others skipped by their high byte.
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "geo_internal.h"
+#include "model.h"
+
+namespace {
+
+constexpr double DEG_TO_RAD = 3.14159265358979323846 / 180.0;
+
+// First token of a record; the loops below also stop once the reader failed,
+// since a list would otherwise go on handing out tokens over zeros.
+#define FOR_TOKENS(t, r, proto, id, cur) \
+    for (uint16_t t = binFirstToken(r, proto, id, cur); t != 0 && !(r).failed; t = binNextToken(r, cur))
+
+uint16_t boolWord(uint16_t value) { return value ? 1 : 0; }
+
+// ---------------------------------------------------------------------------
+// Mesh
+
+void readVertex(BinReader &r, const Prototype *proto, MeshVertex &v) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_VERTEX, cur) {
+        switch (t) {
+        case 1: binReadFloat3(r, v.pos); break;
+        case 3: case 4: v.flag = binReadU16(r); break;
+        default: binSkip(r, t);
+        }
+    }
+}
+
+void readNode(BinReader &r, const Prototype *proto, int32_t uvDomains, MeshNode &n) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_POLYNODE, cur) {
+        switch (t) {
+        case 1: n.vrt = binReadU16(r); break;
+        case 3: n.vrt = binReadI32(r); break;
+        case 2: binReadFloat3(r, n.nrm); break;
+        case 4: n.u = binReadF32(r); n.v = binReadF32(r); break;
+        case 1029:
+            n.colour = binReadU32(r);
+            if (r.version < MESH_ALPHA_VERSION) n.colour |= 0xFF000000u;
+            break;
+        case 0xFF06: {
+            int32_t size = binReadI32(r);
+            if (size < 0) { binFail(r, "negative size of a polygon node's UV block"); break; }
+            if (!binCheckCount(r, size, 1)) break;
+            int64_t pairs = uvDomains > 1 ? uvDomains - 1 : 0;
+            if (pairs * 8 > size) { binFail(r, "UV block shorter than the node's UV domains"); break; }
+            free(n.uvs);
+            n.uvs = pairs ? static_cast<float *>(calloc(static_cast<size_t>(pairs) * 2, sizeof(float))) : nullptr;
+            int64_t used = 0;
+            if (n.uvs) used = static_cast<int64_t>(binReadFloats(r, n.uvs, static_cast<size_t>(pairs) * 2)) * 4;
+            geoSkipBytes(r, size - used);
+            break;
+        }
+        default: binSkip(r, t);
+        }
+    }
+}
+
+void readPolygon(BinReader &r, const Prototype *proto, int32_t uvDomains, MeshPolygon &p) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_POLYGON, cur) {
+        switch (t) {
+        case 1: binReadFloat3(r, p.nrm); break;
+        case 2: {
+            uint16_t count = binReadU16(r);
+            for (int i = 0; i < p.nodeCount; ++i) free(p.nodes[i].uvs);
+            free(p.nodes);
+            p.nodeCount = 0;
+            p.nodes = static_cast<MeshNode *>(
+                geoAllocChecked(r, count, geoRecordMinBytes(proto, REC_POLYNODE), sizeof(MeshNode)));
+            if (!p.nodes) break;
+            p.nodeCount = count;
+            for (int i = 0; i < count; ++i) {
+                p.nodes[i].edg = -1;
+                readNode(r, proto, uvDomains, p.nodes[i]);
+            }
+            break;
+        }
+        case 3: p.material = binReadU16(r); break;
+        case 4: p.flg = binReadU16(r); break;
+        default: binSkip(r, t);
+        }
+    }
+}
+
+void readEdge(BinReader &r, const Prototype *proto, MeshEdge &e) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_EDGE, cur) {
+        switch (t) {
+        case 1: e.vrt[0] = binReadU16(r); e.vrt[1] = binReadU16(r); break;
+        case 4: e.vrt[0] = binReadI32(r); e.vrt[1] = binReadI32(r); break;
+        case 3: e.flg = binReadU16(r); break;
+        case 2: case 5: break;  // flags of old files without a value
+        default: binSkip(r, t);
+        }
+    }
+}
+
+void freeVertices(Mesh &m) {
+    for (int32_t i = 0; i < m.vertexCount; ++i) free(m.vertices[i].neighbours);
+    free(m.vertices);
+    m.vertices = nullptr;
+    m.vertexCount = 0;
+}
+
+void freePolygons(Mesh &m) {
+    for (int32_t i = 0; i < m.polygonCount; ++i) {
+        for (int j = 0; j < m.polygons[i].nodeCount; ++j) free(m.polygons[i].nodes[j].uvs);
+        free(m.polygons[i].nodes);
+    }
+    free(m.polygons);
+    m.polygons = nullptr;
+    m.polygonCount = 0;
+}
+
+void freeEdges(Mesh &m) {
+    int32_t blocks = (m.edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
+    for (int32_t b = 0; b < blocks && m.edgeBlocks; ++b) free(m.edgeBlocks[b]);
+    free(m.edgeBlocks);
+    m.edgeBlocks = nullptr;
+    m.edgeCount = 0;
+}
+
+void readVertices(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
+    freeVertices(m);
+    m.vertices = static_cast<MeshVertex *>(
+        geoAllocChecked(r, count, geoRecordMinBytes(proto, REC_VERTEX), sizeof(MeshVertex)));
+    if (!m.vertices) return;
+    m.vertexCount = static_cast<int32_t>(count);
+    for (int32_t i = 0; i < m.vertexCount; ++i) readVertex(r, proto, m.vertices[i]);
+}
+
+void readPolygons(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
+    freePolygons(m);
+    m.polygons = static_cast<MeshPolygon *>(
+        geoAllocChecked(r, count, geoRecordMinBytes(proto, REC_POLYGON), sizeof(MeshPolygon)));
+    if (!m.polygons) return;
+    m.polygonCount = static_cast<int32_t>(count);
+    for (int32_t i = 0; i < m.polygonCount; ++i) readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
+}
+
+void readEdges(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
+    freeEdges(m);
+    if (count <= 0 || !binCheckCount(r, count, geoRecordMinBytes(proto, REC_EDGE))) return;
+    int64_t blocks = (count + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
+    m.edgeBlocks = static_cast<MeshEdge **>(calloc(static_cast<size_t>(blocks), sizeof(MeshEdge *)));
+    if (!m.edgeBlocks) return;
+    for (int64_t b = 0; b < blocks; ++b) {
+        m.edgeBlocks[b] = static_cast<MeshEdge *>(calloc(MESH_EDGE_BLOCK, sizeof(MeshEdge)));
+        if (!m.edgeBlocks[b]) return;  // edgeCount covers only the full blocks made
+        int64_t n = count - b * MESH_EDGE_BLOCK;
+        if (n > MESH_EDGE_BLOCK) n = MESH_EDGE_BLOCK;
+        m.edgeCount = static_cast<int32_t>(b * MESH_EDGE_BLOCK + n);
+        for (int64_t i = 0; i < n; ++i) {
+            MeshEdge &e = m.edgeBlocks[b][i];
+            e.pol[0] = e.pol[1] = -1;
+            readEdge(r, proto, e);
+        }
+    }
+}
+
+void readSplineVertex(BinReader &r, const Prototype *proto, SplineVertex &v) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_SPLINE_VERTEX, cur) {
+        switch (t) {
+        case 1: binReadFloat3(r, v.pos); break;
+        case 2: binReadFloat3(r, v.tanIn); break;
+        case 3: binReadFloat3(r, v.tanOut); break;
+        case 4: case 5: case 6: v.flags[t - 4] = binReadU16(r); break;
+        default: binSkip(r, t);
+        }
+    }
+}
+
+void readKnots(BinReader &r, int32_t &parametrisation, int32_t &count, double *&knots) {
+    parametrisation = binReadI32(r);
+    int32_t n = binReadI32(r);
+    free(knots);
+    knots = static_cast<double *>(geoAllocChecked(r, n, 8, sizeof(double)));
+    count = knots ? n : 0;
+    if (knots) binReadDoubles(r, knots, static_cast<size_t>(n));
+}
+
+void readTrim(BinReader &r, const Prototype *proto, NurbsTrim &trim) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_TRIM, cur) {
+        switch (t) {
+        case 1: trim.word = binReadU16(r); break;
+        case 2: trim.value = binReadI32(r); break;
+        default: binSkip(r, t);
+        }
+    }
+}
+
+char **readStrings(BinReader &r, uint16_t count) {
+    char **list = static_cast<char **>(geoAllocChecked(r, count, 1, sizeof(char *)));
+    for (int i = 0; list && i < count; ++i) list[i] = binReadStr(r);
+    return list;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Shared helpers
+
+int64_t geoRecordMinBytes(const Prototype *proto, int id) {
+    const uint16_t *list = protoList(proto, id);
+    if (!list) return 2;  // at least the ending token
+    int64_t bytes = 0;
+    for (; *list; ++list) {
+        int rule = tokenSkip(*list);
+        bytes += rule == BIN_SKIP_NONE ? 1 : rule == BIN_SKIP_SIZED ? 4 : rule;
+    }
+    return bytes > 0 ? bytes : 1;
+}
+
+void *geoAllocChecked(BinReader &r, int64_t count, int64_t minBytes, size_t itemSize) {
+    if (count <= 0 || !binCheckCount(r, count, minBytes)) return nullptr;
+    return calloc(static_cast<size_t>(count), itemSize);
+}
+
+int geoSkipBytes(BinReader &r, int64_t n) {
+    uint8_t scratch[1024];
+    while (n > 0 && !r.failed) {
+        size_t piece = n > static_cast<int64_t>(sizeof scratch) ? sizeof scratch : static_cast<size_t>(n);
+        if (binRead(r, scratch, 1, piece) != piece) return 0;
+        n -= static_cast<int64_t>(piece);
+    }
+    return !r.failed;
+}
+
+// ---------------------------------------------------------------------------
+// Mesh
+
+Mesh *readMesh(BinReader &r, const Prototype *proto, Model *node) {
+    Mesh *m = static_cast<Mesh *>(calloc(1, sizeof(Mesh)));
+    if (!m) return nullptr;
+    m->uvDomainCount = node && node->uvDomainCount > 0 ? node->uvDomainCount : 1;
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_MESH, cur) {
+        switch (t) {
+        case 1: if (binReadU16(r)) m->flags |= MESH_FLAG_TOKEN1; break;
+        case 2:
+            m->discontinuity = binReadF32(r);
+            m->cosDiscontinuity = static_cast<float>(std::cos(m->discontinuity * DEG_TO_RAD));
+            break;
+        case 3: readVertices(r, proto, *m, binReadU16(r)); break;
+        case 7: readVertices(r, proto, *m, binReadI32(r)); break;
+        case 4: readPolygons(r, proto, *m, binReadU16(r)); break;
+        case 8: readPolygons(r, proto, *m, binReadI32(r)); break;
+        case 5: readEdges(r, proto, *m, binReadU16(r)); break;
+        case 9: readEdges(r, proto, *m, binReadI32(r)); break;
+        case 6: m->flags = binReadU16(r); break;
+        case 522: m->approx.useApprox = binReadU16(r); break;
+        case 523: m->approx.type = binReadU16(r); break;
+        case 524: m->approx.units = binReadU16(r); break;
+        case 528: m->approx.subdMin = binReadU16(r); break;
+        case 529: m->approx.subdMax = binReadU16(r); break;
+        case 530: m->approx.subdLimits = binReadU16(r); break;
+        case 1037: m->approx.spacial = binReadF32(r); break;
+        case 1038: m->approx.spacialLength = binReadF32(r); break;
+        case 1039: m->approx.spacialAngle = binReadF32(r); break;
+        case 1043: {
+            int32_t domains = binReadI32(r);
+            m->uvDomainCount = domains > 0 ? domains : 1;
+            break;
+        }
+        default: binSkip(r, t);
+        }
+    }
+    if (node) node->uvDomainCount = m->uvDomainCount;
+    if (!meshLink(m)) binFail(r, "out of memory linking a mesh");
+    return m;
+}
+
+int meshLink(Mesh *m) {
+    if (!m) return 0;
+    const int32_t vc = m->vertexCount;
+    for (int32_t i = 0; i < vc; ++i) {
+        free(m->vertices[i].neighbours);
+        m->vertices[i].neighbours = nullptr;
+        m->vertices[i].neighbourCount = 0;
+    }
+    auto valid = [vc](int32_t v) { return v >= 0 && v < vc; };
+    // Two passes over the edges: room for each vertex's neighbours, then the entries.
+    int32_t *room = static_cast<int32_t *>(calloc(vc > 0 ? static_cast<size_t>(vc) : 1, sizeof(int32_t)));
+    if (!room) return 0;
+    for (int32_t e = 0; e < m->edgeCount; ++e) {
+        MeshEdge *edge = meshEdge(m, e);
+        edge->pol[0] = edge->pol[1] = -1;
+        if (!valid(edge->vrt[0]) || !valid(edge->vrt[1])) continue;
+        for (int32_t v : edge->vrt)
+            if (room[v] < UINT16_MAX) ++room[v];
+    }
+    int ok = 1;
+    for (int32_t i = 0; i < vc && ok; ++i) {
+        if (!room[i]) continue;
+        m->vertices[i].neighbours = static_cast<MeshNeighbour *>(calloc(static_cast<size_t>(room[i]), sizeof(MeshNeighbour)));
+        ok = m->vertices[i].neighbours != nullptr;
+    }
+    for (int32_t e = 0; e < m->edgeCount && ok; ++e) {
+        MeshEdge *edge = meshEdge(m, e);
+        if (!valid(edge->vrt[0]) || !valid(edge->vrt[1])) continue;
+        for (int side = 0; side < 2; ++side) {
+            MeshVertex &v = m->vertices[edge->vrt[side]];
+            if (v.neighbourCount >= room[edge->vrt[side]]) continue;
+            v.neighbours[v.neighbourCount++] = {edge->vrt[1 - side], e, -1};
+        }
+    }
+    free(room);
+    for (int32_t p = 0; p < m->polygonCount && ok; ++p) {
+        MeshPolygon &poly = m->polygons[p];
+        for (int i = 0; i < poly.nodeCount; ++i) {
+            MeshNode &node = poly.nodes[i];
+            int32_t a = node.vrt, b = poly.nodes[(i + 1) % poly.nodeCount].vrt;
+            node.edg = -1;
+            if (!valid(a) || !valid(b)) continue;
+            MeshVertex &v = m->vertices[a];
+            for (int k = 0; k < v.neighbourCount; ++k) {
+                if (v.neighbours[k].vrt != b) continue;
+                v.neighbours[k].pol = p;
+                node.edg = v.neighbours[k].edg;
+                MeshEdge *edge = meshEdge(m, node.edg);
+                edge->pol[edge->vrt[0] == a ? 0 : 1] = p;
+                break;
+            }
+        }
+    }
+    return ok;
+}
+
+// ---------------------------------------------------------------------------
+// Patch
+
+Patch *readPatch(BinReader &r, const Prototype *proto) {
+    Patch *p = static_cast<Patch *>(calloc(1, sizeof(Patch)));
+    if (!p) return nullptr;
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_PATCH, cur) {
+        int64_t n = static_cast<int64_t>(p->uCount) * p->vCount;
+        switch (t) {
+        case 1: p->uType = binReadI32(r); break;
+        case 2: p->vType = binReadI32(r); break;
+        case 3:
+            // A new grid size drops CVs read for the old one.
+            p->uCount = binReadU16(r);
+            p->vCount = binReadU16(r);
+            free(p->cvs); free(p->cvFlags);
+            p->cvs = nullptr; p->cvFlags = nullptr;
+            break;
+        case 4: p->uClosed = boolWord(binReadU16(r)); p->vClosed = boolWord(binReadU16(r)); break;
+        case 5:
+            free(p->cvs);
+            p->cvs = static_cast<float (*)[4]>(geoAllocChecked(r, n, 12, sizeof(float[4])));
+            for (int64_t i = 0; p->cvs && i < n; ++i) {
+                binReadFloat3(r, p->cvs[i]);
+                p->cvs[i][3] = 1.0f;
+            }
+            break;
+        case 6: p->step[0] = p->step[1] = binReadU32(r); break;
+        case 7: p->step[0] = binReadU32(r); p->step[1] = binReadU32(r); break;
+        case 8: case 9: case 10: case 11: p->extra[t - 8] = binReadU16(r); break;
+        case 12: case 13: case 14: case 15: case 16: case 17: case 18:
+            p->approxWords[t - 12] = binReadU16(r);
+            break;
+        case 19: case 20: case 21: p->approxValues[t - 19] = binReadF32(r); break;
+        case 22: case 23: case 24: p->approxFlags[t - 22] = binReadU16(r); break;
+        case 25:
+            free(p->cvFlags);
+            p->cvFlags = static_cast<uint16_t *>(geoAllocChecked(r, n, 2, sizeof(uint16_t)));
+            if (p->cvFlags) binReadU16s(r, p->cvFlags, static_cast<size_t>(n));
+            break;
+        default: binSkip(r, t);
+        }
+    }
+    // A grid without its CVs is empty, so that users never index a null array.
+    if (!p->cvs) {
+        p->uCount = p->vCount = 0;
+        free(p->cvFlags);
+        p->cvFlags = nullptr;
+    } else if (!p->cvFlags) {
+        p->cvFlags = static_cast<uint16_t *>(calloc(static_cast<size_t>(p->uCount) * p->vCount, sizeof(uint16_t)));
+    }
+    return p;
+}
+
+// ---------------------------------------------------------------------------
+// Splines, curves, faces
+
+void splineReadInto(BinReader &r, const Prototype *proto, Spline &s) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_SPLINE, cur) {
+        switch (t) {
+        case 8: free(s.name); s.name = binReadStr(r); break;
+        case 3: s.nextFields = binReadU16(r); break;
+        case 1: s.type = binReadU16(r); break;
+        case 6: s.closed = boolWord(binReadU16(r)); break;
+        case 2: case 7: {
+            uint16_t count = binReadU16(r);
+            free(s.vertices);
+            s.vertexCount = 0;
+            int64_t minBytes = t == 2 ? 12 : geoRecordMinBytes(proto, REC_SPLINE_VERTEX);
+            s.vertices = static_cast<SplineVertex *>(geoAllocChecked(r, count, minBytes, sizeof(SplineVertex)));
+            if (!s.vertices) break;
+            s.vertexCount = count;
+            for (int i = 0; i < count; ++i) {
+                if (t == 2) binReadFloat3(r, s.vertices[i].pos);  // old form: a position only
+                else readSplineVertex(r, proto, s.vertices[i]);
+            }
+            break;
+        }
+        case 4: s.degree = binReadU32(r); break;
+        case 5: s.step = binReadU16(r); break;
+        default: binSkip(r, t);
+        }
+    }
+    // Type 1 and closed splines are turned into the drawing form by the
+    // tessellation code; the record keeps them as stored.
+}
+
+Spline *readSpline(BinReader &r, const Prototype *proto) {
+    Spline *s = static_cast<Spline *>(calloc(1, sizeof(Spline)));
+    if (s) splineReadInto(r, proto, *s);
+    return s;
+}
+
+void nurbsCurveReadInto(BinReader &r, const Prototype *proto, NurbsCurve &c) {
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_NURBS_CURVE, cur) {
+        switch (t) {
+        case 1: c.degree = binReadI32(r); break;
+        case 2: {
+            int32_t n = binReadI32(r);
+            int withFlags = r.version >= NURBS_CV_FLAG_VERSION;
+            free(c.cvs); free(c.cvFlags);
+            c.cvFlags = nullptr;
+            c.cvCount = 0;
+            c.cvs = static_cast<double (*)[4]>(geoAllocChecked(r, n, withFlags ? 36 : 32, sizeof(double[4])));
+            if (!c.cvs) break;
+            if (withFlags) c.cvFlags = static_cast<int32_t *>(calloc(static_cast<size_t>(n), sizeof(int32_t)));
+            c.cvCount = n;
+            for (int32_t i = 0; i < n; ++i) {
+                binReadDoubles(r, c.cvs[i], 4);
+                if (withFlags) {
+                    int32_t flag = binReadI32(r);
+                    if (c.cvFlags) c.cvFlags[i] = flag;
+                }
+            }
+            break;
+        }
+        case 3: c.closed = boolWord(binReadU16(r)); break;
+        case 4: readKnots(r, c.parametrisation, c.knotCount, c.knots); break;
+        case 5: binReadDoubles(r, c.range, 2); break;
+        case 6: c.step = binReadI32(r); break;
+        case 7: c.kind = binReadI32(r); break;
+        case 8: case 520: c.flag = binReadU16(r); break;
+        default: binSkip(r, t);
+        }
+    }
+}
+
+NurbsCurve *readNurbsCurve(BinReader &r, const Prototype *proto) {
+    NurbsCurve *c = static_cast<NurbsCurve *>(calloc(1, sizeof(NurbsCurve)));
+    if (c) nurbsCurveReadInto(r, proto, *c);
+    return c;
+}
+
+Face *readFace(BinReader &r, const Prototype *proto) {
+    Face *f = static_cast<Face *>(calloc(1, sizeof(Face)));
+    if (!f) return nullptr;
+    uint16_t splineHoles = 0, curveHoles = 0;
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_FACE, cur) {
+        switch (t) {
+        case 3: f->isSpline = boolWord(binReadU16(r)); break;
+        case 1: splineClear(f->boundary); splineReadInto(r, proto, f->boundary); break;
+        case 2: {
+            uint16_t n = binReadU16(r);
+            for (int i = 0; i < splineHoles; ++i) splineClear(f->holes[i]);
+            free(f->holes);
+            f->holes = static_cast<Spline *>(geoAllocChecked(r, n, geoRecordMinBytes(proto, REC_SPLINE), sizeof(Spline)));
+            splineHoles = f->holes ? n : 0;
+            for (int i = 0; i < splineHoles; ++i) splineReadInto(r, proto, f->holes[i]);
+            break;
+        }
+        case 4: {
+            uint16_t n = binReadU16(r);
+            for (int i = 0; i < curveHoles; ++i) nurbsCurveClear(f->curveHoles[i]);
+            free(f->curveHoles);
+            f->curveHoles = static_cast<NurbsCurve *>(
+                geoAllocChecked(r, n, geoRecordMinBytes(proto, REC_NURBS_CURVE), sizeof(NurbsCurve)));
+            curveHoles = f->curveHoles ? n : 0;
+            for (int i = 0; i < curveHoles; ++i) nurbsCurveReadInto(r, proto, f->curveHoles[i]);
+            break;
+        }
+        default: binSkip(r, t);
+        }
+    }
+    // Only the holes of the face's boundary kind count.
+    if (f->isSpline) {
+        for (int i = 0; i < curveHoles; ++i) nurbsCurveClear(f->curveHoles[i]);
+        free(f->curveHoles);
+        f->curveHoles = nullptr;
+        f->holeCount = splineHoles;
+    } else {
+        for (int i = 0; i < splineHoles; ++i) splineClear(f->holes[i]);
+        free(f->holes);
+        f->holes = nullptr;
+        f->holeCount = curveHoles;
+    }
+    return f;
+}
+
+// ---------------------------------------------------------------------------
+// NURBS surface
+
+NurbsSurface *readNurbsSurface(BinReader &r, const Prototype *proto) {
+    NurbsSurface *s = static_cast<NurbsSurface *>(calloc(1, sizeof(NurbsSurface)));
+    if (!s) return nullptr;
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_NURBS_SURFACE, cur) {
+        // Old files number the first twelve fields from 231.
+        uint16_t field = t >= 231 && t <= 242 ? static_cast<uint16_t>(t - 230) : t;
+        switch (field) {
+        case 1: s->degree[0] = binReadI32(r); s->degree[1] = binReadI32(r); break;
+        case 2: {
+            int32_t cu = binReadI32(r), cv = binReadI32(r);
+            free(s->cvs);
+            s->cvCount[0] = s->cvCount[1] = 0;
+            int64_t n = cu < 0 || cv < 0 ? -1 : static_cast<int64_t>(cu) * cv;
+            s->cvs = static_cast<double (*)[4]>(geoAllocChecked(r, n, 32, sizeof(double[4])));
+            if (!s->cvs) break;
+            s->cvCount[0] = cu;
+            s->cvCount[1] = cv;
+            binReadDoubles(r, &s->cvs[0][0], static_cast<size_t>(n) * 4);
+            break;
+        }
+        case 3: s->closed[0] = boolWord(binReadU16(r)); s->closed[1] = boolWord(binReadU16(r)); break;
+        case 4:
+            for (int d = 0; d < 2; ++d) readKnots(r, s->parametrisation[d], s->knotCount[d], s->knots[d]);
+            break;
+        case 5: binReadDoubles(r, s->range, 4); break;
+        case 6: s->word6 = binReadU16(r); break;
+        case 7: {
+            int32_t n = binReadI32(r);
+            free(s->trims);
+            s->trims = static_cast<NurbsTrim *>(geoAllocChecked(r, n, geoRecordMinBytes(proto, REC_TRIM), sizeof(NurbsTrim)));
+            s->trimCount = s->trims ? n : 0;
+            for (int32_t i = 0; i < s->trimCount; ++i) readTrim(r, proto, s->trims[i]);
+            break;
+        }
+        case 8: case 9: case 10: case 11: s->values[field - 8] = binReadI32(r); break;
+        case 12: s->word12 = binReadU16(r); break;
+        case 13: s->word13 = binReadU16(r); break;
+        case 14: s->approx.units = binReadU16(r); break;
+        case 15: s->approx.spacial = binReadF32(r); break;
+        case 16: s->approx.spacialLength = binReadF32(r); break;
+        case 17: s->approx.spacialAngle = binReadF32(r); break;
+        case 18: s->approx.subdMin = binReadU16(r); break;
+        case 19: s->approx.subdMax = binReadU16(r); break;
+        case 20: s->approx.subdLimits = binReadU16(r); break;
+        case 21: s->approx.type = binReadU16(r); break;
+        case 22: s->approx.useApprox = binReadU16(r); break;
+        case 23: case 24: case 25: s->extra[field - 23] = binReadI32(r); break;
+        case 0xFF1A:
+            free(s->customData);
+            s->customData = binReadBlock(r, &s->customSize);
+            if (!s->customData) s->customSize = 0;
+            break;
+        default: binSkip(r, t);
+        }
+    }
+    return s;
+}
+
+// ---------------------------------------------------------------------------
+// Meta group and model reference
+
+MetaGroup *readMetaGroup(BinReader &r, const Prototype *proto) {
+    MetaGroup *g = static_cast<MetaGroup *>(calloc(1, sizeof(MetaGroup)));
+    if (!g) return nullptr;
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_META, cur) {
+        switch (t) {
+        case 1: g->value1 = binReadI32(r); break;
+        case 2: g->value2 = binReadI32(r); break;
+        case 3: g->word3 = binReadU16(r); break;
+        case 4: {
+            uint16_t n = binReadU16(r);
+            if (g->members) break;  // a second list would only repeat the first; it is dropped
+            g->members = static_cast<MetaMember *>(
+                geoAllocChecked(r, n, geoRecordMinBytes(proto, REC_META_MEMBER), sizeof(MetaMember)));
+            g->memberCount = g->members ? n : 0;
+            for (int i = 0; i < g->memberCount; ++i) {
+                MetaMember &m = g->members[i];
+                TokenCursor mc;
+                FOR_TOKENS(mt, r, proto, REC_META_MEMBER, mc) {
+                    if (mt == 1) { free(m.name); m.name = binReadStr(r); }
+                    else if (mt == 2 && !m.refs) {
+                        uint16_t k = binReadU16(r);
+                        m.refs = readStrings(r, k);
+                        m.refCount = m.refs ? k : 0;
+                    } else binSkip(r, mt);
+                }
+            }
+            break;
+        }
+        case 5: {
+            uint16_t n = binReadU16(r);
+            if (g->pairs) break;
+            g->pairs = static_cast<MetaPair *>(
+                geoAllocChecked(r, n, geoRecordMinBytes(proto, REC_META_PAIR), sizeof(MetaPair)));
+            g->pairCount = g->pairs ? n : 0;
+            for (int i = 0; i < g->pairCount; ++i) {
+                TokenCursor pc;
+                FOR_TOKENS(pt, r, proto, REC_META_PAIR, pc) {
+                    if (pt == 1 && !g->pairs[i].first) {
+                        g->pairs[i].first = binReadStr(r);
+                        g->pairs[i].second = binReadStr(r);
+                    } else binSkip(r, pt);
+                }
+            }
+            break;
+        }
+        default: binSkip(r, t);
+        }
+    }
+    return g;
+}
+
+ModelRef *readModelRef(BinReader &r, const Prototype *proto, Model *node) {
+    ModelRef *ref = static_cast<ModelRef *>(calloc(1, sizeof(ModelRef)));
+    if (!ref) return nullptr;
+    ref->node = node;
+    TokenCursor cur;
+    FOR_TOKENS(t, r, proto, REC_MODEL_REF, cur) {
+        switch (t) {
+        case 1: case 2: case 3: binReadI32(r); break;  // stale run-time values
+        case 4: ref->value4 = binReadF64(r); break;
+        case 5: ref->value5 = binReadF64(r); break;
+        case 6: binReadDoubles(r, ref->vector, 3); break;
+        case 7: binReadDoubles(r, &ref->matrix[0][0], 16); break;
+        default: binSkip(r, t);
+        }
+    }
+    return ref;
+}

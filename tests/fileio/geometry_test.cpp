@@ -1,0 +1,335 @@
+// Tests of the geometry records: golden bytes of a mesh, round trips of every
+// written type in both forms, linking, and damaged or lying records.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+#include <vector>
+
+#include "capture.h"
+#include "geometry.h"
+
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+struct Buf {
+    Bytes b;
+    Buf &u16(uint16_t v) { b.push_back(uint8_t(v >> 8)); b.push_back(uint8_t(v)); return *this; }
+    Buf &i32(uint32_t v) { return u16(uint16_t(v >> 16)).u16(uint16_t(v)); }
+    Buf &f32(float v) { return i32(std::bit_cast<uint32_t>(v)); }
+};
+
+// A reader over bytes in a temporary file, at version 4.0.
+struct ByteFile {
+    BinReader r;
+    FILE *f = tmpfile();
+    explicit ByteFile(const Bytes &bytes) {
+        fwrite(bytes.data(), 1, bytes.size(), f);
+        rewind(f);
+        binReaderAttach(r, f, "geo.bin");
+        r.version = 4.0f;
+    }
+    ~ByteFile() { fclose(f); }
+};
+
+struct Sink {
+    BinWriter w;
+    FILE *f = tmpfile();
+    Sink() { binWriterAttach(w, f, "out.bin"); }
+    ~Sink() { fclose(f); }
+    Bytes bytes() {
+        fflush(f);
+        Bytes out(static_cast<size_t>(ftell(f)));
+        rewind(f);
+        EXPECT_EQ(fread(out.data(), 1, out.size(), f), out.size());
+        return out;
+    }
+};
+
+Prototype *v4() {
+    Prototype *p = protoNew();
+    geometryProtoSet(*p);
+    return p;
+}
+
+// Writes with `write`, reads back with `read`, in the listed and tokenised forms.
+template <class T, class W, class R>
+void roundTrip(const T *in, W write, R read, void (*check)(const T *, const T *), void (*release)(T *)) {
+    Prototype *proto = v4();
+    for (const Prototype *p : {static_cast<const Prototype *>(proto), static_cast<const Prototype *>(nullptr)}) {
+        Sink s;
+        ASSERT_TRUE(write(s.w, p, in));
+        ByteFile f(s.bytes());
+        T *out = read(f.r, p);
+        ASSERT_NE(out, nullptr);
+        EXPECT_FALSE(f.r.failed) << f.r.error;
+        EXPECT_EQ(binRemaining(f.r), 0);
+        check(in, out);
+        release(out);
+    }
+    protoFree(proto);
+}
+
+// The golden mesh: one vertex, one one-node polygon with an extra UV domain.
+Bytes goldenMesh() {
+    Buf g;
+    g.u16(2).f32(60.0f).i32(2);
+    g.i32(1).f32(1).f32(2).f32(3).u16(5);
+    g.i32(1).u16(1).i32(0).f32(0).f32(0).f32(1).f32(0.5f).f32(0.25f).i32(0x11223344).i32(8).f32(0.75f).f32(1.0f);
+    g.u16(0).u16(7);
+    g.i32(0);
+    g.u16(1).u16(2).u16(1).f32(0.5f).f32(1.0f).f32(30.0f).u16(1).u16(4).u16(1);
+    return g.b;
+}
+
+}  // namespace
+
+TEST(GeometryMesh, GoldenBytesBothWays) {
+    Mesh m{};
+    MeshVertex v{{1, 2, 3}, nullptr, 0, 5};
+    float uv[2] = {0.75f, 1.0f};
+    MeshNode n{0, -1, {0, 0, 1}, 0.5f, 0.25f, 0x11223344, uv};
+    MeshPolygon p{{0, 0, 0}, &n, 1, 0, 7};
+    m.vertices = &v; m.vertexCount = 1;
+    m.polygons = &p; m.polygonCount = 1;
+    m.flags = MESH_FLAG_TOKEN1; m.discontinuity = 60.0f; m.uvDomainCount = 2;
+    m.approx = {APPROX_SYSTEM, 0.5f, 1.0f, 30.0f, 1, 4, 1, APPROX_SPACIAL, 1};
+    Prototype *proto = v4();
+    Sink s;
+    ASSERT_TRUE(writeMesh(s.w, proto, &m));
+    EXPECT_EQ(s.bytes(), goldenMesh());
+
+    ByteFile f(goldenMesh());
+    Mesh *r = readMesh(f.r, proto, nullptr);
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->flags, MESH_FLAG_TOKEN1);
+    EXPECT_NEAR(r->cosDiscontinuity, 0.5f, 1e-6);
+    EXPECT_EQ(r->uvDomainCount, 2);
+    ASSERT_EQ(r->vertexCount, 1);
+    EXPECT_EQ(r->vertices[0].pos[2], 3.0f);
+    EXPECT_EQ(r->vertices[0].flag, 5);
+    ASSERT_EQ(r->polygonCount, 1);
+    const MeshNode &rn = r->polygons[0].nodes[0];
+    EXPECT_EQ(rn.colour, 0x11223344u);
+    ASSERT_NE(rn.uvs, nullptr);
+    EXPECT_EQ(rn.uvs[0], 0.75f);
+    EXPECT_EQ(r->polygons[0].flg, 7);
+    EXPECT_EQ(r->approx.spacialAngle, 30.0f);
+    EXPECT_EQ(r->approx.subdMax, 4);
+    meshFree(r);
+    protoFree(proto);
+}
+
+TEST(GeometryMesh, OldColoursGainAlphaAndShortCountsMatchLongOnes) {
+    // Tokenised: 16-bit counts (3, 4, 5) then 32-bit counts (7, 8, 9) of the same triangle.
+    auto triangle = [](bool wide) {
+        Buf b;
+        b.u16(wide ? 7 : 3);
+        wide ? b.i32(3) : b.u16(3);
+        for (int i = 0; i < 3; ++i) b.u16(1).f32(float(i)).f32(float(i * i)).f32(0).u16(0);
+        b.u16(wide ? 8 : 4);
+        wide ? b.i32(1) : b.u16(1);
+        b.u16(2).u16(3);
+        for (int i = 0; i < 3; ++i) wide ? b.u16(3).i32(i).u16(1029).i32(0x00102030).u16(0)
+                                         : b.u16(1).u16(uint16_t(i)).u16(1029).i32(0x00102030).u16(0);
+        b.u16(0);
+        b.u16(wide ? 9 : 5);
+        wide ? b.i32(3) : b.u16(3);
+        for (int i = 0; i < 3; ++i) wide ? b.u16(4).i32(i).i32((i + 1) % 3).u16(0) : b.u16(1).u16(uint16_t(i)).u16(uint16_t((i + 1) % 3)).u16(0);
+        b.u16(0);
+        return b.b;
+    };
+    ByteFile a(triangle(false)), b(triangle(true));
+    a.r.version = 2.0f;
+    Mesh *ma = readMesh(a.r, nullptr, nullptr), *mb = readMesh(b.r, nullptr, nullptr);
+    ASSERT_EQ(ma->vertexCount, 3);
+    ASSERT_EQ(mb->vertexCount, 3);
+    ASSERT_EQ(ma->edgeCount, 3);
+    ASSERT_EQ(mb->edgeCount, 3);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(ma->vertices[i].pos[1], mb->vertices[i].pos[1]);
+        EXPECT_EQ(ma->polygons[0].nodes[i].edg, mb->polygons[0].nodes[i].edg);
+        EXPECT_EQ(ma->polygons[0].nodes[i].edg, i);
+        EXPECT_EQ(meshEdge(ma, i)->pol[0], 0);
+    }
+    EXPECT_EQ(ma->polygons[0].nodes[0].colour, 0xFF102030u);
+    EXPECT_EQ(mb->polygons[0].nodes[0].colour, 0x00102030u);
+    meshFree(ma);
+    meshFree(mb);
+}
+
+TEST(GeometryMesh, CubeLinksAndRoundTrips) {
+    Mesh *cube = meshMakeCube(2.0f);
+    ASSERT_NE(cube, nullptr);
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(cube->vertices[i].neighbourCount, 3);
+    for (int e = 0; e < 12; ++e) {
+        EXPECT_GE(meshEdge(cube, e)->pol[0], 0) << e;
+        EXPECT_GE(meshEdge(cube, e)->pol[1], 0) << e;
+    }
+    roundTrip<Mesh>(cube, writeMesh, [](BinReader &r, const Prototype *p) { return readMesh(r, p, nullptr); },
+        [](const Mesh *a, const Mesh *b) {
+            ASSERT_EQ(b->polygonCount, 6);
+            ASSERT_EQ(b->edgeCount, 12);
+            for (int i = 0; i < 8; ++i) EXPECT_EQ(0, memcmp(a->vertices[i].pos, b->vertices[i].pos, 12));
+            for (int p = 0; p < 6; ++p)
+                for (int k = 0; k < 4; ++k) {
+                    EXPECT_EQ(a->polygons[p].nodes[k].vrt, b->polygons[p].nodes[k].vrt);
+                    EXPECT_EQ(a->polygons[p].nodes[k].edg, b->polygons[p].nodes[k].edg);
+                }
+            EXPECT_EQ(b->discontinuity, 60.0f);
+        }, meshFree);
+    meshFree(cube);
+}
+
+TEST(GeometryMesh, BadIndicesStayUnlinkedAndLyingCountsAllocateNothing) {
+    // A polygon naming vertex 99 of 1 and an edge of vertex -4.
+    Buf b;
+    b.u16(7).i32(1).u16(1).f32(0).f32(0).f32(0).u16(0);
+    b.u16(8).i32(1).u16(2).u16(2).u16(3).i32(99).u16(0).u16(3).i32(0).u16(0).u16(0);
+    b.u16(9).i32(1).u16(4).i32(uint32_t(-4)).i32(0).u16(0).u16(0);
+    ByteFile f(b.b);
+    Mesh *m = readMesh(f.r, nullptr, nullptr);
+    EXPECT_FALSE(f.r.failed);
+    EXPECT_EQ(m->polygons[0].nodes[0].edg, -1);
+    EXPECT_EQ(m->vertices[0].neighbourCount, 0);
+    meshFree(m);
+
+    bwtest::OutputCapture cap;
+    for (uint16_t token : {7, 8, 9}) {
+        ByteFile lie(Buf().u16(token).i32(0x7FFFFFFF).u16(0).b);
+        Mesh *l = readMesh(lie.r, nullptr, nullptr);
+        EXPECT_TRUE(lie.r.failed);
+        EXPECT_EQ(l->vertexCount + l->polygonCount + l->edgeCount, 0);
+        meshFree(l);
+    }
+    ByteFile s(Buf().u16(2).i32(0x7FFF0000).i32(0x7FFF0000).u16(0).b);
+    NurbsSurface *ns = readNurbsSurface(s.r, nullptr);
+    EXPECT_TRUE(s.r.failed);
+    EXPECT_EQ(ns->cvs, nullptr);
+    nurbsSurfaceFree(ns);
+    EXPECT_NE((cap.out.text() + cap.err.text()).find("Passed end of file geo.bin"), std::string::npos);
+}
+
+TEST(GeometryPatch, GridRoundTripsAndReadsWAndClosedFlags) {
+    Patch *p = patchMakeGrid(4, 4, 3.0f);
+    p->uClosed = 1;
+    p->step[0] = 3; p->step[1] = 5;
+    p->approxValues[1] = 2.5f;
+    p->cvFlags[7] = 9;
+    roundTrip<Patch>(p, writePatch, readPatch, [](const Patch *a, const Patch *b) {
+        ASSERT_EQ(b->uCount * b->vCount, 16);
+        for (int i = 0; i < 16; ++i) {
+            EXPECT_EQ(0, memcmp(a->cvs[i], b->cvs[i], 12));
+            EXPECT_EQ(b->cvs[i][3], 1.0f);
+            EXPECT_EQ(a->cvFlags[i], b->cvFlags[i]);
+        }
+        EXPECT_EQ(b->uClosed, 1);
+        EXPECT_EQ(b->step[1], 5u);
+        EXPECT_EQ(b->approxValues[1], 2.5f);
+    }, patchFree);
+    patchFree(p);
+
+    // Closed stored as 7; a grid whose CVs lie about their number.
+    ByteFile f(Buf().u16(3).u16(1).u16(1).u16(4).u16(7).u16(7).u16(5).f32(1).f32(2).f32(3).u16(0).b);
+    Patch *r = readPatch(f.r, nullptr);
+    EXPECT_EQ(r->uClosed, 1);
+    EXPECT_EQ(r->vClosed, 1);
+    EXPECT_EQ(r->cvs[0][3], 1.0f);
+    patchFree(r);
+    bwtest::OutputCapture cap;
+    ByteFile lie(Buf().u16(3).u16(65535).u16(65535).u16(5).u16(0).b);
+    Patch *l = readPatch(lie.r, nullptr);
+    EXPECT_TRUE(lie.r.failed);
+    EXPECT_EQ(l->uCount, 0);
+    EXPECT_EQ(l->cvs, nullptr);
+    patchFree(l);
+}
+
+TEST(GeometryCurves, SplineCurveFaceSurfaceRoundTrip) {
+    Spline *s = splineMakeSquare(2.0f);
+    s->vertices[2].tanOut[1] = 4.0f;
+    s->vertices[3].flags[2] = 6;
+    roundTrip<Spline>(s, writeSpline, readSpline, [](const Spline *a, const Spline *b) {
+        EXPECT_STREQ(b->name, "square");
+        ASSERT_EQ(b->vertexCount, 4);
+        EXPECT_EQ(0, memcmp(a->vertices, b->vertices, 4 * sizeof(SplineVertex)));
+        EXPECT_EQ(b->closed, 1);
+        EXPECT_EQ(b->degree, 1u);
+    }, splineFree);
+    splineFree(s);
+
+    NurbsCurve *c = nurbsCurveMakeLine(5.0f);
+    c->cvFlags[1] = 3;
+    c->flag = 2;
+    roundTrip<NurbsCurve>(c, writeNurbsCurve, readNurbsCurve, [](const NurbsCurve *a, const NurbsCurve *b) {
+        ASSERT_EQ(b->cvCount, 2);
+        EXPECT_EQ(0, memcmp(a->cvs, b->cvs, 2 * sizeof(double[4])));
+        EXPECT_EQ(b->cvFlags[1], 3);
+        ASSERT_EQ(b->knotCount, 4);
+        EXPECT_EQ(b->knots[3], 1.0);
+        EXPECT_EQ(b->flag, 2);
+    }, nurbsCurveFree);
+
+    Face *f = faceMakeSquare(4.0f, 2);
+    roundTrip<Face>(f, writeFace, readFace, [](const Face *, const Face *b) {
+        EXPECT_EQ(b->isSpline, 1);
+        EXPECT_STREQ(b->boundary.name, "boundary");
+        ASSERT_EQ(b->holeCount, 2);
+        EXPECT_EQ(b->curveHoles, nullptr);
+        EXPECT_FLOAT_EQ(b->holes[1].vertices[1].pos[0], 1.0f / 3.0f);
+    }, faceFree);
+    // A face bounded by curves keeps its curve holes.
+    f->isSpline = 0;
+    f->curveHoles = static_cast<NurbsCurve *>(calloc(2, sizeof(NurbsCurve)));
+    f->curveHoles[1] = *c;
+    roundTrip<Face>(f, writeFace, readFace, [](const Face *, const Face *b) {
+        ASSERT_EQ(b->holeCount, 2);
+        EXPECT_EQ(b->holes, nullptr);
+        EXPECT_EQ(b->curveHoles[1].cvs[1][0], 5.0);
+    }, faceFree);
+    free(f->curveHoles);
+    f->curveHoles = nullptr;
+    f->isSpline = 1;
+    faceFree(f);
+    nurbsCurveFree(c);
+
+    NurbsSurface *ns = nurbsSurfaceMakePlane(2.0f);
+    NurbsTrim trim{3, -8};
+    uint8_t custom[3] = {1, 2, 3};
+    ns->trims = &trim; ns->trimCount = 1;
+    ns->customData = custom; ns->customSize = 3;
+    ns->extra[2] = 77;
+    roundTrip<NurbsSurface>(ns, writeNurbsSurface, readNurbsSurface, [](const NurbsSurface *a, const NurbsSurface *b) {
+        EXPECT_EQ(0, memcmp(a->cvs, b->cvs, 4 * sizeof(double[4])));
+        EXPECT_EQ(b->knotCount[1], 4);
+        EXPECT_EQ(b->trims[0].value, -8);
+        ASSERT_EQ(b->customSize, 3);
+        EXPECT_EQ(b->customData[2], 3);
+        EXPECT_EQ(b->approx.subdMax, 8);
+        EXPECT_EQ(b->extra[2], 77);
+    }, nurbsSurfaceFree);
+    ns->trims = nullptr; ns->customData = nullptr;
+    nurbsSurfaceFree(ns);
+}
+
+TEST(GeometryCurves, SurfaceOldTokenNumbersAndCurveCvFlagsByVersion) {
+    // Fields of old surface files are numbered from 231.
+    ByteFile f(Buf().u16(231).i32(3).i32(2).u16(233).u16(5).u16(0).u16(0).b);
+    NurbsSurface *s = readNurbsSurface(f.r, nullptr);
+    EXPECT_EQ(s->degree[0], 3);
+    EXPECT_EQ(s->closed[0], 1);
+    nurbsSurfaceFree(s);
+    // Before the CV flag version a CV is four doubles only.
+    Buf b;
+    b.u16(2).i32(1);
+    for (int i = 0; i < 4; ++i) b.i32(0).i32(0);
+    b.u16(0);
+    ByteFile old(b.b);
+    old.r.version = 2.5f;
+    NurbsCurve *c = readNurbsCurve(old.r, nullptr);
+    EXPECT_FALSE(old.r.failed);
+    EXPECT_EQ(c->cvCount, 1);
+    EXPECT_EQ(c->cvFlags, nullptr);
+    nurbsCurveFree(c);
+}

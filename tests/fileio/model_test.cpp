@@ -1,0 +1,208 @@
+// Tests of model files: hierarchy round trips with and without a table, the
+// node fields of older files, and files cut or lying at every place.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "capture.h"
+#include "model.h"
+
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+struct Buf {
+    Bytes b;
+    Buf &u16(uint16_t v) { b.push_back(uint8_t(v >> 8)); b.push_back(uint8_t(v)); return *this; }
+    Buf &i32(uint32_t v) { return u16(uint16_t(v >> 16)).u16(uint16_t(v)); }
+    Buf &f32(float v) { return i32(std::bit_cast<uint32_t>(v)); }
+    Buf &raw(const char *s, size_t n) { b.insert(b.end(), s, s + n); return *this; }
+    Buf &header(float version) {
+        i32(BIN_ID_GENERAL).f32(version).raw("No comment...", 13);
+        b.resize(BIN_HEADER_SIZE, 0);
+        return *this;
+    }
+};
+
+// Parent "root" with a cube, two children "left" (with a grandchild) and "right".
+Model *makeTree() {
+    Model *root = modelNew("root", MODEL_MESH, meshMakeCube(1.0f));
+    root->translation[0] = 5.0f;
+    root->visibility = 1;
+    Model *left = modelNew("left", MODEL_PATCH, patchMakeGrid(3, 2, 1.0f));
+    left->rotation[2] = 1.5707964f;
+    left->scaling[1] = 2.0f;
+    Model *right = modelNew("right", MODEL_NURBS_SURFACE, nurbsSurfaceMakePlane(1.0f));
+    right->translation[1] = -1.0f;
+    modelAddChild(root, left);
+    modelAddChild(root, right);
+    modelAddChild(left, modelNew("leaf", MODEL_FACE, faceMakeSquare(1.0f, 1)));
+    // Kept records ride along as blobs.
+    root->materialCount = 2;
+    root->materials = static_cast<ModelMaterial **>(calloc(2, sizeof(ModelMaterial *)));
+    root->materials[1] = static_cast<ModelMaterial *>(calloc(1, sizeof(ModelMaterial)));
+    root->materials[1]->bytes = static_cast<uint8_t *>(calloc(8, 1));
+    root->materials[1]->size = 8;
+    const uint8_t mat[8] = {0x04, 0x06, 0x42, 0x48, 0, 0, 0, 0};  // token 0x0406: f32 50, then end
+    memcpy(root->materials[1]->bytes, mat, 8);
+    return root;
+}
+
+Bytes writeTree(const Model *root, int withTable) {
+    FILE *f = tmpfile();
+    BinWriter w;
+    binWriterAttach(w, f, "tree.hrc");
+    EXPECT_TRUE(modelFileWriteForm(w, root, withTable));
+    fflush(f);
+    Bytes out(static_cast<size_t>(ftell(f)));
+    rewind(f);
+    EXPECT_EQ(fread(out.data(), 1, out.size(), f), out.size());
+    fclose(f);
+    return out;
+}
+
+// Writes bytes to "<dir>/<name>.hrc" and reads them back as a model file.
+Model *readBytes(const bwtest::TempDir &dir, const Bytes &bytes, const char *name = "m") {
+    std::string path = dir.path() + "/" + name;
+    std::ofstream(path + ".hrc", std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()),
+                                                          static_cast<std::streamsize>(bytes.size()));
+    return modelFileRead(path.c_str(), nullptr, MODEL_READ_NEW);
+}
+
+void expectTree(const Model *root) {
+    ASSERT_NE(root, nullptr);
+    EXPECT_STREQ(root->name, "root");
+    EXPECT_EQ(root->visibility, 1);
+    ASSERT_EQ(root->type, MODEL_MESH);
+    EXPECT_EQ(root->geometry.mesh->polygonCount, 6);
+    ASSERT_EQ(root->materialCount, 2);
+    EXPECT_EQ(root->materials[0], nullptr);
+    ASSERT_NE(root->materials[1], nullptr);
+    EXPECT_EQ(root->materials[1]->size, 8);
+    const Model *left = root->firstChild;
+    ASSERT_NE(left, nullptr);
+    EXPECT_STREQ(left->name, "left");
+    EXPECT_EQ(left->parent, root);
+    EXPECT_EQ(left->geometry.patch->uCount, 3);
+    EXPECT_NEAR(left->rotation[2], 1.5707964f, 1e-6);
+    ASSERT_NE(left->firstChild, nullptr);
+    EXPECT_STREQ(left->firstChild->name, "leaf");
+    EXPECT_EQ(left->firstChild->geometry.face->holeCount, 1);
+    const Model *right = left->nextSibling;
+    ASSERT_NE(right, nullptr);
+    EXPECT_STREQ(right->name, "right");
+    EXPECT_EQ(right->parent, root);
+    EXPECT_EQ(right->nextSibling, nullptr);
+    // Global transform: the child's translation goes through the parent's.
+    EXPECT_FLOAT_EQ(right->globalMatrix[3][0], 5.0f);
+    EXPECT_FLOAT_EQ(right->globalMatrix[3][1], -1.0f);
+    // Left turns a quarter about Z: its local X axis points along global Y.
+    EXPECT_NEAR(left->globalMatrix[0][1], 1.0f, 1e-6);
+}
+
+}  // namespace
+
+TEST(ModelFile, HierarchyRoundTripsWithAndWithoutTable) {
+    bwtest::TempDir dir;
+    Model *tree = makeTree();
+    Bytes withTable = writeTree(tree, 1), without = writeTree(tree, 0);
+    EXPECT_EQ(0, memcmp(withTable.data(), "\x53\x80\xF6\x34", 4));  // the general id
+    EXPECT_EQ(0, memcmp(withTable.data() + BIN_HEADER_SIZE, "PROT", 4));
+    EXPECT_EQ(0, memcmp(without.data() + BIN_HEADER_SIZE, "HRCH", 4));
+    for (const Bytes *bytes : {&withTable, &without}) {
+        Model *back = readBytes(dir, *bytes);
+        expectTree(back);
+        // Writing what was read gives the same bytes again.
+        EXPECT_EQ(writeTree(back, bytes == &withTable), *bytes);
+        modelFree(back);
+    }
+    modelFree(tree);
+}
+
+TEST(ModelFile, OldNodeFields) {
+    // Version 3.4, no table: visibility 65535, material index out of range,
+    // an old custom tag, two 3D textures, a sibling-less child, token 548.
+    Buf b;
+    b.header(3.4f).raw("HRCH", 4);
+    b.u16(1).raw("n", 2).u16(548).u16(1).u16(2).i32(MODEL_MESH);
+    b.u16(3).u16(7).i32(1).u16(1).f32(0).f32(0).f32(0).u16(0);
+    b.u16(8).i32(1).u16(2).u16(1).u16(3).i32(0).u16(0).u16(3).u16(9).u16(0).u16(0);
+    b.u16(7).u16(3).u16(1).raw("a", 2).u16(1).raw("b", 2).u16(1).raw("c", 2);
+    b.u16(9).u16(2).u16(0).u16(0x0406).f32(1).u16(0).u16(0).u16(0x0406).f32(2).u16(0);
+    b.u16(12).u16(65535);
+    b.u16(22).u16(2).raw("DCBA", 5).raw("\x01", 1).i32(2).raw("xy", 2).raw("CUSB", 5).raw("\0", 1).i32(0);
+    b.u16(10).u16(1).u16(1).raw("kid", 4).u16(0).u16(11).u16(0).u16(0);
+    bwtest::TempDir dir;
+    Model *m = readBytes(dir, b.b);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->flags & MODEL_FLAG_FILE1, MODEL_FLAG_FILE1);
+    EXPECT_EQ(m->visibility, 0);
+    EXPECT_EQ(m->geometry.mesh->polygons[0].material, 0);
+    ASSERT_NE(m->texture3D, nullptr);
+    EXPECT_EQ(m->texture3D->bytes[2], 0x3F);  // the first one, 1.0f
+    ASSERT_NE(m->customBlocks, nullptr);
+    EXPECT_STREQ(m->customBlocks->tag, "_ABCD");
+    EXPECT_EQ(m->customBlocks->flag, 1);
+    ASSERT_NE(m->customBlocks->next, nullptr);
+    EXPECT_STREQ(m->customBlocks->next->tag, "CUSB");
+    ASSERT_NE(m->firstChild, nullptr);
+    EXPECT_STREQ(m->firstChild->name, "kid");
+    EXPECT_EQ(modelFindByName(nullptr, m, "kid"), m->firstChild);
+    modelFree(m);
+}
+
+TEST(ModelFile, DamagedFilesNeverCrashAndNameTheFile) {
+    bwtest::TempDir dir;
+    Model *tree = makeTree();
+    for (int withTable : {1, 0}) {
+        Bytes full = writeTree(tree, withTable);
+        for (size_t cut = 0; cut < full.size(); cut += 3) {
+            bwtest::OutputCapture cap;
+            modelFree(readBytes(dir, Bytes(full.begin(), full.begin() + long(cut)), "cut"));
+            std::string said = cap.err.text() + cap.out.text();
+            if (cut > size_t(BIN_HEADER_SIZE) + 4) {
+                EXPECT_NE(said.find("cut.hrc"), std::string::npos) << cut;
+            }
+        }
+    }
+    modelFree(tree);
+    // Another chunk than HRCH gives no model.
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(readBytes(dir, Buf().header(4.0f).raw("XXXX", 4).u16(0).b), nullptr);
+}
+
+TEST(ModelFile, LyingCountsAndDeepTrees) {
+    bwtest::TempDir dir;
+    {
+        bwtest::OutputCapture cap;
+        for (uint16_t token : {7, 8, 21}) {
+            Buf b;
+            b.header(4.0f).raw("HRCH", 4).u16(token);
+            token == 21 ? b.i32(0x7FFFFFFF) : b.u16(65535);
+            b.u16(0);
+            Model *m = readBytes(dir, b.b);
+            ASSERT_NE(m, nullptr);
+            EXPECT_EQ(m->materialCount + m->texture2DCount + m->clusterCount, 0);
+            modelFree(m);
+        }
+    }
+    // A chain of 200000 nested children and one of as many siblings.
+    for (uint16_t token : {10, 11}) {
+        Buf b;
+        b.header(4.0f).raw("HRCH", 4);
+        if (token == 11) b.u16(10).u16(1);
+        for (int i = 0; i < 200000; ++i) b.u16(token).u16(1);
+        b.b.resize(b.b.size() + 2 * 200002, 0);
+        Model *m = readBytes(dir, b.b);
+        ASSERT_NE(m, nullptr);
+        int depth = 0;
+        for (Model *n = m->firstChild; n; n = token == 10 ? n->firstChild : n->nextSibling) ++depth;
+        EXPECT_EQ(depth, token == 10 ? 200000 : 200001);
+        modelFree(m);
+    }
+}

@@ -1,0 +1,68 @@
+// The bwinfo tool on a material file, a cut copy of it and a foreign file.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "capture.h"
+#include "material.h"
+#include "run_viewer.h"
+
+using bwtest::RunResult;
+
+namespace {
+
+RunResult bwinfo(const std::vector<std::string> &args, const std::string &dir) {
+    return bwtest::runProgram(BW_BWINFO_BIN, args, dir);
+}
+
+bool contains(const std::string &text, const std::string &part) {
+    return text.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+TEST(Bwinfo, DumpsWholeCutAndForeignFiles) {
+    bwtest::TempDir dir;
+    Material m;
+    m.name = "red";
+    m.textures.resize(1);
+    m.textures[0].pictureName = "wood.pic";
+    ASSERT_EQ(materialFileWrite((dir / "red").c_str(), m, "a red one"), 1);
+
+    RunResult whole = bwinfo({"red.mtr"}, dir.path());
+    EXPECT_EQ(whole.status, 0) << whole.out << whole.err;
+    EXPECT_EQ(whole.out.rfind("red.mtr: BRACKWOOD Binary Material\n  version: 4\n"
+                              "  comment: \"a red one\"\n  prototypes:\n    record 13: 1 2 3 4 5 6 7",
+                              0),
+              0u)
+        << whole.out;
+    EXPECT_TRUE(contains(whole.out, "  chunk: \"MTRL\"\n  material \"red\"\n    shading model 4\n"
+                                    "    ambient 0.5 0.5 0.5\n"))
+        << whole.out;
+    EXPECT_TRUE(contains(whole.out, "    2D texture \"wood.pic\"\n")) << whole.out;
+
+    // Cut two bytes into a four-byte field near the end of the record: what
+    // came before is dumped, then the offset of that field.
+    size_t size = std::filesystem::file_size(dir / "red.mtr");
+    std::filesystem::copy_file(dir / "red.mtr", dir / "cut.mtr");
+    std::filesystem::resize_file(dir / "cut.mtr", size - 40);
+    RunResult cut = bwinfo({"red.mtr", "cut.mtr"}, dir.path());
+    EXPECT_EQ(cut.status, 1);
+    EXPECT_TRUE(contains(cut.out, "  material \"red\"\n")) << cut.out;
+    EXPECT_TRUE(contains(cut.out, "bwinfo: cut.mtr: reading stopped at offset " +
+                                      std::to_string(size - 42) +
+                                      ": Passed end of file cut.mtr while reading data\n"))
+        << cut.out;
+
+    dir.write("notes.txt", "hello\n");
+    RunResult foreign = bwinfo({"notes.txt", "missing.mtr"}, dir.path());
+    EXPECT_EQ(foreign.status, 1);
+    EXPECT_EQ(foreign.out, "");
+    EXPECT_EQ(foreign.err, "bwinfo: notes.txt: not an element or ascii file of the family\n"
+                           "bwinfo: missing.mtr: File missing.mtr was not found\n");
+
+    RunResult help = bwinfo({"-h"}, dir.path());
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out, "Usage: bwinfo FILE...\n");
+}

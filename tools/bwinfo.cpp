@@ -1,0 +1,237 @@
+// bwinfo FILE...: says what each element or ascii file of the family is
+// (kind, version, comment), prints its prototype table and a readable dump of
+// the records it knows. A damaged file gives what could be read and a line
+// saying where reading stopped and why. Exit status 0 when every file was
+// read whole, 1 otherwise.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "fileio.h"
+#include "material.h"
+
+namespace {
+
+// A dumper reads the records behind the chunk tag and prints them.
+using DumpFn = void (*)(BinReader &r, const Prototype &proto);
+
+void indent(int depth) { printf("%*s", depth * 2, ""); }
+
+void printToken(uint16_t token) {
+    if (token < 256) printf(" %u", token);
+    else printf(" 0x%04X", token);
+}
+
+void print3(int depth, const char *label, const float v[3]) {
+    indent(depth);
+    printf("%s %g %g %g\n", label, v[0], v[1], v[2]);
+}
+
+void dumpShader(int depth, const char *label, const CustomShader &s) {
+    if (s.name.empty() && s.data.empty()) return;
+    indent(depth);
+    printf("%s \"%s\", %zu bytes of parameters\n", label, s.name.c_str(), s.data.size());
+}
+
+void dumpBlocks(int depth, const std::vector<MaterialCustomBlock> &blocks) {
+    for (const MaterialCustomBlock &b : blocks) {
+        indent(depth);
+        printf("custom block \"%s\" flag %u, %zu bytes\n", b.tag.c_str(), b.flag, b.data.size());
+    }
+}
+
+void dumpTexture2D(int depth, const Texture2D &t) {
+    indent(depth);
+    printf("2D texture \"%s\"\n", t.pictureName.c_str());
+    ++depth;
+    indent(depth);
+    printf("source kind %u, method %u, swap %u, interpolate %u\n", t.sourceKind, t.method, t.swap,
+           t.interpolate);
+    indent(depth);
+    printf("crop %u: %g %g %g %g\n", t.cropOn, t.crop[0], t.crop[1], t.crop[2], t.crop[3]);
+    indent(depth);
+    printf("scale %g %g, offset %g %g\n", t.uScale, t.vScale, t.uOffset, t.vOffset);
+    indent(depth);
+    printf("tiles %u %u, mirror %u %u\n", t.tiles[0], t.tiles[1], t.mirror[0], t.mirror[1]);
+    indent(depth);
+    printf("video %u, alpha %u, explicit UV %u\n", t.video, t.alpha, t.explicitUV);
+    print3(depth, "box size", t.boxSize);
+    print3(depth, "box centre", t.boxCentre);
+    print3(depth, "sphere centre", t.sphereCentre);
+    if (!t.sequenceName.empty()) {
+        indent(depth);
+        printf("sequence \"%s\"\n", t.sequenceName.c_str());
+    }
+    dumpShader(depth, "shader", t.shader);
+    dumpBlocks(depth, t.customBlocks);
+}
+
+void dumpTexture3D(int depth, const Texture3D &t) {
+    indent(depth);
+    printf("3D texture \"%s\" type %u\n", t.name.c_str(), t.type);
+    print3(depth + 1, "scaling", t.scaling);
+    print3(depth + 1, "rotation", t.rotation);
+    print3(depth + 1, "translation", t.translation);
+    if (!t.extra.empty()) {
+        indent(depth + 1);
+        printf("extra data %zu bytes\n", t.extra.size());
+    }
+}
+
+void dumpMaterial(int depth, const Material &m) {
+    indent(depth);
+    printf("material \"%s\"\n", m.name.c_str());
+    ++depth;
+    indent(depth);
+    printf("shading model %u\n", m.shadingModel);
+    print3(depth, "ambient", m.ambient);
+    print3(depth, "diffuse", m.diffuse);
+    print3(depth, "specular", m.specular);
+    indent(depth);
+    printf("specular decay %g\n", m.specularDecay);
+    indent(depth);
+    printf("transparency %g\n", m.transparency);
+    for (const Texture2D &t : m.textures) dumpTexture2D(depth, t);
+    if (m.hasTexture3D) dumpTexture3D(depth, m.texture3D);
+    for (int i = 0; i < 3; ++i) dumpShader(depth, "shader", m.shaders[i]);
+    dumpShader(depth, "shader", m.sizedShader);
+    dumpBlocks(depth, m.customBlocks);
+}
+
+void dumpMaterialFile(BinReader &r, const Prototype &proto) {
+    Material m;
+    materialRead(r, &proto, m);
+    dumpMaterial(1, m);
+}
+
+void dumpTexture2DFile(BinReader &r, const Prototype &proto) {
+    Texture2D t;
+    texture2DRead(r, &proto, t);
+    dumpTexture2D(1, t);
+}
+
+void dumpTexture3DFile(BinReader &r, const Prototype &proto) {
+    Texture3D t;
+    texture3DRead(r, &proto, t);
+    dumpTexture3D(1, t);
+}
+
+// Until the model reader exists: the fields of the root node as tokens and
+// sizes, as far as their sizes are written in the tokens.
+void dumpTokens(BinReader &r, const Prototype &proto) {
+    constexpr int NODE_RECORD = 5;
+    TokenCursor cur;
+    for (uint16_t t = binFirstToken(r, &proto, NODE_RECORD, cur); t != BIN_TOKEN_END && !r.failed;
+         t = binNextToken(r, cur)) {
+        int64_t at = r.pos;
+        indent(1);
+        printf("token");
+        printToken(t);
+        if (tokenSkip(t) == BIN_SKIP_NONE) {
+            printf(" at offset %lld: no size; %lld bytes not dumped\n", static_cast<long long>(at),
+                   static_cast<long long>(binRemaining(r)));
+            return;
+        }
+        if (binSkip(r, t)) printf(": %lld bytes\n", static_cast<long long>(r.pos - at));
+        else printf("\n");
+    }
+}
+
+struct DumpEntry {
+    uint32_t id;  // file id
+    DumpFn dump;  // reads and prints the records
+};
+
+constexpr DumpEntry dumpers[] = {
+    {BIN_ID_MATERIAL, dumpMaterialFile},
+    {BIN_ID_TEXTURE2D, dumpTexture2DFile},
+    {BIN_ID_TEXTURE3D, dumpTexture3DFile},
+    {BIN_ID_GENERAL, dumpTokens},
+    {BIN_ID_MODEL, dumpTokens},
+};
+
+DumpFn dumperOf(uint32_t id) {
+    for (const DumpEntry &e : dumpers)
+        if (e.id == id) return e.dump;
+    return nullptr;
+}
+
+void printPrototypes(const Prototype &proto) {
+    bool any = false;
+    for (int id = 0; id < PROTO_ID_COUNT; ++id) {
+        const std::vector<uint16_t> &list = proto.lists[id];
+        if (list.empty()) continue;
+        if (!any) printf("  prototypes:\n");
+        any = true;
+        printf("    record %d:", id);
+        for (size_t i = 0; i + 1 < list.size(); ++i) printToken(list[i]);
+        printf("\n");
+    }
+    if (!any) printf("  prototypes: none\n");
+}
+
+// Prints the name of a binary id or ascii magic, or its number.
+void printKind(const char *file, uint32_t magic) {
+    const char *name = fileTypeName(magic);
+    if (name) printf("%s: %s\n", file, name);
+    else printf("%s: file kind 0x%08X\n", file, magic);
+}
+
+// 1 when the file was read whole.
+int inspect(const char *file) {
+    BinReader r;
+    if (!binReaderOpen(r, file)) {
+        fprintf(stderr, "bwinfo: %s: %s\n", file, r.error.c_str());
+        return 0;
+    }
+    char comment[BIN_COMMENT_SIZE + 1];
+    float version = 0;
+    int32_t id = binReadHeader(r, &version, comment);
+    if (id < 0) {
+        int isAscii = 0;
+        int32_t magic = fileReadMagic(r, &isAscii, &version);
+        binReaderClose(r);
+        if (magic < 0) {
+            fprintf(stderr, "bwinfo: %s: not an element or ascii file of the family\n", file);
+            return 0;
+        }
+        printKind(file, static_cast<uint32_t>(magic));
+        if (static_cast<uint32_t>(magic) == MAGIC_SSCN) printf("  version: none\n");
+        else printf("  version: %g\n", version);
+        return 1;
+    }
+    printKind(file, static_cast<uint32_t>(id));
+    printf("  version: %g\n", version);
+    printf("  comment: \"%s\"\n", comment);
+    Prototype proto;
+    char tag[5] = {};
+    if (binReadTag(r, tag) && strcmp(tag, "PROT") == 0 && protoRead(r, proto)) binReadTag(r, tag);
+    printPrototypes(proto);
+    if (!r.failed) {
+        printf("  chunk: \"%s\"\n", tag);
+        if (DumpFn dump = dumperOf(static_cast<uint32_t>(id))) dump(r, proto);
+        else printf("  records of this kind are not dumped\n");
+    }
+    int whole = !r.failed;
+    if (!whole)
+        printf("bwinfo: %s: reading stopped at offset %lld: %s\n", file, static_cast<long long>(r.pos),
+               r.error.c_str());
+    binReaderClose(r);
+    return whole;
+}
+
+}  // namespace
+
+int main(int argc, char *argv[]) {
+    if (argc < 2 || strcmp(argv[1], "-h") == 0) {
+        FILE *out = argc < 2 ? stderr : stdout;
+        fprintf(out, "Usage: bwinfo FILE...\n");
+        return argc < 2 ? 1 : 0;
+    }
+    int status = 0;
+    for (int i = 1; i < argc; ++i) {
+        if (!inspect(argv[i])) status = 1;
+        fflush(stdout);
+    }
+    return status;
+}

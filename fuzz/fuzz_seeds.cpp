@@ -1,8 +1,10 @@
 // Writes the seed corpus of the fuzz targets with our own writers.
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "fileio.h"
+#include "model.h"
 
 namespace {
 
@@ -20,6 +22,34 @@ void writeFrame(const std::string &path, const Prototype *proto) {
     binWriterClose(w);
 }
 
+// A root with one child of every geometry type, so that each record reader
+// has a seed to start from.
+Model *makeModelTree() {
+    Model *root = modelNew("root", MODEL_MESH, meshMakeCube(1.0f));
+    root->translation[1] = 2.0f;
+    modelAddChild(root, modelNew("patch", MODEL_PATCH, patchMakeGrid(3, 3, 1.0f)));
+    modelAddChild(root, modelNew("face", MODEL_FACE, faceMakeSquare(1.0f, 1)));
+    modelAddChild(root, modelNew("spline", MODEL_SPLINE, splineMakeSquare(1.0f)));
+    modelAddChild(root, modelNew("curve", MODEL_NURBS_CURVE, nurbsCurveMakeLine(2.0f)));
+    modelAddChild(root, modelNew("surface", MODEL_NURBS_SURFACE, nurbsSurfaceMakePlane(1.0f)));
+    modelAddChild(root, modelNew("meta", MODEL_META, calloc(1, sizeof(MetaGroup))));
+    modelAddChild(root, modelNew("ref", MODEL_REF, calloc(1, sizeof(ModelRef))));
+    modelAddChild(root->firstChild, modelNew("bare", MODEL_BARE, nullptr));
+    return root;
+}
+
+void writeModels(const std::string &dir) {
+    Model *root = makeModelTree();
+    modelFileWritePath((dir + "/model.hrc").c_str(), root);
+    // Files of older writers carry every token instead of a table.
+    BinWriter w;
+    if (binWriterOpen(w, (dir + "/model_tokens.hrc").c_str())) {
+        modelFileWriteForm(w, root, 0);
+        binWriterClose(w);
+    }
+    modelFree(root);
+}
+
 }  // namespace
 
 int main(int argc, char *argv[]) {
@@ -34,6 +64,7 @@ int main(int argc, char *argv[]) {
     protoSet(*proto, 12, list, 3);
     writeFrame(dir + "/prototyped.bin", proto);
     protoFree(proto);
+    writeModels(dir);
     if (FILE *f = fopen((dir + "/scene.dsc").c_str(), "wb")) {
         fputs("SDSC 3.6\nCHAPTER SCENES\n", f);
         fclose(f);

@@ -22,9 +22,11 @@ constexpr int PROTO_ID_MATERIAL = 13;
 constexpr int PROTO_ID_TEXTURE2D = 14;
 constexpr int PROTO_ID_TEXTURE3D = 15;
 
-// A block of custom data: tag, flag, bytes. Materials and textures carry them
-// in a sized field, model nodes in a chain of their own.
-struct MaterialCustomBlock {
+// A block of custom data: tag, flag, bytes. On disk: four tag characters and a
+// 0, the flag as one byte, an i32 size and the bytes. Materials and textures
+// carry them in a sized field, model nodes in tokens 22 and 0xFF1C; the record
+// and its reader and writer are the same in all three places.
+struct CustomBlock {
     std::string tag;            // "CUSA" to "CUSD", or "_" and the turned tag of an old custom element
     uint8_t flag = 0;           // kept
     std::vector<uint8_t> data;  // the block's bytes, in file order from 3.50009 on
@@ -70,7 +72,7 @@ struct Texture2D {
     uint16_t kept37 = 0;             // token 37
     std::string sequenceName;        // token 50: picture sequence, empty for none
     uint16_t kept563[6] = {};        // tokens 563 to 568
-    std::vector<MaterialCustomBlock> customBlocks;  // token 0xFF35
+    std::vector<CustomBlock> customBlocks;  // token 0xFF35
 };
 
 // A 3D (solid) texture (record id 15).
@@ -107,7 +109,7 @@ struct Material {
     CustomShader shaders[3];         // tokens 21, 22, 23
     uint16_t newForm[2] = {0, 0};    // both 2 after shading model 7 in token 536 (stored as 1)
     uint16_t kept540 = 0, kept541 = 0;  // tokens 540, 541
-    std::vector<MaterialCustomBlock> customBlocks;  // token 0xFF19
+    std::vector<CustomBlock> customBlocks;  // token 0xFF19
     CustomShader sizedShader;        // token 0xFF1A
 };
 
@@ -136,14 +138,16 @@ int texture3DListRead(BinReader &r, const Prototype *proto, std::vector<Texture3
 int texture2DListWrite(BinWriter &w, const Prototype *proto, const std::vector<Texture2D> &list);
 int texture3DListWrite(BinWriter &w, const Prototype *proto, const Texture3D *list, size_t count);
 
-// One custom block in the chain form: tag and 0, flag, i32 size, bytes. Tags
-// of files before 3.5 that are none of CUSA to CUSD are turned round and get
-// a leading "_"; before 3.50009 the bytes are one big-endian item.
-int matBlockRead(BinReader &r, MaterialCustomBlock &out);
-int matBlockWrite(BinWriter &w, const MaterialCustomBlock &b);
-// A sized field of custom blocks (tokens 0xFF19, 0xFF35): i32 size, blocks.
-int matBlocksReadSized(BinReader &r, std::vector<MaterialCustomBlock> &out);
-int matBlocksWriteSized(BinWriter &w, const std::vector<MaterialCustomBlock> &blocks);
+// One custom block: tag and 0, flag, i32 size, bytes. Tags of files before 3.5
+// that are none of CUSA to CUSD are turned round and get a leading "_"; before
+// 3.50009 the bytes are one big-endian item. The writer drops that "_", so the
+// old custom element keeps its name in a file of this version.
+int customBlockRead(BinReader &r, CustomBlock &out);
+int customBlockWrite(BinWriter &w, const CustomBlock &b);
+// A sized field of custom blocks (tokens 0xFF19, 0xFF35, 0xFF1C of a model
+// node): i32 size, blocks.
+int customBlocksReadSized(BinReader &r, std::vector<CustomBlock> &out);
+int customBlocksWriteSized(BinWriter &w, const std::vector<CustomBlock> &blocks);
 // A shader reference: its name as a string, then a sized block of parameters.
 int customShaderRead(BinReader &r, CustomShader &out);
 int customShaderWrite(BinWriter &w, const CustomShader &s);

@@ -7,6 +7,7 @@
 
 #include "fileio.h"
 #include "geometry.h"
+#include "material.h"
 
 struct Dictionary;
 
@@ -18,21 +19,6 @@ struct ModelBlob {
     uint8_t *bytes;  // malloc'd record bytes
     int32_t size;    // bytes
 };
-
-struct CustomBlock {
-    char tag[6];        // "CUSA" to "CUSD", or "_" and a swapped tag of an old custom element
-    uint8_t flag;       // block flag
-    int32_t size;       // bytes of data
-    uint8_t *data;      // malloc'd; null for size 0
-    CustomBlock *next;  // next block of the node
-};
-
-// Entries of the material and texture lists. Until the material records are
-// read by their own readers, an inline record is kept as a blob; a reference
-// by file name leaves a null entry, since the scene's relations link the real
-// element.
-using ModelMaterial = ModelBlob;
-using ModelTexture = ModelBlob;
 
 union ModelGeometry {
     void *any;                  // whatever the type holds
@@ -59,10 +45,10 @@ struct Model {
     float localMatrix[4][4];         // scale, rotation, translation, row vectors
     float globalMatrix[4][4];        // localMatrix times the parent's globalMatrix
     uint16_t materialCount;          // entries of materials
-    ModelMaterial **materials;       // null entries for references
+    Material **materials;            // new'd; null entries for references, linked by the scene's relations
     uint16_t texture2DCount;         // entries of textures2D
-    ModelTexture **textures2D;       // null entries for references
-    ModelTexture *texture3D;         // first inline 3D texture; null for none
+    Texture2D **textures2D;          // new'd; null entries for references
+    Texture3D *texture3D;            // new'd; first inline 3D texture; null for none
     Model *parent;                   // set by the reader
     Model *firstChild;               // first child
     Model *nextSibling;              // next child of the parent
@@ -82,7 +68,7 @@ struct Model {
     uint16_t hasBounding;            // 1 when bounding was stored
     float bounding[3][3];            // three vectors of the bounding block
     uint16_t inheritFlags[2];        // tokens 23, 24
-    CustomBlock *customBlocks;       // chain; null for none
+    std::vector<CustomBlock> *customBlocks;  // new'd; tokens 22 and 0xFF1C in file order; null for none
     float versionStamp;              // version word of the node
     int32_t uvDomainCount;           // 1 + extra UV domains, from the mesh
     uint8_t *uvDomains;              // token 0xFF24 bytes: per extra domain i32 n and n i32
@@ -116,6 +102,13 @@ void modelProtoSet(Prototype &proto);  // lists of the version 4.0 writer
 // siblings) not yet tied to an element of `dict`'s MODELS chapter. A null
 // dictionary accepts every node.
 Model *modelFindByName(Dictionary *dict, Model *node, const char *name);
+// Ties the tree read from the file of MODELS element `rootIndex` to the
+// elements under it (relation 110, child towards parent): the root element
+// gets the root, every element below gets the free node of its name. A node
+// that cannot be found is reported on standard error and its element keeps no
+// data. Returns the number of elements left without a node; -1 for bad
+// arguments. Lives in the dictionary library.
+int modelElemLink(Dictionary *dict, int rootIndex, Model *root);
 
 // Memory
 Model *modelNew(const char *name, int32_t type, void *geometry);  // identity transform

@@ -1,31 +1,45 @@
 // bwdemo OUTDIR: writes the demo database through our own writers.
 //
 // OUTDIR/DatabaseDir.rsrc names the database "demo", OUTDIR/demo holds its
-// chapters. The scenes are empty until the scene writer exists: "intro" is the
-// older one and "demo" the newest, so that the viewer picks "demo" when no scene
-// is named.
+// chapters: one model file with a small hierarchy of every surface kind the
+// display handles, a few stand-alone materials of clearly different colours,
+// and two scenes. The scenes are empty until the scene writer exists: "intro"
+// is the older one and "demo" the newest, so that the viewer picks "demo" when
+// no scene is named.
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <ctime>
 #include <string>
 
-#include "database.h"
+#include "testdata.h"
 
 namespace {
 
-int writeScene(const std::string &path, time_t when) {
-    FILE *f = fopen(path.c_str(), "wb");
-    if (!f) {
-        fprintf(stderr, "bwdemo: cannot write %s\n", path.c_str());
-        return 0;
+// A cube at the root; a patch, a NURBS surface and a face around it.
+Model *makeWorld() {
+    Model *root = modelNew("world", MODEL_MESH, meshMakeCube(2.0f));
+    Model *ground = modelNew("ground", MODEL_PATCH, patchMakeGrid(4, 4, 8.0f));
+    ground->translation[1] = -1.0f;
+    Model *sheet = modelNew("sheet", MODEL_NURBS_SURFACE, nurbsSurfaceMakePlane(2.0f));
+    sheet->translation[0] = 3.0f;
+    sheet->rotation[0] = 1.5707964f;
+    Model *panel = modelNew("panel", MODEL_FACE, faceMakeSquare(2.0f, 1));
+    panel->translation[0] = -3.0f;
+    for (Model *child : {ground, sheet, panel}) modelAddChild(root, child);
+    return root;
+}
+
+Material colouredMaterial(const char *name, float r, float g, float b) {
+    Material m;
+    m.name = name;
+    const float diffuse[3] = {r, g, b};
+    for (int k = 0; k < 3; ++k) {
+        m.diffuse[k] = diffuse[k];
+        m.ambient[k] = diffuse[k] * 0.3f;
     }
-    fclose(f);
-    struct timeval times[2] = {{when, 0}, {when, 0}};
-    utimes(path.c_str(), times);
-    return 1;
+    return m;
 }
 
 }  // namespace
@@ -46,17 +60,22 @@ int main(int argc, char *argv[]) {
     }
     remove(dirFile.c_str());
 
-    int result = dbCreate(g_dbList, "demo", dbPath.c_str(), dirFile.c_str());
-    if (result != DB_CREATE_OK) {
-        fprintf(stderr, "bwdemo: cannot create the database at %s (code %d)\n", dbPath.c_str(),
-                result);
-        return 1;
-    }
+    Database *db = tdDatabaseCreate(dbPath, "demo", dirFile);
+    if (!db) return 1;
+
+    Model *world = makeWorld();
+    bool ok = !tdWriteModel(db, "demo-world", world).empty();
+    modelFree(world);
+    const Material materials[] = {colouredMaterial("red", 0.9f, 0.1f, 0.1f),
+                                  colouredMaterial("green", 0.1f, 0.8f, 0.2f),
+                                  colouredMaterial("blue", 0.1f, 0.2f, 0.9f),
+                                  colouredMaterial("gold", 0.9f, 0.7f, 0.1f)};
+    for (const Material &m : materials) ok = ok && !tdWriteMaterial(db, "demo-" + m.name, m).empty();
+
     time_t now = time(nullptr);
-    std::string scenes = dbPath + "/SCENES/";
-    if (!writeScene(scenes + "intro.1-0.dsc", now - 3600) ||
-        !writeScene(scenes + "demo.1-0.dsc", now))
-        return 1;
+    ok = ok && !tdWriteScene(db, "intro", "", now - 3600).empty() &&
+         !tdWriteScene(db, "demo", "", now).empty();
+    if (!ok) return 1;
     printf("Demo database written to %s\n", dbPath.c_str());
     return 0;
 }

@@ -7,13 +7,17 @@
 #include <cstring>
 #include <string>
 
+#include <utility>
+#include <vector>
+
 #include "fileio.h"
 #include "material.h"
+#include "model.h"
 
 namespace {
 
 // A dumper reads the records behind the chunk tag and prints them.
-using DumpFn = void (*)(BinReader &r, const Prototype &proto);
+using DumpFn = void (*)(BinReader &r, const Prototype &proto, const char *tag);
 
 void indent(int depth) { printf("%*s", depth * 2, ""); }
 
@@ -33,8 +37,8 @@ void dumpShader(int depth, const char *label, const CustomShader &s) {
     printf("%s \"%s\", %zu bytes of parameters\n", label, s.name.c_str(), s.data.size());
 }
 
-void dumpBlocks(int depth, const std::vector<MaterialCustomBlock> &blocks) {
-    for (const MaterialCustomBlock &b : blocks) {
+void dumpBlocks(int depth, const std::vector<CustomBlock> &blocks) {
+    for (const CustomBlock &b : blocks) {
         indent(depth);
         printf("custom block \"%s\" flag %u, %zu bytes\n", b.tag.c_str(), b.flag, b.data.size());
     }
@@ -98,43 +102,87 @@ void dumpMaterial(int depth, const Material &m) {
     dumpBlocks(depth, m.customBlocks);
 }
 
-void dumpMaterialFile(BinReader &r, const Prototype &proto) {
+void dumpMaterialFile(BinReader &r, const Prototype &proto, const char *) {
     Material m;
     materialRead(r, &proto, m);
     dumpMaterial(1, m);
 }
 
-void dumpTexture2DFile(BinReader &r, const Prototype &proto) {
+void dumpTexture2DFile(BinReader &r, const Prototype &proto, const char *) {
     Texture2D t;
     texture2DRead(r, &proto, t);
     dumpTexture2D(1, t);
 }
 
-void dumpTexture3DFile(BinReader &r, const Prototype &proto) {
+void dumpTexture3DFile(BinReader &r, const Prototype &proto, const char *) {
     Texture3D t;
     texture3DRead(r, &proto, t);
     dumpTexture3D(1, t);
 }
 
-// Until the model reader exists: the fields of the root node as tokens and
-// sizes, as far as their sizes are written in the tokens.
-void dumpTokens(BinReader &r, const Prototype &proto) {
-    constexpr int NODE_RECORD = 5;
-    TokenCursor cur;
-    for (uint16_t t = binFirstToken(r, &proto, NODE_RECORD, cur); t != BIN_TOKEN_END && !r.failed;
-         t = binNextToken(r, cur)) {
-        int64_t at = r.pos;
-        indent(1);
-        printf("token");
-        printToken(t);
-        if (tokenSkip(t) == BIN_SKIP_NONE) {
-            printf(" at offset %lld: no size; %lld bytes not dumped\n", static_cast<long long>(at),
-                   static_cast<long long>(binRemaining(r)));
-            return;
-        }
-        if (binSkip(r, t)) printf(": %lld bytes\n", static_cast<long long>(r.pos - at));
-        else printf("\n");
+// Vertices, polygons and control vertices of a node's geometry.
+struct GeoCounts {
+    int64_t vertices = 0;  // mesh vertices, spline and face boundary points
+    int64_t polygons = 0;  // mesh polygons
+    int64_t cvs = 0;       // patch, NURBS curve and surface control vertices
+};
+
+GeoCounts countsOf(const Model &n) {
+    GeoCounts c;
+    const ModelGeometry &g = n.geometry;
+    if (!g.any) return c;
+    switch (n.type) {
+        case MODEL_MESH: c.vertices = g.mesh->vertexCount, c.polygons = g.mesh->polygonCount; break;
+        case MODEL_PATCH: c.cvs = int64_t(g.patch->uCount) * g.patch->vCount; break;
+        case MODEL_SPLINE: c.vertices = g.spline->vertexCount; break;
+        case MODEL_FACE: c.vertices = g.face->boundary.vertexCount; break;
+        case MODEL_NURBS_CURVE: c.cvs = g.curve->cvCount; break;
+        case MODEL_NURBS_SURFACE: c.cvs = int64_t(g.surface->cvCount[0]) * g.surface->cvCount[1]; break;
+        default: break;
     }
+    return c;
+}
+
+void dumpNode(int depth, const Model &n) {
+    indent(depth);
+    printf("node \"%s\" type %d\n", n.name ? n.name : "", n.type);
+    ++depth;
+    print3(depth, "scaling", n.scaling);
+    constexpr float DEG_PER_RAD = 180.0f / 3.14159265358979323846f;  // nodes keep radians
+    const float degrees[3] = {n.rotation[0] * DEG_PER_RAD, n.rotation[1] * DEG_PER_RAD,
+                              n.rotation[2] * DEG_PER_RAD};
+    print3(depth, "rotation", degrees);
+    print3(depth, "translation", n.translation);
+    GeoCounts c = countsOf(n);
+    indent(depth);
+    printf("vertices %lld, polygons %lld, CVs %lld\n", static_cast<long long>(c.vertices),
+           static_cast<long long>(c.polygons), static_cast<long long>(c.cvs));
+    for (int i = 0; n.materials && i < n.materialCount; ++i)
+        if (n.materials[i]) dumpMaterial(depth, *n.materials[i]);
+    for (int i = 0; n.textures2D && i < n.texture2DCount; ++i)
+        if (n.textures2D[i]) dumpTexture2D(depth, *n.textures2D[i]);
+    if (n.texture3D) dumpTexture3D(depth, *n.texture3D);
+    if (n.customBlocks) dumpBlocks(depth, *n.customBlocks);
+}
+
+// The tree behind "HRCH": each node, then its children one level deeper.
+void dumpModel(BinReader &r, const Prototype &proto, const char *tag) {
+    if (strcmp(tag, "HRCH") != 0) {
+        printf("  records of this kind are not dumped\n");
+        return;
+    }
+    Model *root = modelChunkRead(r, nullptr, &proto, MODEL_READ_NEW);
+    // By a stack of our own: a file may nest deeper than the call stack allows.
+    std::vector<std::pair<const Model *, int>> stack;
+    if (root) stack.push_back({root, 1});
+    while (!stack.empty()) {
+        auto [n, depth] = stack.back();
+        stack.pop_back();
+        dumpNode(depth, *n);
+        if (n->nextSibling && n != root) stack.push_back({n->nextSibling, depth});
+        if (n->firstChild) stack.push_back({n->firstChild, depth + 1});
+    }
+    modelFree(root);
 }
 
 struct DumpEntry {
@@ -146,8 +194,8 @@ constexpr DumpEntry dumpers[] = {
     {BIN_ID_MATERIAL, dumpMaterialFile},
     {BIN_ID_TEXTURE2D, dumpTexture2DFile},
     {BIN_ID_TEXTURE3D, dumpTexture3DFile},
-    {BIN_ID_GENERAL, dumpTokens},
-    {BIN_ID_MODEL, dumpTokens},
+    {BIN_ID_GENERAL, dumpModel},
+    {BIN_ID_MODEL, dumpModel},
 };
 
 DumpFn dumperOf(uint32_t id) {
@@ -209,7 +257,7 @@ int inspect(const char *file) {
     printPrototypes(proto);
     if (!r.failed) {
         printf("  chunk: \"%s\"\n", tag);
-        if (DumpFn dump = dumperOf(static_cast<uint32_t>(id))) dump(r, proto);
+        if (DumpFn dump = dumperOf(static_cast<uint32_t>(id))) dump(r, proto, tag);
         else printf("  records of this kind are not dumped\n");
     }
     int whole = !r.failed;

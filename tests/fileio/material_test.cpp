@@ -221,13 +221,18 @@ TEST(MaterialFiles, OldCustomElementTagsAreTurnedRound) {
     Bytes block = text0("DCBA") + Bytes{1} + be32(4) + Bytes{1, 2, 3, 4};
     ByteFile old(block + text0("CUSC") + Bytes{0} + be32(0));
     old.r.version = 3.4f;
-    MaterialCustomBlock a, b;
-    ASSERT_EQ(matBlockRead(old.r, a) + matBlockRead(old.r, b), 2);
+    CustomBlock a, b;
+    ASSERT_EQ(customBlockRead(old.r, a) + customBlockRead(old.r, b), 2);
     EXPECT_EQ(a.tag, "_ABCD");
     EXPECT_EQ(b.tag, "CUSC");
     EXPECT_EQ(a.data, (Bytes{4, 3, 2, 1}));  // one big-endian word before 3.50009
+    // Written back, the old element keeps its name without the "_".
+    Bytes again = recordBytes(a, nullptr, [](BinWriter &w, const Prototype *, const CustomBlock &c) {
+        return customBlockWrite(w, c);
+    });
+    EXPECT_EQ(again, text0("ABCD") + Bytes{1} + be32(4) + Bytes({4, 3, 2, 1}));
     ByteFile recent(block);
-    ASSERT_EQ(matBlockRead(recent.r, a), 1);
+    ASSERT_EQ(customBlockRead(recent.r, a), 1);
     EXPECT_EQ(a.tag, "DCBA");
     EXPECT_EQ(a.data, (Bytes{1, 2, 3, 4}));
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "capture.h"
+#include "dictionary.h"
 #include "model.h"
 
 using Bytes = std::vector<uint8_t>;
@@ -42,14 +43,21 @@ Model *makeTree() {
     modelAddChild(root, left);
     modelAddChild(root, right);
     modelAddChild(left, modelNew("leaf", MODEL_FACE, faceMakeSquare(1.0f, 1)));
-    // Kept records ride along as blobs.
+    // Inline materials and textures, a reference, and custom blocks.
     root->materialCount = 2;
-    root->materials = static_cast<ModelMaterial **>(calloc(2, sizeof(ModelMaterial *)));
-    root->materials[1] = static_cast<ModelMaterial *>(calloc(1, sizeof(ModelMaterial)));
-    root->materials[1]->bytes = static_cast<uint8_t *>(calloc(8, 1));
-    root->materials[1]->size = 8;
-    const uint8_t mat[8] = {0x04, 0x06, 0x42, 0x48, 0, 0, 0, 0};  // token 0x0406: f32 50, then end
-    memcpy(root->materials[1]->bytes, mat, 8);
+    root->materials = static_cast<Material **>(calloc(2, sizeof(Material *)));
+    root->materials[1] = new Material;
+    root->materials[1]->name = "red";
+    root->materials[1]->diffuse[0] = 1.0f;
+    root->materials[1]->textures.resize(1);
+    root->texture2DCount = 1;
+    root->textures2D = static_cast<Texture2D **>(calloc(1, sizeof(Texture2D *)));
+    root->textures2D[0] = new Texture2D;
+    root->textures2D[0]->pictureName = "wood.pic";
+    root->textures2D[0]->method = 4;
+    root->texture3D = new Texture3D;
+    root->texture3D->name = "marble";
+    root->customBlocks = new std::vector<CustomBlock>{{"CUSA", 3, {1, 2}}, {"CUSC", 0, {}}};
     return root;
 }
 
@@ -83,7 +91,19 @@ void expectTree(const Model *root) {
     ASSERT_EQ(root->materialCount, 2);
     EXPECT_EQ(root->materials[0], nullptr);
     ASSERT_NE(root->materials[1], nullptr);
-    EXPECT_EQ(root->materials[1]->size, 8);
+    EXPECT_EQ(root->materials[1]->name, "red");
+    EXPECT_EQ(root->materials[1]->diffuse[0], 1.0f);
+    EXPECT_EQ(root->materials[1]->textures.size(), 1u);
+    ASSERT_EQ(root->texture2DCount, 1);
+    EXPECT_EQ(root->textures2D[0]->pictureName, "wood.pic");
+    EXPECT_EQ(root->textures2D[0]->method, 4);
+    ASSERT_NE(root->texture3D, nullptr);
+    EXPECT_EQ(root->texture3D->name, "marble");
+    ASSERT_NE(root->customBlocks, nullptr);
+    ASSERT_EQ(root->customBlocks->size(), 2u);
+    EXPECT_EQ((*root->customBlocks)[0].tag, "CUSA");
+    EXPECT_EQ((*root->customBlocks)[0].flag, 3);
+    EXPECT_EQ((*root->customBlocks)[0].data, (Bytes{1, 2}));
     const Model *left = root->firstChild;
     ASSERT_NE(left, nullptr);
     EXPECT_STREQ(left->name, "left");
@@ -133,7 +153,7 @@ TEST(ModelFile, OldNodeFields) {
     b.u16(3).u16(7).i32(1).u16(1).f32(0).f32(0).f32(0).u16(0);
     b.u16(8).i32(1).u16(2).u16(1).u16(3).i32(0).u16(0).u16(3).u16(9).u16(0).u16(0);
     b.u16(7).u16(3).u16(1).raw("a", 2).u16(1).raw("b", 2).u16(1).raw("c", 2);
-    b.u16(9).u16(2).u16(0).u16(0x0406).f32(1).u16(0).u16(0).u16(0x0406).f32(2).u16(0);
+    b.u16(9).u16(2).u16(0).u16(2).u16(5).u16(0).u16(0).u16(2).u16(6).u16(0);
     b.u16(12).u16(65535);
     b.u16(22).u16(2).raw("DCBA", 5).raw("\x01", 1).i32(2).raw("xy", 2).raw("CUSB", 5).raw("\0", 1).i32(0);
     b.u16(10).u16(1).u16(1).raw("kid", 4).u16(0).u16(11).u16(0).u16(0);
@@ -144,12 +164,12 @@ TEST(ModelFile, OldNodeFields) {
     EXPECT_EQ(m->visibility, 0);
     EXPECT_EQ(m->geometry.mesh->polygons[0].material, 0);
     ASSERT_NE(m->texture3D, nullptr);
-    EXPECT_EQ(m->texture3D->bytes[2], 0x3F);  // the first one, 1.0f
+    EXPECT_EQ(m->texture3D->type, 5);  // the first one; the second was read and dropped
     ASSERT_NE(m->customBlocks, nullptr);
-    EXPECT_STREQ(m->customBlocks->tag, "_ABCD");
-    EXPECT_EQ(m->customBlocks->flag, 1);
-    ASSERT_NE(m->customBlocks->next, nullptr);
-    EXPECT_STREQ(m->customBlocks->next->tag, "CUSB");
+    ASSERT_EQ(m->customBlocks->size(), 2u);
+    EXPECT_EQ((*m->customBlocks)[0].tag, "_ABCD");
+    EXPECT_EQ((*m->customBlocks)[0].flag, 1);
+    EXPECT_EQ((*m->customBlocks)[1].tag, "CUSB");
     ASSERT_NE(m->firstChild, nullptr);
     EXPECT_STREQ(m->firstChild->name, "kid");
     EXPECT_EQ(modelFindByName(nullptr, m, "kid"), m->firstChild);
@@ -205,4 +225,63 @@ TEST(ModelFile, LyingCountsAndDeepTrees) {
         EXPECT_EQ(depth, token == 10 ? 200000 : 200001);
         modelFree(m);
     }
+}
+
+TEST(ModelFile, PatchRootOfBasisOneIsSpread) {
+    bwtest::TempDir dir;
+    Model *root = modelNew("p", MODEL_PATCH, patchMakeGrid(2, 4, 3.0f));
+    Patch *p = root->geometry.patch;
+    p->uType = p->vType = 1;
+    p->cvFlags[1] = 7;  // the point at u 1, v 0
+    Model *child = modelNew("c", MODEL_PATCH, patchMakeGrid(2, 2, 1.0f));
+    child->geometry.patch->uType = child->geometry.patch->vType = 1;
+    modelAddChild(root, child);
+    Model *back = readBytes(dir, writeTree(root, 1));
+    ASSERT_NE(back, nullptr);
+    const Patch *q = back->geometry.patch;
+    // One span in u becomes three; three spans in v are whole already.
+    ASSERT_EQ(q->uCount, 4);
+    ASSERT_EQ(q->vCount, 4);
+    EXPECT_FLOAT_EQ(q->cvs[0][0], -1.5f);
+    EXPECT_FLOAT_EQ(q->cvs[1][0], -0.5f);
+    EXPECT_FLOAT_EQ(q->cvs[3][0], 1.5f);
+    EXPECT_EQ(q->cvFlags[3], 7);
+    EXPECT_EQ(q->cvFlags[1], 0);
+    EXPECT_FLOAT_EQ(q->cvs[3 * 4 + 2][2], 1.5f);
+    EXPECT_EQ(back->firstChild->geometry.patch->uCount, 2);  // only the root is repaired
+    // A spread grid is not spread again.
+    Model *again = readBytes(dir, writeTree(back, 1));
+    EXPECT_EQ(again->geometry.patch->uCount, 4);
+    modelFree(again);
+    modelFree(back);
+    modelFree(root);
+}
+
+TEST(ModelFile, ElemLinkTiesNodesToElementsByName) {
+    RelationDict table;
+    RelationRow row;
+    row.relid = 110, row.name = "parent", row.chpFrom = row.chpTo = CHP_MODELS, row.grpFrom = row.grpTo = 1;
+    relDictAddRow(&table, row);
+    Dictionary dict;
+    dictCreateChapters(&dict, nullptr, 1);
+    auto add = [&](const char *name) {
+        return elemAdd(&dict, CHP_MODELS, elemNameParse(name, nullptr, 0), nullptr, nullptr, 0, 0);
+    };
+    int root = add("root"), right = add("right"), leaf = add("leaf"), ghost = add("ghost");
+    relAdd(&dict, &table, right, root, 110, 1, 1, nullptr, 1);
+    relAdd(&dict, &table, leaf, right, 110, 1, 1, nullptr, 1);
+    relAdd(&dict, &table, ghost, root, 110, 1, 1, nullptr, 1);
+    Model *tree = makeTree();
+    bwtest::StreamCapture err(stderr);
+    EXPECT_EQ(modelElemLink(&dict, root, tree), 1);
+    EXPECT_EQ(err.text(), "A model node named [ghost] was expected under root [root]: it couldn't be found\n");
+    EXPECT_EQ(elemGet(&dict, CHP_MODELS, root)->data, tree);
+    const Model *rightNode = tree->firstChild->nextSibling;
+    EXPECT_EQ(elemGet(&dict, CHP_MODELS, right)->data, rightNode);
+    EXPECT_EQ(rightNode->elementIndex, right);
+    EXPECT_EQ(elemGet(&dict, CHP_MODELS, leaf)->data, tree->firstChild->firstChild);
+    EXPECT_EQ(elemGet(&dict, CHP_MODELS, ghost)->data, nullptr);
+    dictFree(&dict, 0);
+    relDictClear(&table);
+    modelFree(tree);
 }

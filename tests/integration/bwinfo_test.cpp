@@ -1,4 +1,5 @@
-// The bwinfo tool on a material file, a cut copy of it and a foreign file.
+// The bwinfo tool on a material file, a cut copy of it and a foreign file,
+// and on a model file.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -6,6 +7,7 @@
 
 #include "capture.h"
 #include "material.h"
+#include "model.h"
 #include "run_viewer.h"
 
 using bwtest::RunResult;
@@ -65,4 +67,40 @@ TEST(Bwinfo, DumpsWholeCutAndForeignFiles) {
     RunResult help = bwinfo({"-h"}, dir.path());
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.out, "Usage: bwinfo FILE...\n");
+}
+
+TEST(Bwinfo, DumpsTheNodeTreeOfAModel) {
+    bwtest::TempDir dir;
+    Model *root = modelNew("root", MODEL_BARE, nullptr);
+    Model *cube = modelNew("cube", MODEL_MESH, meshMakeCube(1.0f));
+    Model *patch = modelNew("sheet", MODEL_PATCH, patchMakeGrid(4, 4, 1.0f));
+    cube->translation[1] = 2.0f;
+    modelAddChild(root, cube);
+    modelAddChild(root, patch);
+    for (Model *n : {cube, patch}) {
+        n->materialCount = 1;
+        n->materials = static_cast<Material **>(calloc(1, sizeof(Material *)));
+        n->materials[0] = new Material;
+        n->materials[0]->name = n == cube ? "red" : "green";
+    }
+    ASSERT_EQ(modelFileWritePath((dir / "tree.hrc").c_str(), root), 1);
+    modelFree(root);
+
+    RunResult run = bwinfo({"tree.hrc"}, dir.path());
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "  chunk: \"HRCH\"\n  node \"root\" type 0\n")) << run.out;
+    EXPECT_TRUE(contains(run.out, "    node \"cube\" type 4\n      scaling 1 1 1\n      rotation 0 0 0\n"
+                                  "      translation 0 2 0\n      vertices 8, polygons 6, CVs 0\n"
+                                  "      material \"red\"\n        shading model 4\n"))
+        << run.out;
+    EXPECT_TRUE(contains(run.out, "    node \"sheet\" type 1\n")) << run.out;
+    EXPECT_TRUE(contains(run.out, "      vertices 0, polygons 0, CVs 16\n      material \"green\"\n")) << run.out;
+
+    // A cut file dumps what was read and says where reading stopped.
+    std::filesystem::copy_file(dir / "tree.hrc", dir / "cut.hrc");
+    std::filesystem::resize_file(dir / "cut.hrc", std::filesystem::file_size(dir / "tree.hrc") - 30);
+    RunResult cut = bwinfo({"cut.hrc"}, dir.path());
+    EXPECT_EQ(cut.status, 1);
+    EXPECT_TRUE(contains(cut.out, "    node \"cube\" type 4\n")) << cut.out;
+    EXPECT_TRUE(contains(cut.out, "bwinfo: cut.hrc: reading stopped at offset ")) << cut.out;
 }

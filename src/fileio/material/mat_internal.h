@@ -19,9 +19,9 @@ int matSizedStart(BinReader &r, int64_t &end, const char *what);
 int matSizedFinish(BinReader &r, int64_t end, const char *what);
 // Writes the i32 size of a sized field whose contents are `bytes` long.
 int matWriteSize(BinWriter &w, size_t bytes, const char *what);
-// Bytes that customShaderWrite and matBlocksWriteSized put on disk.
+// Bytes that customShaderWrite and customBlocksWriteSized put on disk.
 size_t matShaderBytes(const CustomShader &s);
-size_t matBlocksBytes(const std::vector<MaterialCustomBlock> &blocks);
+size_t customBlocksBytes(const std::vector<CustomBlock> &blocks);
 // The version 4.0 lists of the texture records, added to a table.
 void texture2DProtoAdd(Prototype &proto);
 void texture3DProtoAdd(Prototype &proto);

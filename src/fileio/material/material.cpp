@@ -75,7 +75,7 @@ int readField(BinReader &r, const Prototype *proto, Material &m, uint16_t token)
         case MT_SHADING_THIRD: m.shadingModel = binReadU16(r); return 1;
         case MT_K540: m.kept540 = binReadU16(r); return 1;
         case MT_K541: m.kept541 = binReadU16(r); return 1;
-        case MT_CUSTOM: matBlocksReadSized(r, m.customBlocks); return 1;
+        case MT_CUSTOM: customBlocksReadSized(r, m.customBlocks); return 1;
         case MT_SIZED_SHADER: {
             int64_t end = 0;
             if (!matSizedStart(r, end, "shader field")) return 1;
@@ -118,7 +118,7 @@ void writeField(BinWriter &w, const Prototype *proto, const Material &m, uint16_
         }
         case MT_K540: binWriteU16(w, m.kept540); break;
         case MT_K541: binWriteU16(w, m.kept541); break;
-        case MT_CUSTOM: matBlocksWriteSized(w, m.customBlocks); break;
+        case MT_CUSTOM: customBlocksWriteSized(w, m.customBlocks); break;
         case MT_SIZED_SHADER:
             matWriteSize(w, matShaderBytes(m.sizedShader), "shader field");
             customShaderWrite(w, m.sizedShader);
@@ -173,16 +173,16 @@ int matWriteSize(BinWriter &w, size_t bytes, const char *what) {
 
 size_t matShaderBytes(const CustomShader &s) { return s.name.size() + 1 + 4 + s.data.size(); }
 
-size_t matBlocksBytes(const std::vector<MaterialCustomBlock> &blocks) {
+size_t customBlocksBytes(const std::vector<CustomBlock> &blocks) {
     size_t n = 0;
-    for (const MaterialCustomBlock &b : blocks) n += 5 + 1 + 4 + b.data.size();
+    for (const CustomBlock &b : blocks) n += 5 + 1 + 4 + b.data.size();
     return n;
 }
 
 // ---------------------------------------------------------------------------
 // Custom blocks and shader references
 
-int matBlockRead(BinReader &r, MaterialCustomBlock &out) {
+int customBlockRead(BinReader &r, CustomBlock &out) {
     char tag[5];
     binRead(r, tag, 1, sizeof tag);
     tag[4] = '\0';
@@ -211,9 +211,11 @@ int matBlockRead(BinReader &r, MaterialCustomBlock &out) {
     return !r.failed;
 }
 
-int matBlockWrite(BinWriter &w, const MaterialCustomBlock &b) {
+int customBlockWrite(BinWriter &w, const CustomBlock &b) {
+    // An old custom element's tag loses the "_" it was given on read.
+    const char *name = b.tag.size() == 5 && b.tag[0] == '_' ? b.tag.c_str() + 1 : b.tag.c_str();
     char tag[5] = {};
-    memcpy(tag, b.tag.c_str(), std::min<size_t>(b.tag.size(), 4));
+    memcpy(tag, name, std::min<size_t>(strlen(name), 4));
     binWrite(w, tag, 1, sizeof tag);
     binWriteU8(w, b.flag);
     matWriteSize(w, b.data.size(), "custom block");
@@ -221,21 +223,21 @@ int matBlockWrite(BinWriter &w, const MaterialCustomBlock &b) {
     return !w.failed;
 }
 
-int matBlocksReadSized(BinReader &r, std::vector<MaterialCustomBlock> &out) {
+int customBlocksReadSized(BinReader &r, std::vector<CustomBlock> &out) {
     int64_t end = 0;
     if (!matSizedStart(r, end, "custom block field")) return 0;
     // Every block takes at least ten bytes, so the loop ends with the field.
     while (r.pos < end && !r.failed) {
-        MaterialCustomBlock b;
-        matBlockRead(r, b);
+        CustomBlock b;
+        customBlockRead(r, b);
         out.push_back(std::move(b));
     }
     return matSizedFinish(r, end, "custom block field");
 }
 
-int matBlocksWriteSized(BinWriter &w, const std::vector<MaterialCustomBlock> &blocks) {
-    matWriteSize(w, matBlocksBytes(blocks), "custom block field");
-    for (const MaterialCustomBlock &b : blocks) matBlockWrite(w, b);
+int customBlocksWriteSized(BinWriter &w, const std::vector<CustomBlock> &blocks) {
+    matWriteSize(w, customBlocksBytes(blocks), "custom block field");
+    for (const CustomBlock &b : blocks) customBlockWrite(w, b);
     return !w.failed;
 }
 

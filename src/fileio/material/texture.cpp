@@ -93,7 +93,7 @@ int readField2D(BinReader &r, Texture2D &t, uint16_t token) {
     else if (token == T2_NAME) t.pictureName = matReadString(r);
     else if (token == T2_SEQUENCE) t.sequenceName = matReadString(r);
     else if (token == T2_SHADER) customShaderRead(r, t.shader);
-    else if (token == T2_CUSTOM) matBlocksReadSized(r, t.customBlocks);
+    else if (token == T2_CUSTOM) customBlocksReadSized(r, t.customBlocks);
     else if (token == T2_OLD_EFFECT) {
         // The old integer form; its companion had no field then.
         t.effects[2] = binReadU16(r);
@@ -113,7 +113,7 @@ void writeField2D(BinWriter &w, const Texture2D &t, uint16_t token) {
     else if (token == T2_NAME) binWriteStr(w, t.pictureName.c_str());
     else if (token == T2_SEQUENCE) binWriteStr(w, t.sequenceName.c_str());
     else if (token == T2_SHADER) customShaderWrite(w, t.shader);
-    else if (token == T2_CUSTOM) matBlocksWriteSized(w, t.customBlocks);
+    else if (token == T2_CUSTOM) customBlocksWriteSized(w, t.customBlocks);
 }
 
 int readField3D(BinReader &r, Texture3D &t, uint16_t token) {

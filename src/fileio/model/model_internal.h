@@ -11,7 +11,7 @@ extern const GeoWriteFn MODEL_GEO_WRITE[MODEL_TYPE_END];
 // A zero record of each type, written for a node whose geometry is missing.
 const void *modelEmptyGeometry(int32_t type);
 
-// Custom block chain release.
-void customBlocksFree(CustomBlock *block);
+// Releases the material list and the 2D texture list of a node, as asked.
+void modelListsFree(Model *node, int materials, int textures2D);
 // Everything a node owns apart from its children and siblings.
 void modelClearFields(Model *node, int keepName);

@@ -2,8 +2,10 @@
 // Children and siblings stand inside their node's record; they are read with
 // a stack of our own rather than by recursion, so that a deep or long tree,
 // or a damaged file that pretends to be one, cannot exhaust the call stack.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -13,8 +15,6 @@
 namespace {
 
 constexpr float RAD_PER_DEG = 3.14159265358979323846f / 180.0f;
-constexpr float CUSTOM_TAG_VERSION = 3.5f;      // older files store unknown tags swapped
-constexpr float CUSTOM_BYTES_VERSION = 3.50009f;  // older files swap block data as one item
 
 void put16(std::vector<uint8_t> &out, uint16_t v) {
     out.push_back(static_cast<uint8_t>(v >> 8));
@@ -57,27 +57,34 @@ ModelBlob *captureRecord(BinReader &r, const Prototype *proto, int id) {
     return blob;
 }
 
-// One entry of a material or texture list: a reference by name, dropped, or
-// an inline record.
-// Hook for the material records: once include/material.h exists, the inline
-// record is read by materialRead (id 13), texture2DRead (14) or
-// texture3DRead (15) here instead of being kept as a blob.
-ModelBlob *readListEntry(BinReader &r, const Prototype *proto, int recordId) {
+// One entry of a material or texture list: a reference by name, dropped
+// since the scene's relations link the named element, or an inline record
+// read by the same reader as the element files.
+template <class T>
+T *readListEntry(BinReader &r, const Prototype *proto, int (*read)(BinReader &, const Prototype *, T &)) {
     if (binReadU16(r)) {
-        free(binReadStr(r));  // the scene's relations link the named element
+        free(binReadStr(r));
         return nullptr;
     }
-    return captureRecord(r, proto, recordId);
+    T *record = new (std::nothrow) T;
+    if (!record) {
+        binFail(r, "out of memory for a material or texture");
+        return nullptr;
+    }
+    read(r, proto, *record);
+    return record;
 }
 
 // u16 count, then entries; the array has one slot per entry.
-ModelBlob **readList(BinReader &r, const Prototype *proto, int recordId, uint16_t &count) {
+template <class T>
+T **readList(BinReader &r, const Prototype *proto, int (*read)(BinReader &, const Prototype *, T &),
+             uint16_t &count) {
     uint16_t n = binReadU16(r);
     count = 0;
-    ModelBlob **list = static_cast<ModelBlob **>(geoAllocChecked(r, n, 2, sizeof(ModelBlob *)));
+    T **list = static_cast<T **>(geoAllocChecked(r, n, 2, sizeof(T *)));
     if (!list) return nullptr;
     count = n;
-    for (int i = 0; i < n; ++i) list[i] = readListEntry(r, proto, recordId);
+    for (int i = 0; i < n && !r.failed; ++i) list[i] = readListEntry(r, proto, read);
     return list;
 }
 
@@ -89,38 +96,9 @@ void readFlaggedBlock(BinReader &r, uint8_t *&data, int32_t &size) {
     if (!data) size = 0;
 }
 
-CustomBlock *readCustomBlock(BinReader &r) {
-    uint8_t raw[5];  // four characters and a zero
-    binRead(r, raw, 1, 5);
-    uint8_t flag = binReadU8(r);
-    int32_t size = binReadI32(r);
-    if (r.failed) return nullptr;
-    if (size < 0) { binFail(r, "negative size of a custom block"); return nullptr; }
-    if (!binCheckCount(r, size, 1)) return nullptr;
-    CustomBlock *b = static_cast<CustomBlock *>(calloc(1, sizeof(CustomBlock)));
-    if (!b) return nullptr;
-    b->flag = flag;
-    b->size = size;
-    memcpy(b->tag, raw, 4);
-    bool known = raw[0] == 'C' && raw[1] == 'U' && raw[2] == 'S' && raw[3] >= 'A' && raw[3] <= 'D';
-    if (!known && r.version < CUSTOM_TAG_VERSION) {
-        // An old custom element: its tag was stored as a swapped word.
-        const char turned[5] = {char(raw[3]), char(raw[2]), char(raw[1]), char(raw[0]), 0};
-        snprintf(b->tag, sizeof b->tag, "%c%s", '_', turned);
-    }
-    if (size > 0) {
-        b->data = static_cast<uint8_t *>(malloc(static_cast<size_t>(size)));
-        if (!b->data) { free(b); return nullptr; }
-        if (r.version < CUSTOM_BYTES_VERSION) binRead(r, b->data, static_cast<size_t>(size), 1);
-        else binRead(r, b->data, 1, static_cast<size_t>(size));
-    }
-    return b;
-}
-
-void appendCustom(Model *n, CustomBlock *b) {
-    CustomBlock **slot = &n->customBlocks;
-    while (*slot) slot = &(*slot)->next;
-    *slot = b;
+std::vector<CustomBlock> *customBlocksOf(Model *n) {
+    if (!n->customBlocks) n->customBlocks = new (std::nothrow) std::vector<CustomBlock>;
+    return n->customBlocks;
 }
 
 void readField(BinReader &r, const Prototype *proto, Model *n, uint16_t t, int mode) {
@@ -154,21 +132,19 @@ void readField(BinReader &r, const Prototype *proto, Model *n, uint16_t t, int m
         break;
     }
     case 7:
-        for (int i = 0; n->materials && i < n->materialCount; ++i) modelBlobFree(n->materials[i]);
-        free(n->materials);
-        n->materials = readList(r, proto, REC_MATERIAL, n->materialCount);
+        modelListsFree(n, 1, 0);
+        n->materials = readList(r, proto, materialRead, n->materialCount);
         break;
     case 8:
-        for (int i = 0; n->textures2D && i < n->texture2DCount; ++i) modelBlobFree(n->textures2D[i]);
-        free(n->textures2D);
-        n->textures2D = readList(r, proto, REC_TEXTURE2D, n->texture2DCount);
+        modelListsFree(n, 0, 1);
+        n->textures2D = readList(r, proto, texture2DRead, n->texture2DCount);
         break;
     case 9: {
         uint16_t count = binReadU16(r);
         for (int i = 0; i < count && !r.failed; ++i) {
-            ModelBlob *tex = readListEntry(r, proto, REC_TEXTURE3D);
+            Texture3D *tex = readListEntry(r, proto, texture3DRead);
             if (tex && !n->texture3D) n->texture3D = tex;  // only the first is kept
-            else modelBlobFree(tex);
+            else delete tex;
         }
         break;
     }
@@ -217,18 +193,18 @@ void readField(BinReader &r, const Prototype *proto, Model *n, uint16_t t, int m
     case 22: {
         uint16_t count = binReadU16(r);
         if (!binCheckCount(r, count, 10)) break;
-        for (int i = 0; i < count && !r.failed; ++i)
-            if (CustomBlock *b = readCustomBlock(r)) appendCustom(n, b);
+        std::vector<CustomBlock> *blocks = customBlocksOf(n);
+        if (!blocks) { binFail(r, "out of memory for custom blocks"); break; }
+        for (int i = 0; i < count && !r.failed; ++i) {
+            blocks->emplace_back();
+            customBlockRead(r, blocks->back());
+        }
         break;
     }
     case 0xFF1C: {
-        int32_t size = binReadI32(r);
-        if (size < 0) { binFail(r, "negative size of the custom blocks"); break; }
-        if (!binCheckCount(r, size, 1)) break;
-        const int64_t end = r.pos + size;
-        while (r.pos < end && !r.failed)
-            if (CustomBlock *b = readCustomBlock(r)) appendCustom(n, b);
-        if (r.pos != end) binFail(r, "custom blocks run past their field");
+        std::vector<CustomBlock> *blocks = customBlocksOf(n);
+        if (!blocks) { binFail(r, "out of memory for custom blocks"); break; }
+        customBlocksReadSized(r, *blocks);
         break;
     }
     case 1050: n->versionStamp = binReadF32(r); break;
@@ -266,6 +242,55 @@ struct Frame {
     TokenCursor cur;     // its tokens
     int started;         // 1 once the first token was taken
 };
+
+// Spreads a patch grid in u (dir 0) or v (dir 1) when its span count there is
+// no multiple of three: every third line then holds an old point and the two
+// between are computed on the straight line to the next one, so the surface
+// keeps its shape. 0 when the grid could not be grown.
+int spreadGrid(Patch &p, int dir) {
+    const int n = dir ? p.vCount : p.uCount;
+    const int closed = dir ? p.vClosed : p.uClosed;
+    const int spans = closed ? n : n - 1;
+    if (n < 2 || spans % 3 == 0 || !p.cvs || !p.cvFlags) return 1;
+    const int m = 3 * spans + (closed ? 0 : 1);
+    if (m > UINT16_MAX) return 0;
+    const int nu = dir ? p.uCount : m, nv = dir ? m : p.vCount;
+    const size_t total = static_cast<size_t>(nu) * static_cast<size_t>(nv);
+    auto cvs = static_cast<float (*)[4]>(calloc(total, sizeof(float[4])));
+    auto flags = static_cast<uint16_t *>(calloc(total, sizeof(uint16_t)));
+    if (!cvs || !flags) {
+        free(cvs);
+        free(flags);
+        return 0;
+    }
+    for (int v = 0; v < nv; ++v)
+        for (int u = 0; u < nu; ++u) {
+            const int k = dir ? v : u;         // place along the spread direction
+            const int i = k / 3, third = k % 3;  // old line before it, and how far past it
+            const int j = (i + 1) % n;         // the next old line; wraps on a closed grid
+            const size_t from = dir ? size_t(i) * p.uCount + u : size_t(v) * p.uCount + i;
+            const size_t to = dir ? size_t(j) * p.uCount + u : size_t(v) * p.uCount + j;
+            const size_t at = size_t(v) * nu + u;
+            const float t = static_cast<float>(third) / 3.0f;
+            for (int c = 0; c < 4; ++c) cvs[at][c] = p.cvs[from][c] + (p.cvs[to][c] - p.cvs[from][c]) * t;
+            flags[at] = third == 0 ? p.cvFlags[from] : 0;
+        }
+    free(p.cvs);
+    free(p.cvFlags);
+    p.cvs = cvs;
+    p.cvFlags = flags;
+    (dir ? p.vCount : p.uCount) = static_cast<uint16_t>(m);
+    return 1;
+}
+
+// A patch root of basis 1 in both directions comes from writers that stored
+// its grid before it was spread to whole spans of three.
+void repairPatchRoot(Model *root) {
+    Patch *p = root->type == MODEL_PATCH ? root->geometry.patch : nullptr;
+    if (!p || p->uType != 1 || p->vType != 1) return;
+    if (!spreadGrid(*p, 0) || !spreadGrid(*p, 1))
+        fprintf(stderr, "Patch %s: its grid could not be spread\n", root->name ? root->name : "");
+}
 
 }  // namespace
 
@@ -316,13 +341,16 @@ Model *modelNodeRead(BinReader &r, Model *parent, const Prototype *proto, int mo
 Model *modelChunkRead(BinReader &r, Model *target, const Prototype *proto, int mode) {
     if (mode == MODEL_READ_OVER) {
         if (!target) return nullptr;
-        return modelNodeRead(r, target->parent, proto, mode, target);
+        Model *root = modelNodeRead(r, target->parent, proto, mode, target);
+        if (root) repairPatchRoot(root);
+        return root;
     }
     Model *root = modelNodeRead(r, target, proto, mode, nullptr);
-    if (root && target) modelAddChild(target, root);
-    // Files before 2.6 need their old models adjusted, and a patch root of
-    // basis 1 in both directions its grid repaired; both belong to the
-    // modelling side and are left to it.
+    if (!root) return nullptr;
+    if (target) modelAddChild(target, root);
+    repairPatchRoot(root);
+    // Files before 2.6 hold models of an older form; what the viewer reads of
+    // them (names, transforms, geometry) is the same, so nothing is adjusted.
     return root;
 }
 

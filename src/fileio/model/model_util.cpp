@@ -84,12 +84,18 @@ const void *modelEmptyGeometry(int32_t type) {
     return type >= 0 && type < MODEL_TYPE_END ? table[type] : nullptr;
 }
 
-void customBlocksFree(CustomBlock *block) {
-    while (block) {
-        CustomBlock *next = block->next;
-        free(block->data);
-        free(block);
-        block = next;
+void modelListsFree(Model *n, int materials, int textures2D) {
+    if (materials) {
+        for (int i = 0; n->materials && i < n->materialCount; ++i) delete n->materials[i];
+        free(n->materials);
+        n->materials = nullptr;
+        n->materialCount = 0;
+    }
+    if (textures2D) {
+        for (int i = 0; n->textures2D && i < n->texture2DCount; ++i) delete n->textures2D[i];
+        free(n->textures2D);
+        n->textures2D = nullptr;
+        n->texture2DCount = 0;
     }
 }
 
@@ -103,18 +109,12 @@ void modelClearFields(Model *n, int keepName) {
     if (!keepName) { free(n->name); n->name = nullptr; }
     geometryFree(n->type, n->geometry.any);
     n->geometry.any = nullptr;
-    for (int i = 0; n->materials && i < n->materialCount; ++i) modelBlobFree(n->materials[i]);
-    free(n->materials);
-    n->materials = nullptr;
-    n->materialCount = 0;
-    for (int i = 0; n->textures2D && i < n->texture2DCount; ++i) modelBlobFree(n->textures2D[i]);
-    free(n->textures2D);
-    n->textures2D = nullptr;
-    n->texture2DCount = 0;
-    modelBlobFree(n->texture3D);
+    modelListsFree(n, 1, 1);
+    delete n->texture3D;
+    n->texture3D = nullptr;
     modelBlobFree(n->matterRecord);
     modelBlobFree(n->jointRecord);
-    n->texture3D = n->matterRecord = n->jointRecord = nullptr;
+    n->matterRecord = n->jointRecord = nullptr;
     free(n->animBlock);
     free(n->shapes);
     free(n->constraintData);
@@ -125,7 +125,7 @@ void modelClearFields(Model *n, int keepName) {
     free(n->clusters);
     n->clusters = nullptr;
     n->clusterCount = 0;
-    customBlocksFree(n->customBlocks);
+    delete n->customBlocks;
     n->customBlocks = nullptr;
 }
 

@@ -12,26 +12,24 @@ namespace {
 
 constexpr float DEG_PER_RAD = 180.0f / 3.14159265358979323846f;
 
-// The node list. Records kept as blobs (materials, textures, dynamics) have
-// no list in the written table, since the blobs hold their tokens.
+// The node list. The dynamics records kept as blobs have no list in the
+// written table, since the blobs hold their tokens; materials and textures
+// have theirs.
 const uint16_t LIST_MODEL[] = {1, 548, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 15, 17, 14, 19, 21, 20, 25,
                                23, 24, 0xFF1C, 1050, 0xFF24, 545, 546, 547, 539, 10, 11, 0};
 
-void writeBlobEntry(BinWriter &w, const ModelBlob *blob) {
-    if (!blob) {
-        // A reference whose name was not kept: the scene's relations link it.
+// A list entry: a reference whose name was not kept (the scene's relations
+// link it), or the inline record.
+template <class T>
+void writeListEntry(BinWriter &w, const Prototype *proto, const T *record,
+                    int (*write)(BinWriter &, const Prototype *, const T &)) {
+    if (!record) {
         binWriteU16(w, 1);
         binWriteStr(w, "");
         return;
     }
     binWriteU16(w, 0);
-    binWrite(w, blob->bytes, 1, static_cast<size_t>(blob->size));
-}
-
-int32_t customBytes(const CustomBlock *b) {
-    int64_t total = 0;
-    for (; b; b = b->next) total += 10 + (b->data ? b->size : 0);
-    return static_cast<int32_t>(total);
+    write(w, proto, *record);
 }
 
 void writeFields(BinWriter &w, const Prototype *proto, const Model *n, TokenCursor &cur) {
@@ -50,16 +48,16 @@ void writeFields(BinWriter &w, const Prototype *proto, const Model *n, TokenCurs
     if (geoTok(w, cur, 7)) {
         uint16_t count = n->materials ? n->materialCount : 0;
         binWriteU16(w, count);
-        for (int i = 0; i < count; ++i) writeBlobEntry(w, n->materials[i]);
+        for (int i = 0; i < count; ++i) writeListEntry(w, proto, n->materials[i], materialWrite);
     }
     if (geoTok(w, cur, 8)) {
         uint16_t count = n->textures2D ? n->texture2DCount : 0;
         binWriteU16(w, count);
-        for (int i = 0; i < count; ++i) writeBlobEntry(w, n->textures2D[i]);
+        for (int i = 0; i < count; ++i) writeListEntry(w, proto, n->textures2D[i], texture2DWrite);
     }
     if (geoTok(w, cur, 9)) {
         binWriteU16(w, n->texture3D ? 1 : 0);
-        if (n->texture3D) writeBlobEntry(w, n->texture3D);
+        if (n->texture3D) writeListEntry(w, proto, n->texture3D, texture3DWrite);
     }
     geoTok(w, cur, 12) && binWriteU16(w, n->visibility);
     if (geoTok(w, cur, 13)) {
@@ -93,14 +91,8 @@ void writeFields(BinWriter &w, const Prototype *proto, const Model *n, TokenCurs
     geoTok(w, cur, 23) && binWriteU16(w, n->inheritFlags[0]);
     geoTok(w, cur, 24) && binWriteU16(w, n->inheritFlags[1]);
     if (geoTok(w, cur, 0xFF1C)) {
-        binWriteI32(w, customBytes(n->customBlocks));
-        for (const CustomBlock *b = n->customBlocks; b; b = b->next) {
-            // An old custom element's tag loses the "_" it was given on read.
-            binWriteTag(w, b->tag[0] == '_' && strlen(b->tag) == 5 ? b->tag + 1 : b->tag);
-            binWriteU8(w, 0);
-            binWriteU8(w, b->flag);
-            binWriteBlock(w, b->data, b->data ? b->size : 0);
-        }
+        static const std::vector<CustomBlock> none;
+        customBlocksWriteSized(w, n->customBlocks ? *n->customBlocks : none);
     }
     geoTok(w, cur, 1050) && binWriteF32(w, n->versionStamp);
     geoTok(w, cur, 0xFF24) && binWriteBlock(w, n->uvDomains, n->uvDomains ? n->uvDomainsSize : 0);
@@ -118,6 +110,7 @@ struct WriteFrame {
 
 void modelProtoSet(Prototype &proto) {
     geometryProtoSet(proto);
+    materialProtoAdd(proto);
     protoSet(proto, REC_MODEL, LIST_MODEL, sizeof LIST_MODEL / sizeof LIST_MODEL[0]);
 }
 

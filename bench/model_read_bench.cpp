@@ -1,0 +1,180 @@
+// Reading a large model: a mesh of 1,000,000 triangles written once, then
+// (a) its bytes read from the page cache into memory and (b) modelFileRead of
+// the same file. The counter read_ratio is (b)'s time over (a)'s; the reader
+// should stay within 3 times the cost of fetching the bytes.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "model.h"
+
+namespace {
+
+constexpr int32_t kQuadsU = 1000, kQuadsV = 500;  // two triangles per quad
+constexpr int64_t kTriangles = int64_t{2} * kQuadsU * kQuadsV;
+
+// A flat grid in XZ, each quad split along its diagonal; edges listed once.
+Mesh *makeGridMesh() {
+    const int32_t vu = kQuadsU + 1, vv = kQuadsV + 1;
+    Mesh *m = static_cast<Mesh *>(calloc(1, sizeof(Mesh)));
+    m->uvDomainCount = 1;
+    m->discontinuity = 60.0f;
+    m->cosDiscontinuity = 0.5f;
+    m->vertexCount = vu * vv;
+    m->vertices = static_cast<MeshVertex *>(calloc(static_cast<size_t>(m->vertexCount), sizeof(MeshVertex)));
+    for (int32_t j = 0; j < vv; ++j)
+        for (int32_t i = 0; i < vu; ++i) {
+            float *p = m->vertices[j * vu + i].pos;
+            p[0] = static_cast<float>(i);
+            p[2] = static_cast<float>(j);
+        }
+
+    std::vector<std::pair<int32_t, int32_t>> edges;
+    edges.reserve(static_cast<size_t>(3) * kQuadsU * kQuadsV + kQuadsU + kQuadsV);
+    for (int32_t j = 0; j < vv; ++j)
+        for (int32_t i = 0; i < vu; ++i) {
+            int32_t v = j * vu + i;
+            if (i + 1 < vu) edges.emplace_back(v, v + 1);
+            if (j + 1 < vv) edges.emplace_back(v, v + vu);
+            if (i + 1 < vu && j + 1 < vv) edges.emplace_back(v, v + vu + 1);
+        }
+    m->edgeCount = static_cast<int32_t>(edges.size());
+    int32_t blocks = (m->edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
+    m->edgeBlocks = static_cast<MeshEdge **>(calloc(static_cast<size_t>(blocks), sizeof(MeshEdge *)));
+    for (int32_t b = 0; b < blocks; ++b)
+        m->edgeBlocks[b] = static_cast<MeshEdge *>(calloc(MESH_EDGE_BLOCK, sizeof(MeshEdge)));
+    for (int32_t e = 0; e < m->edgeCount; ++e) {
+        meshEdge(m, e)->vrt[0] = edges[static_cast<size_t>(e)].first;
+        meshEdge(m, e)->vrt[1] = edges[static_cast<size_t>(e)].second;
+    }
+
+    m->polygons = static_cast<MeshPolygon *>(calloc(static_cast<size_t>(kTriangles), sizeof(MeshPolygon)));
+    for (int32_t j = 0; j < kQuadsV; ++j)
+        for (int32_t i = 0; i < kQuadsU; ++i) {
+            int32_t v = j * vu + i;
+            const int32_t corners[2][3] = {{v, v + vu + 1, v + 1}, {v, v + vu, v + vu + 1}};
+            for (const auto &tri : corners) {
+                MeshPolygon &poly = m->polygons[m->polygonCount++];
+                poly.nrm[1] = 1.0f;
+                poly.nodeCount = 3;
+                poly.nodes = static_cast<MeshNode *>(calloc(3, sizeof(MeshNode)));
+                for (int k = 0; k < 3; ++k) {
+                    MeshNode &n = poly.nodes[k];
+                    n.vrt = tri[k];
+                    n.nrm[1] = 1.0f;
+                    n.u = m->vertices[tri[k]].pos[0] / kQuadsU;
+                    n.v = m->vertices[tri[k]].pos[2] / kQuadsV;
+                    n.colour = 0xFFFFFFFFu;
+                }
+            }
+        }
+    meshLink(m);
+    return m;
+}
+
+// The model file, written once per process.
+class ModelFile {
+public:
+    ModelFile() {
+        char pattern[] = "/tmp/model_read_bench.XXXXXX";
+        if (mkdtemp(pattern)) dir_ = pattern;
+        Model *root = modelNew("grid", MODEL_MESH, makeGridMesh());
+        if (!dir_.empty() && modelFileWritePath(path().c_str(), root)) {
+            struct stat st;
+            if (stat(path().c_str(), &st) == 0) size_ = st.st_size;
+        }
+        modelFree(root);
+    }
+    ~ModelFile() {
+        unlink(path().c_str());
+        rmdir(dir_.c_str());
+    }
+    std::string stem() const { return dir_ + "/grid"; }
+    std::string path() const { return stem() + ".hrc"; }
+    int64_t size() const { return size_; }
+
+private:
+    std::string dir_;
+    int64_t size_ = 0;
+};
+
+const ModelFile &modelFile() {
+    static ModelFile file;
+    return file;
+}
+
+double g_rawSeconds = 0.0;  // mean time of (a), for the ratio reported by (b)
+
+double since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Rates over the timed seconds, and the mean seconds of one read.
+double report(benchmark::State &state, double seconds) {
+    double reads = static_cast<double>(state.iterations());
+    state.counters["MB_per_s"] = static_cast<double>(modelFile().size()) * reads / seconds / 1e6;
+    state.counters["triangles_per_s"] = static_cast<double>(kTriangles) * reads / seconds;
+    state.counters["file_MB"] = static_cast<double>(modelFile().size()) / 1e6;
+    return seconds / reads;
+}
+
+void BM_ReadBytes(benchmark::State &state) {
+    const ModelFile &file = modelFile();
+    if (file.size() == 0) {
+        state.SkipWithError("the model file could not be written");
+        return;
+    }
+    std::vector<char> buffer(static_cast<size_t>(file.size()));
+    double total = 0.0;
+    for (auto _ : state) {
+        auto start = std::chrono::steady_clock::now();
+        int fd = open(file.path().c_str(), O_RDONLY);
+        size_t got = 0;
+        for (ssize_t n; fd >= 0 && got < buffer.size() &&
+                        (n = read(fd, buffer.data() + got, buffer.size() - got)) > 0;)
+            got += static_cast<size_t>(n);
+        if (fd >= 0) close(fd);
+        benchmark::DoNotOptimize(buffer.data());
+        benchmark::ClobberMemory();
+        double seconds = since(start);
+        state.SetIterationTime(seconds);
+        total += seconds;
+        if (got != buffer.size()) state.SkipWithError("short read");
+    }
+    g_rawSeconds = report(state, total);
+}
+
+void BM_ModelFileRead(benchmark::State &state) {
+    const ModelFile &file = modelFile();
+    if (file.size() == 0) {
+        state.SkipWithError("the model file could not be written");
+        return;
+    }
+    double total = 0.0;
+    for (auto _ : state) {
+        auto start = std::chrono::steady_clock::now();
+        Model *root = modelFileRead(file.stem().c_str(), nullptr, MODEL_READ_NEW);
+        double seconds = since(start);
+        state.SetIterationTime(seconds);
+        total += seconds;
+        if (!root || root->geometry.mesh->polygonCount != kTriangles)
+            state.SkipWithError("the model did not read back whole");
+        modelFree(root);  // the caller's business, outside the time
+    }
+    double mean = report(state, total);
+    if (g_rawSeconds > 0.0) state.counters["read_ratio"] = mean / g_rawSeconds;
+}
+
+}  // namespace
+
+BENCHMARK(BM_ReadBytes)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
+BENCHMARK(BM_ModelFileRead)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+
+BENCHMARK_MAIN();

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -93,7 +94,9 @@ constexpr int tokenSkip(uint16_t token) { return token >> 8; }     // skip rule
 // a caller may go on from there with the token reader.
 struct BinReader {
     FILE *file = nullptr;   // the stream; its bytes are decoded from `data`
-    std::vector<uint8_t> data;  // the whole file, read in one go at open
+    // The whole file, mapped or read in one go at open; `size` bytes. Shared so
+    // that a copy of the reader stays valid after the original is gone.
+    std::shared_ptr<const uint8_t> data;
     std::string name;       // file name in messages
     int64_t size = 0;       // bytes in the file
     int64_t pos = 0;        // offset of the next byte
@@ -104,8 +107,7 @@ struct BinReader {
 };
 
 struct BinWriter {
-    FILE *file = nullptr;   // the stream; its bytes are decoded from `data`
-    std::vector<uint8_t> data;  // the whole file, read in one go at open
+    FILE *file = nullptr;   // the stream written to
     std::string name;       // file name in messages
     int64_t pos = 0;        // bytes written
     int owned = 0;          // 1: binWriterClose closes the stream

@@ -116,7 +116,19 @@ struct Mesh {
     uint16_t flags;             // MESH_FLAG_TOKEN1 and others
     SurfaceApprox approx;       // approximation settings
     int32_t uvDomainCount;      // 1 + extra UV domains; copied to the node on read
+    // One block holding the node lists of polygons read together, freed as a
+    // whole; null when every polygon's list is its own malloc'd block. A
+    // polygon whose nodes lie in it must not have them freed alone.
+    MeshNode *nodeBlock;
+    int64_t nodeBlockCount;     // entries of nodeBlock
 };
+
+// True when `nodes` lies in the mesh's shared node block.
+inline bool meshNodesInBlock(const Mesh *mesh, const MeshNode *nodes) {
+    auto at = reinterpret_cast<uintptr_t>(nodes), base = reinterpret_cast<uintptr_t>(mesh->nodeBlock);
+    return mesh->nodeBlock && at >= base &&
+           at - base < static_cast<uint64_t>(mesh->nodeBlockCount) * sizeof(MeshNode);
+}
 
 inline MeshEdge *meshEdge(const Mesh *mesh, int32_t index) {
     return &mesh->edgeBlocks[index >> MESH_EDGE_BLOCK_BITS][index & (MESH_EDGE_BLOCK - 1)];

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "fileio.h"
 
@@ -40,3 +41,47 @@ inline void binStore32(uint8_t *b, uint32_t v) {
     b[2] = static_cast<uint8_t>(v >> 8);
     b[3] = static_cast<uint8_t>(v);
 }
+
+// ---------------------------------------------------------------------------
+// Decoding from memory. Record readers with a prototype list decode whole
+// records from the file's bytes through these, checking the bounds on their own
+// cursor, and fall back to the checked reads above for anything unusual.
+
+inline uint16_t binBig16(const uint8_t *b) {
+    uint16_t v;
+    memcpy(&v, b, 2);
+    if constexpr (std::endian::native == std::endian::little) v = __builtin_bswap16(v);
+    return v;
+}
+
+inline uint32_t binBig32(const uint8_t *b) {
+    uint32_t v;
+    memcpy(&v, b, 4);
+    if constexpr (std::endian::native == std::endian::little) v = __builtin_bswap32(v);
+    return v;
+}
+
+// binUsableFloat on the raw bits, without a library call.
+inline float binUsableFloatBits(uint32_t bits) {
+    uint32_t exponent = bits & 0x7F800000u;
+    if (exponent == 0x7F800000u) {
+        if (bits & 0x007FFFFFu) return 0.0f;  // NaN
+        return std::bit_cast<float>((bits & 0x80000000u) | 0x7F7FFFFFu);  // largest finite of the sign
+    }
+    if (exponent == 0 && (bits & 0x007FFFFFu)) return 0.0f;  // subnormal
+    return std::bit_cast<float>(bits);
+}
+
+inline float binBigFloat(const uint8_t *b) { return binUsableFloatBits(binBig32(b)); }
+
+// The unread bytes of the file: [*begin, *end). False when the reader cannot
+// give any (failed, or no file).
+inline bool binUnread(const BinReader &r, const uint8_t **begin, const uint8_t **end) {
+    if (r.failed || !r.file || !r.data || r.pos >= r.size) return false;
+    *begin = r.data.get() + r.pos;
+    *end = r.data.get() + r.size;
+    return true;
+}
+
+// Moves the reader to `at`, a point inside the bytes binUnread gave.
+inline void binAdvanceTo(BinReader &r, const uint8_t *at) { r.pos = at - r.data.get(); }

@@ -9,6 +9,9 @@
 #include <new>
 #include <string>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "bin_internal.h"
 #include "tol.h"
 
@@ -30,6 +33,35 @@ void failWith(BinReader &r, TOL_Status code, const std::string &text) {
         tol_report(code, r.name.c_str());
     else
         tol_report(code, text.c_str());
+}
+
+// Fills r.data and r.size with the whole file; false only without memory. The
+// file is read, not mapped: a mapping faults when another process shortens the
+// file under it, and a reader must survive any file.
+bool loadWhole(BinReader &r, FILE *stream, int64_t length) {
+    size_t want = static_cast<size_t>(length);
+    uint8_t *buffer = static_cast<uint8_t *>(malloc(want ? want : 1));
+    if (!buffer) return false;
+    r.data = std::shared_ptr<const uint8_t>(buffer, [](const uint8_t *at) { free(const_cast<uint8_t *>(at)); });
+    size_t got = 0;
+    if (fseek(stream, 0, SEEK_SET) == 0) {
+        // Past stdio's buffer: one large read() instead of a copy through it;
+        // the fseek after the load puts the stream back in step.
+        int fd = fileno(stream);
+        if (fd >= 0 && lseek(fd, 0, SEEK_SET) == 0) {
+            for (ssize_t n; got < want && (n = read(fd, buffer + got, want - got)) != 0;) {
+                if (n < 0) {
+                    if (errno == EINTR) continue;
+                    break;
+                }
+                got += static_cast<size_t>(n);
+            }
+        } else {
+            got = fread(buffer, 1, want, stream);
+        }
+    }
+    r.size = static_cast<int64_t>(got);
+    return true;
 }
 
 int attachStream(BinReader &r, FILE *stream, const char *name) {
@@ -54,19 +86,16 @@ int attachStream(BinReader &r, FILE *stream, const char *name) {
         return 0;
     }
     // Decoding field by field from the stream costs a library call a field: the
-    // file is read whole, in large blocks, and decoded from memory.
-    try {
-        r.data.resize(static_cast<size_t>(end));
-    } catch (const std::bad_alloc &) {
+    // file is taken whole and decoded from memory. A mapping shares the page
+    // cache's pages instead of copying them; where the stream cannot be mapped
+    // (a pipe, a file changed under us) it is read into a buffer that is not
+    // zero-filled first, since every byte of it is overwritten.
+    if (!loadWhole(r, stream, end)) {
         r.failed = 1;
         r.error = "Out of memory for file " + r.name;
         return 0;
     }
-    size_t got = 0;
-    if (fseek(stream, 0, SEEK_SET) == 0) got = fread(r.data.data(), 1, r.data.size(), stream);
-    r.data.resize(got);
     fseek(stream, start, SEEK_SET);
-    r.size = static_cast<int64_t>(got);
     r.pos = std::min<int64_t>(start, r.size);
     return 1;
 }
@@ -189,14 +218,14 @@ bool binTake(BinReader &r, void *dst, size_t n) {
         binFailEof(r);
         return false;
     }
-    memcpy(dst, r.data.data() + r.pos, n);
+    memcpy(dst, r.data.get() + r.pos, n);
     r.pos += static_cast<int64_t>(n);
     return true;
 }
 
 bool binProbe(BinReader &r, void *dst, size_t n) {
     if (r.failed || !r.file || static_cast<uint64_t>(binRemaining(r)) < n) return false;
-    memcpy(dst, r.data.data() + r.pos, n);
+    memcpy(dst, r.data.get() + r.pos, n);
     r.pos += static_cast<int64_t>(n);
     return true;
 }
@@ -267,7 +296,7 @@ size_t binRead(BinReader &r, void *buffer, size_t size, size_t count) {
     // A cut array keeps its whole items; the cut one and the rest are zeros.
     size_t avail = std::min<uint64_t>(total, static_cast<uint64_t>(binRemaining(r)));
     size_t got = avail;
-    memcpy(bytes, r.data.data() + r.pos, got);
+    memcpy(bytes, r.data.get() + r.pos, got);
     r.pos += static_cast<int64_t>(got);
     size_t items = got / size;
     memset(bytes + items * size, 0, total - items * size);
@@ -345,12 +374,12 @@ char *binReadStr(BinReader &r) {
     }
     // The text grows only by bytes really read, so a missing terminator costs
     // no more than the file holds.
-    const uint8_t *start = r.data.data() + r.pos;
-    const uint8_t *end = r.data.data() + r.size;
+    const uint8_t *start = r.data.get() + r.pos;
+    const uint8_t *end = r.data.get() + r.size;
     const uint8_t *zero = static_cast<const uint8_t *>(memchr(start, 0, static_cast<size_t>(end - start)));
     std::string text(reinterpret_cast<const char *>(start),
                      static_cast<size_t>((zero ? zero : end) - start));
-    r.pos = zero ? zero + 1 - r.data.data() : r.size;
+    r.pos = zero ? zero + 1 - r.data.get() : r.size;
     char *out = static_cast<char *>(malloc(text.size() + 1));
     if (!out) {
         binFail(r, "out of memory for a string");

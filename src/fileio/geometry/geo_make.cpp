@@ -20,9 +20,10 @@ void meshClearLists(Mesh &m) {
     free(m.vertices);
     for (int32_t i = 0; i < m.polygonCount; ++i) {
         for (int k = 0; k < m.polygons[i].nodeCount; ++k) free(m.polygons[i].nodes[k].uvs);
-        free(m.polygons[i].nodes);
+        if (!meshNodesInBlock(&m, m.polygons[i].nodes)) free(m.polygons[i].nodes);
     }
     free(m.polygons);
+    free(m.nodeBlock);
     int32_t blocks = (m.edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
     for (int32_t b = 0; m.edgeBlocks && b < blocks; ++b) free(m.edgeBlocks[b]);
     free(m.edgeBlocks);

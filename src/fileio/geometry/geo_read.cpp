@@ -5,7 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <vector>
+#include <algorithm>
 
+#include "../binary/bin_internal.h"
 #include "geo_internal.h"
 #include "model.h"
 
@@ -114,11 +117,182 @@ void freeVertices(Mesh &m) {
 void freePolygons(Mesh &m) {
     for (int32_t i = 0; i < m.polygonCount; ++i) {
         for (int j = 0; j < m.polygons[i].nodeCount; ++j) free(m.polygons[i].nodes[j].uvs);
-        free(m.polygons[i].nodes);
+        if (!meshNodesInBlock(&m, m.polygons[i].nodes)) free(m.polygons[i].nodes);
     }
     free(m.polygons);
+    free(m.nodeBlock);
     m.polygons = nullptr;
     m.polygonCount = 0;
+    m.nodeBlock = nullptr;
+    m.nodeBlockCount = 0;
+}
+
+// ---------------------------------------------------------------------------
+// Mesh records from memory
+//
+// With a prototype list, a record's fields sit at known places, so a large
+// mesh is decoded straight from the file's bytes: one bounds check a field on
+// a local cursor, no call a value. Whatever is unusual (a cut record, a
+// negative size, a UV block too short, no memory) makes the decoder give up on
+// that record with nothing consumed; the checked readers above then read it
+// and report the fault exactly as they would have alone.
+
+struct Span {
+    const uint8_t *at;
+    const uint8_t *end;
+    bool has(int64_t n) const { return n <= end - at; }
+};
+
+// The value of a token the readers do not know, by its high byte.
+inline bool spanSkip(Span &s, uint16_t t) {
+    int rule = tokenSkip(t);
+    if (rule == BIN_SKIP_NONE) return true;
+    int64_t n = rule;
+    if (rule == BIN_SKIP_SIZED) {
+        if (!s.has(4)) return false;
+        n = static_cast<int32_t>(binBig32(s.at));
+        s.at += 4;
+        if (n < 0) return false;
+    }
+    if (!s.has(n)) return false;
+    s.at += n;
+    return true;
+}
+
+inline void spanFloats(Span &s, float *out, int n) {
+    for (int i = 0; i < n; ++i) out[i] = binBigFloat(s.at + 4 * i);
+    s.at += 4 * n;
+}
+
+bool decodeVertex(const uint16_t *list, Span &s, MeshVertex &v) {
+    for (; *list; ++list) {
+        switch (*list) {
+        case 1: if (!s.has(12)) return false; spanFloats(s, v.pos, 3); break;
+        case 3: case 4: if (!s.has(2)) return false; v.flag = binBig16(s.at); s.at += 2; break;
+        default: if (!spanSkip(s, *list)) return false;
+        }
+    }
+    return true;
+}
+
+bool decodeEdge(const uint16_t *list, Span &s, MeshEdge &e) {
+    for (; *list; ++list) {
+        switch (*list) {
+        case 1:
+            if (!s.has(4)) return false;
+            e.vrt[0] = binBig16(s.at); e.vrt[1] = binBig16(s.at + 2); s.at += 4;
+            break;
+        case 4:
+            if (!s.has(8)) return false;
+            e.vrt[0] = static_cast<int32_t>(binBig32(s.at));
+            e.vrt[1] = static_cast<int32_t>(binBig32(s.at + 4));
+            s.at += 8;
+            break;
+        case 3: if (!s.has(2)) return false; e.flg = binBig16(s.at); s.at += 2; break;
+        case 2: case 5: break;
+        default: if (!spanSkip(s, *list)) return false;
+        }
+    }
+    return true;
+}
+
+// A node into `n` (zeroed but for edg by the caller). On false n.uvs may hold
+// a block the caller frees.
+bool decodeNode(const uint16_t *list, Span &s, float version, int32_t uvDomains, MeshNode &n) {
+    for (; *list; ++list) {
+        switch (*list) {
+        case 1: if (!s.has(2)) return false; n.vrt = binBig16(s.at); s.at += 2; break;
+        case 3: if (!s.has(4)) return false; n.vrt = static_cast<int32_t>(binBig32(s.at)); s.at += 4; break;
+        case 2: if (!s.has(12)) return false; spanFloats(s, n.nrm, 3); break;
+        case 4:
+            if (!s.has(8)) return false;
+            n.u = binBigFloat(s.at); n.v = binBigFloat(s.at + 4); s.at += 8;
+            break;
+        case 1029:
+            if (!s.has(4)) return false;
+            n.colour = binBig32(s.at);
+            if (version < MESH_ALPHA_VERSION) n.colour |= 0xFF000000u;
+            s.at += 4;
+            break;
+        case 0xFF06: {
+            if (!s.has(4)) return false;
+            int32_t size = static_cast<int32_t>(binBig32(s.at));
+            int64_t pairs = uvDomains > 1 ? uvDomains - 1 : 0;
+            if (size < 0 || !s.has(4 + int64_t{size}) || pairs * 8 > size) return false;
+            s.at += 4;
+            free(n.uvs);
+            n.uvs = nullptr;
+            if (pairs) {
+                n.uvs = static_cast<float *>(malloc(static_cast<size_t>(pairs) * 2 * sizeof(float)));
+                if (!n.uvs) return false;
+                spanFloats(s, n.uvs, static_cast<int>(pairs * 2));
+                s.at += size - pairs * 8;
+            } else {
+                s.at += size;
+            }
+            break;
+        }
+        default: if (!spanSkip(s, *list)) return false;
+        }
+    }
+    return true;
+}
+
+// The node block of a mesh being read, grown as polygons come. Polygons keep
+// their place in it as an index until the block stops moving.
+struct NodeBlock {
+    MeshNode *nodes = nullptr;
+    int64_t used = 0;
+    int64_t room = 0;
+    int64_t limit = 0;  // most nodes the rest of the file can hold
+
+    bool reserve(int64_t more) {
+        if (used + more <= room) return true;
+        if (used + more > limit) return false;
+        int64_t want = std::max(room * 2, used + more);
+        want = std::min(want, limit);
+        auto *grown = static_cast<MeshNode *>(realloc(nodes, static_cast<size_t>(want) * sizeof(MeshNode)));
+        if (!grown) return false;
+        nodes = grown;
+        room = want;
+        return true;
+    }
+    void dropFrom(int64_t from) {
+        for (int64_t i = from; i < used; ++i) free(nodes[i].uvs);
+        used = from;
+    }
+};
+
+// A polygon whose node list goes to the end of `block`; its `nodes` field is
+// left null, to be pointed into the block once it stops moving.
+bool decodePolygon(const uint16_t *list, const uint16_t *nodeList, int64_t nodeMinBytes, Span &s,
+                   float version, int32_t uvDomains, NodeBlock &block, MeshPolygon &p) {
+    bool haveNodes = false;
+    for (; *list; ++list) {
+        switch (*list) {
+        case 1: if (!s.has(12)) return false; spanFloats(s, p.nrm, 3); break;
+        case 2: {
+            if (!s.has(2) || haveNodes) return false;
+            uint16_t count = binBig16(s.at);
+            s.at += 2;
+            haveNodes = true;
+            if (count == 0) break;
+            if (count > (s.end - s.at) / nodeMinBytes || !block.reserve(count)) return false;
+            for (int i = 0; i < count; ++i) {
+                MeshNode &n = block.nodes[block.used++];
+                n = MeshNode{};
+                n.edg = -1;
+                if (!decodeNode(nodeList, s, version, uvDomains, n)) return false;
+            }
+            p.nodeCount = count;
+            break;
+        }
+        case 3: if (!s.has(2)) return false; p.material = binBig16(s.at); s.at += 2; break;
+        case 4: if (!s.has(2)) return false; p.flg = binBig16(s.at); s.at += 2; break;
+        default: if (!spanSkip(s, *list)) return false;
+        }
+    }
+    return true;
 }
 
 void freeEdges(Mesh &m) {
@@ -135,7 +309,20 @@ void readVertices(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) 
         geoAllocChecked(r, count, geoRecordMinBytes(proto, REC_VERTEX), sizeof(MeshVertex)));
     if (!m.vertices) return;
     m.vertexCount = static_cast<int32_t>(count);
-    for (int32_t i = 0; i < m.vertexCount; ++i) readVertex(r, proto, m.vertices[i]);
+    int32_t i = 0;
+    const uint16_t *list = protoList(proto, REC_VERTEX);
+    Span s;
+    if (list && binUnread(r, &s.at, &s.end)) {
+        for (; i < m.vertexCount; ++i) {
+            Span at = s;
+            MeshVertex v{};
+            if (!decodeVertex(list, at, v)) break;
+            m.vertices[i] = v;
+            s = at;
+        }
+        binAdvanceTo(r, s.at);
+    }
+    for (; i < m.vertexCount; ++i) readVertex(r, proto, m.vertices[i]);
 }
 
 void readPolygons(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
@@ -144,7 +331,54 @@ void readPolygons(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) 
         geoAllocChecked(r, count, geoRecordMinBytes(proto, REC_POLYGON), sizeof(MeshPolygon)));
     if (!m.polygons) return;
     m.polygonCount = static_cast<int32_t>(count);
-    for (int32_t i = 0; i < m.polygonCount; ++i) readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
+    int32_t i = 0;
+    const uint16_t *list = protoList(proto, REC_POLYGON);
+    const uint16_t *nodeList = protoList(proto, REC_POLYNODE);
+    Span s;
+    if (list && nodeList && binUnread(r, &s.at, &s.end)) {
+        // Each node takes at least nodeMinBytes of the file, which bounds the block.
+        int64_t nodeMinBytes = geoRecordMinBytes(proto, REC_POLYNODE);
+        NodeBlock block;
+        block.limit = (s.end - s.at) / nodeMinBytes;
+        block.reserve(std::min<int64_t>(block.limit, count * 4));
+        // The block may move while it grows, so lists are pointed into it at
+        // the end: polygons from the block took their nodes in order, those
+        // read by the checked reader (listed in `own`) have lists of their own.
+        std::vector<int32_t> own;
+        for (; i < m.polygonCount && !r.failed; ++i) {
+            Span at = s;
+            MeshPolygon p{};
+            int64_t mark = block.used;
+            if (decodePolygon(list, nodeList, nodeMinBytes, at, r.version, m.uvDomainCount, block, p)) {
+                m.polygons[i] = p;
+                s = at;
+                binAdvanceTo(r, s.at);
+                continue;
+            }
+            block.dropFrom(mark);
+            own.push_back(i);
+            readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
+            if (!binUnread(r, &s.at, &s.end)) {
+                ++i;
+                break;
+            }
+        }
+        m.nodeBlock = block.used ? block.nodes : nullptr;
+        m.nodeBlockCount = block.used;
+        if (!block.used) free(block.nodes);
+        int64_t next = 0;
+        size_t o = 0;
+        for (int32_t k = 0; k < i; ++k) {
+            if (o < own.size() && own[o] == k) {
+                ++o;
+                continue;
+            }
+            MeshPolygon &p = m.polygons[k];
+            if (p.nodeCount) p.nodes = m.nodeBlock + next;
+            next += p.nodeCount;
+        }
+    }
+    for (; i < m.polygonCount; ++i) readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
 }
 
 void readEdges(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
@@ -159,7 +393,24 @@ void readEdges(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
         int64_t n = count - b * MESH_EDGE_BLOCK;
         if (n > MESH_EDGE_BLOCK) n = MESH_EDGE_BLOCK;
         m.edgeCount = static_cast<int32_t>(b * MESH_EDGE_BLOCK + n);
-        for (int64_t i = 0; i < n; ++i) {
+        int64_t i = 0;
+        const uint16_t *list = protoList(proto, REC_EDGE);
+        Span s;
+        if (list && binUnread(r, &s.at, &s.end)) {
+            for (; i < n; ++i) {
+                MeshEdge &e = m.edgeBlocks[b][i];
+                e.pol[0] = e.pol[1] = -1;
+                Span at = s;
+                if (!decodeEdge(list, at, e)) {
+                    e = MeshEdge{};
+                    e.pol[0] = e.pol[1] = -1;
+                    break;
+                }
+                s = at;
+            }
+            binAdvanceTo(r, s.at);
+        }
+        for (; i < n; ++i) {
             MeshEdge &e = m.edgeBlocks[b][i];
             e.pol[0] = e.pol[1] = -1;
             readEdge(r, proto, e);

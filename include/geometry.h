@@ -121,6 +121,10 @@ struct Mesh {
     // polygon whose nodes lie in it must not have them freed alone.
     MeshNode *nodeBlock;
     int64_t nodeBlockCount;     // entries of nodeBlock
+    // One block holding every vertex's neighbour list, made by meshLink; a
+    // vertex whose list lies in it must not have it freed alone.
+    MeshNeighbour *neighbourBlock;
+    int64_t neighbourBlockCount;  // entries of neighbourBlock
 };
 
 // True when `nodes` lies in the mesh's shared node block.
@@ -128,6 +132,13 @@ inline bool meshNodesInBlock(const Mesh *mesh, const MeshNode *nodes) {
     auto at = reinterpret_cast<uintptr_t>(nodes), base = reinterpret_cast<uintptr_t>(mesh->nodeBlock);
     return mesh->nodeBlock && at >= base &&
            at - base < static_cast<uint64_t>(mesh->nodeBlockCount) * sizeof(MeshNode);
+}
+
+// True when `list` lies in the mesh's shared neighbour block.
+inline bool meshNeighboursInBlock(const Mesh *mesh, const MeshNeighbour *list) {
+    auto at = reinterpret_cast<uintptr_t>(list), base = reinterpret_cast<uintptr_t>(mesh->neighbourBlock);
+    return mesh->neighbourBlock && at >= base &&
+           at - base < static_cast<uint64_t>(mesh->neighbourBlockCount) * sizeof(MeshNeighbour);
 }
 
 inline MeshEdge *meshEdge(const Mesh *mesh, int32_t index) {

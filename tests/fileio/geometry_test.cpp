@@ -2,8 +2,10 @@
 // written type in both forms, linking, and damaged or lying records.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "capture.h"
@@ -332,4 +334,170 @@ TEST(GeometryCurves, SurfaceOldTokenNumbersAndCurveCvFlagsByVersion) {
     EXPECT_EQ(c->cvCount, 1);
     EXPECT_EQ(c->cvFlags, nullptr);
     nurbsCurveFree(c);
+}
+
+namespace {
+
+// A cube whose nodes carry two extra UV domains and a colour each, all
+// distinct, so that a node's bytes can be found in the written file.
+Mesh *uvCube() {
+    Mesh *m = meshMakeCube(2.0f);
+    if (!m) return nullptr;
+    m->uvDomainCount = 3;
+    for (int p = 0; p < m->polygonCount; ++p)
+        for (int k = 0; k < m->polygons[p].nodeCount; ++k) {
+            MeshNode &n = m->polygons[p].nodes[k];
+            float base = static_cast<float>(p * 4 + k);
+            n.uvs = static_cast<float *>(malloc(4 * sizeof(float)));
+            for (int i = 0; i < 4; ++i) n.uvs[i] = 100.0f + base + 0.125f * static_cast<float>(i);
+            n.colour = 0xA0000000u + static_cast<uint32_t>(p * 4 + k);
+        }
+    return m;
+}
+
+Bytes written(const Mesh *m, const Prototype *proto) {
+    Sink s;
+    EXPECT_TRUE(writeMesh(s.w, proto, m));
+    return s.bytes();
+}
+
+// Offset of the first occurrence of `what` in `in`; in.size() when absent.
+size_t find(const Bytes &in, const Bytes &what) {
+    return static_cast<size_t>(std::search(in.begin(), in.end(), what.begin(), what.end()) - in.begin());
+}
+
+// What a read left: the tree in a comparable form and the first failure.
+struct ReadResult {
+    std::vector<float> values;
+    std::vector<int32_t> links;
+    bool failed = false;
+    std::string error;
+    bool operator==(const ReadResult &) const = default;
+};
+
+ReadResult readBack(const Bytes &bytes, const Prototype *proto) {
+    ByteFile f(bytes);
+    Mesh *m = readMesh(f.r, proto, nullptr);
+    ReadResult out;
+    out.failed = f.r.failed;
+    out.error = f.r.error;
+    if (!m) return out;
+    out.links = {m->vertexCount, m->polygonCount, m->edgeCount, m->uvDomainCount};
+    for (int v = 0; v < m->vertexCount; ++v) {
+        out.values.insert(out.values.end(), m->vertices[v].pos, m->vertices[v].pos + 3);
+        out.links.push_back(m->vertices[v].neighbourCount);
+    }
+    for (int p = 0; p < m->polygonCount; ++p) {
+        const MeshPolygon &poly = m->polygons[p];
+        out.links.insert(out.links.end(), {poly.nodeCount, poly.material, poly.flg});
+        for (int k = 0; k < poly.nodeCount; ++k) {
+            const MeshNode &n = poly.nodes[k];
+            out.links.insert(out.links.end(), {n.vrt, n.edg, static_cast<int32_t>(n.colour), n.uvs ? 1 : 0});
+            out.values.insert(out.values.end(), {n.nrm[0], n.nrm[1], n.nrm[2], n.u, n.v});
+            if (n.uvs) out.values.insert(out.values.end(), n.uvs, n.uvs + 2 * (m->uvDomainCount - 1));
+        }
+    }
+    for (int e = 0; e < m->edgeCount; ++e) {
+        const MeshEdge *edge = meshEdge(m, e);
+        out.links.insert(out.links.end(), {edge->vrt[0], edge->vrt[1], edge->pol[0], edge->pol[1], edge->flg});
+    }
+    meshFree(m);
+    return out;
+}
+
+}  // namespace
+
+TEST(GeometryMesh, ExtraUvDomainsReadAlikeListedOrTokenised) {
+    Mesh *cube = uvCube();
+    ASSERT_NE(cube, nullptr);
+    Prototype *proto = v4();
+    Bytes listed = written(cube, proto), tokens = written(cube, nullptr);
+    ReadResult a = readBack(listed, proto), b = readBack(tokens, nullptr);
+    EXPECT_FALSE(a.failed) << a.error;
+    EXPECT_EQ(a, b);
+    // The last node's second extra pair came through whole.
+    ASSERT_GE(a.values.size(), 2u);
+    EXPECT_EQ(a.values[a.values.size() - 1], 100.0f + 23.0f + 0.375f);
+
+    // A UV block with room to spare: its tail is skipped the same way by both.
+    // Node 9 (polygon 2, node 1) in both forms.
+    const Bytes nodeUv = Buf().f32(109.0f).b;
+    auto widen = [&](Bytes in) {
+        size_t at = find(in, nodeUv);
+        EXPECT_LT(at, in.size());
+        if (at >= in.size()) return in;
+        Bytes size = Buf().i32(20).b;
+        std::copy(size.begin(), size.end(), in.begin() + static_cast<std::ptrdiff_t>(at - 4));
+        Bytes pad = Buf().f32(-1.0f).b;
+        in.insert(in.begin() + static_cast<std::ptrdiff_t>(at + 16), pad.begin(), pad.end());
+        return in;
+    };
+    ReadResult wa = readBack(widen(listed), proto), wb = readBack(widen(tokens), nullptr);
+    EXPECT_FALSE(wa.failed) << wa.error;
+    EXPECT_EQ(wa, a);
+    EXPECT_EQ(wb, a);
+
+    // A UV block too short for the node's domains, then a negative one: the
+    // listed read gives up where the checked reader does, with its message,
+    // and keeps the same polygons before it.
+    // Each message names the offset just past the bad size, in its own form.
+    for (uint32_t bad : {8u, 0xFFFFFFF0u}) {
+        auto damage = [&](Bytes in) {
+            size_t at = find(in, nodeUv);
+            EXPECT_LT(at, in.size());
+            if (at >= in.size()) return in;
+            Bytes size = Buf().i32(bad).b;
+            std::copy(size.begin(), size.end(), in.begin() + static_cast<std::ptrdiff_t>(at - 4));
+            return in;
+        };
+        ReadResult da, db;
+        {
+            bwtest::OutputCapture cap;  // the reports of the damage, not the test's own
+            da = readBack(damage(listed), proto);
+            db = readBack(damage(tokens), nullptr);
+        }
+        EXPECT_TRUE(da.failed);
+        EXPECT_EQ(da.values, db.values);
+        EXPECT_EQ(da.links, db.links);
+        ASSERT_GE(da.links.size(), 2u);
+        EXPECT_EQ(da.links[1], 6);  // the polygon count was read before the damage
+        std::string where = "offset " + std::to_string(find(listed, nodeUv)) + ":";
+        EXPECT_NE(da.error.find(where), std::string::npos) << da.error;
+        where = "offset " + std::to_string(find(tokens, nodeUv)) + ":";
+        EXPECT_NE(db.error.find(where), std::string::npos) << db.error;
+        EXPECT_EQ(da.error.substr(da.error.find(':')), db.error.substr(db.error.find(':')));
+    }
+    protoFree(proto);
+    meshFree(cube);
+}
+
+TEST(GeometryMesh, CutInAPolygonReadsAlikeListedOrTokenised) {
+    Mesh *cube = uvCube();
+    ASSERT_NE(cube, nullptr);
+    Prototype *proto = v4();
+    // Cut inside the colour of node 14 (polygon 3, node 2), half of it kept.
+    const Bytes colour = Buf().i32(0xA0000000u + 14).b;
+    auto cut = [&](Bytes in) {
+        size_t at = find(in, colour);
+        EXPECT_LT(at, in.size());
+        in.resize(std::min(in.size(), at + 2));
+        return in;
+    };
+    ReadResult a, b;
+    {
+        bwtest::OutputCapture cap;  // the reports of the cut, not the test's own
+        a = readBack(cut(written(cube, proto)), proto);
+        b = readBack(cut(written(cube, nullptr)), nullptr);
+    }
+    EXPECT_TRUE(a.failed);
+    EXPECT_NE(a.error.find("geo.bin"), std::string::npos) << a.error;
+    EXPECT_EQ(a, b) << a.error << " / " << b.error;
+    // The three polygons before the cut are whole; nothing of the edges was read.
+    ASSERT_GE(a.links.size(), 4u);
+    EXPECT_EQ(a.links[1], 6);
+    EXPECT_EQ(a.links[2], 0);
+    ASSERT_GE(a.values.size(), 24u + 3 * 4 * 9);
+    EXPECT_EQ(a.values[24 + 2 * 4 * 9 + 5], 108.0f);  // polygon 2, node 0, first extra u
+    protoFree(proto);
+    meshFree(cube);
 }

@@ -74,6 +74,12 @@ inline float binUsableFloatBits(uint32_t bits) {
 
 inline float binBigFloat(const uint8_t *b) { return binUsableFloatBits(binBig32(b)); }
 
+// Uninitialised memory for a large array, released with free(). Arrays of
+// several megabytes are asked to lie on huge pages: each of their pages is
+// otherwise faulted in separately on first write, which costs more than the
+// writing. Null without memory.
+void *binAllocLarge(size_t bytes);
+
 // The unread bytes of the file: [*begin, *end). False when the reader cannot
 // give any (failed, or no file).
 inline bool binUnread(const BinReader &r, const uint8_t **begin, const uint8_t **end) {

@@ -9,6 +9,7 @@
 #include <new>
 #include <string>
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,7 +41,7 @@ void failWith(BinReader &r, TOL_Status code, const std::string &text) {
 // file under it, and a reader must survive any file.
 bool loadWhole(BinReader &r, FILE *stream, int64_t length) {
     size_t want = static_cast<size_t>(length);
-    uint8_t *buffer = static_cast<uint8_t *>(malloc(want ? want : 1));
+    uint8_t *buffer = static_cast<uint8_t *>(binAllocLarge(want ? want : 1));
     if (!buffer) return false;
     r.data = std::shared_ptr<const uint8_t>(buffer, [](const uint8_t *at) { free(const_cast<uint8_t *>(at)); });
     size_t got = 0;
@@ -86,10 +87,8 @@ int attachStream(BinReader &r, FILE *stream, const char *name) {
         return 0;
     }
     // Decoding field by field from the stream costs a library call a field: the
-    // file is taken whole and decoded from memory. A mapping shares the page
-    // cache's pages instead of copying them; where the stream cannot be mapped
-    // (a pipe, a file changed under us) it is read into a buffer that is not
-    // zero-filled first, since every byte of it is overwritten.
+    // file is taken whole and decoded from memory, read into a buffer that is
+    // not zero-filled first, since every byte of it that is used is read.
     if (!loadWhole(r, stream, end)) {
         r.failed = 1;
         r.error = "Out of memory for file " + r.name;
@@ -101,6 +100,18 @@ int attachStream(BinReader &r, FILE *stream, const char *name) {
 }
 
 }  // namespace
+
+void *binAllocLarge(size_t bytes) {
+    constexpr size_t HUGE_PAGE = size_t{2} << 20;
+    if (bytes < 2 * HUGE_PAGE) return malloc(bytes);
+    // Whole huge pages, aligned, so that the kernel can back all of it with them.
+    size_t rounded = (bytes + HUGE_PAGE - 1) & ~(HUGE_PAGE - 1);
+    if (rounded < bytes) return nullptr;
+    void *at = nullptr;
+    if (posix_memalign(&at, HUGE_PAGE, rounded) != 0) return nullptr;
+    madvise(at, rounded, MADV_HUGEPAGE);  // a hint: without it the pages are small
+    return at;
+}
 
 // ---------------------------------------------------------------------------
 // Records

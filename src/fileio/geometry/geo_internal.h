@@ -13,6 +13,9 @@ int64_t geoRecordMinBytes(const Prototype *proto, int id);
 // calloc of `count` items after checking that the file can hold `count`
 // records of `minBytes`; null for a count of 0, a lying count or no memory.
 void *geoAllocChecked(BinReader &r, int64_t count, int64_t minBytes, size_t itemSize);
+// The same check, for an array whose every item the caller sets before use:
+// the memory is not zeroed.
+void *geoAllocCheckedRaw(BinReader &r, int64_t count, int64_t minBytes, size_t itemSize);
 // Reads and drops `n` bytes; 0 when the file ends first.
 int geoSkipBytes(BinReader &r, int64_t n);
 

@@ -16,7 +16,9 @@ char *dupText(const char *text) {
 }
 
 void meshClearLists(Mesh &m) {
-    for (int32_t i = 0; i < m.vertexCount; ++i) free(m.vertices[i].neighbours);
+    for (int32_t i = 0; i < m.vertexCount; ++i)
+        if (!meshNeighboursInBlock(&m, m.vertices[i].neighbours)) free(m.vertices[i].neighbours);
+    free(m.neighbourBlock);
     free(m.vertices);
     for (int32_t i = 0; i < m.polygonCount; ++i) {
         for (int k = 0; k < m.polygons[i].nodeCount; ++k) free(m.polygons[i].nodes[k].uvs);

@@ -16,6 +16,9 @@ namespace {
 
 constexpr double DEG_TO_RAD = 3.14159265358979323846 / 180.0;
 
+// Neighbour lists up to this long are scanned when linking; longer ones are searched.
+constexpr int kScanNeighbours = 16;
+
 // First token of a record; the loops below also stop once the reader failed,
 // since a list would otherwise go on handing out tokens over zeros.
 #define FOR_TOKENS(t, r, proto, id, cur) \
@@ -108,10 +111,14 @@ void readEdge(BinReader &r, const Prototype *proto, MeshEdge &e) {
 }
 
 void freeVertices(Mesh &m) {
-    for (int32_t i = 0; i < m.vertexCount; ++i) free(m.vertices[i].neighbours);
+    for (int32_t i = 0; i < m.vertexCount; ++i)
+        if (!meshNeighboursInBlock(&m, m.vertices[i].neighbours)) free(m.vertices[i].neighbours);
+    free(m.neighbourBlock);
     free(m.vertices);
     m.vertices = nullptr;
     m.vertexCount = 0;
+    m.neighbourBlock = nullptr;
+    m.neighbourBlockCount = 0;
 }
 
 void freePolygons(Mesh &m) {
@@ -251,7 +258,8 @@ struct NodeBlock {
         if (used + more > limit) return false;
         int64_t want = std::max(room * 2, used + more);
         want = std::min(want, limit);
-        auto *grown = static_cast<MeshNode *>(realloc(nodes, static_cast<size_t>(want) * sizeof(MeshNode)));
+        size_t bytes = static_cast<size_t>(want) * sizeof(MeshNode);
+        auto *grown = static_cast<MeshNode *>(nodes ? realloc(nodes, bytes) : binAllocLarge(bytes));
         if (!grown) return false;
         nodes = grown;
         room = want;
@@ -306,7 +314,7 @@ void freeEdges(Mesh &m) {
 void readVertices(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
     freeVertices(m);
     m.vertices = static_cast<MeshVertex *>(
-        geoAllocChecked(r, count, geoRecordMinBytes(proto, REC_VERTEX), sizeof(MeshVertex)));
+        geoAllocCheckedRaw(r, count, geoRecordMinBytes(proto, REC_VERTEX), sizeof(MeshVertex)));
     if (!m.vertices) return;
     m.vertexCount = static_cast<int32_t>(count);
     int32_t i = 0;
@@ -322,13 +330,16 @@ void readVertices(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) 
         }
         binAdvanceTo(r, s.at);
     }
-    for (; i < m.vertexCount; ++i) readVertex(r, proto, m.vertices[i]);
+    for (; i < m.vertexCount; ++i) {
+        m.vertices[i] = MeshVertex{};
+        readVertex(r, proto, m.vertices[i]);
+    }
 }
 
 void readPolygons(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
     freePolygons(m);
     m.polygons = static_cast<MeshPolygon *>(
-        geoAllocChecked(r, count, geoRecordMinBytes(proto, REC_POLYGON), sizeof(MeshPolygon)));
+        geoAllocCheckedRaw(r, count, geoRecordMinBytes(proto, REC_POLYGON), sizeof(MeshPolygon)));
     if (!m.polygons) return;
     m.polygonCount = static_cast<int32_t>(count);
     int32_t i = 0;
@@ -357,6 +368,7 @@ void readPolygons(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) 
             }
             block.dropFrom(mark);
             own.push_back(i);
+            m.polygons[i] = MeshPolygon{};
             readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
             if (!binUnread(r, &s.at, &s.end)) {
                 ++i;
@@ -378,7 +390,10 @@ void readPolygons(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) 
             next += p.nodeCount;
         }
     }
-    for (; i < m.polygonCount; ++i) readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
+    for (; i < m.polygonCount; ++i) {
+        m.polygons[i] = MeshPolygon{};
+        readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
+    }
 }
 
 void readEdges(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
@@ -478,6 +493,12 @@ void *geoAllocChecked(BinReader &r, int64_t count, int64_t minBytes, size_t item
     return calloc(static_cast<size_t>(count), itemSize);
 }
 
+void *geoAllocCheckedRaw(BinReader &r, int64_t count, int64_t minBytes, size_t itemSize) {
+    if (count <= 0 || !binCheckCount(r, count, minBytes)) return nullptr;
+    if (static_cast<uint64_t>(count) > SIZE_MAX / itemSize) return nullptr;
+    return binAllocLarge(static_cast<size_t>(count) * itemSize);
+}
+
 int geoSkipBytes(BinReader &r, int64_t n) {
     uint8_t scratch[1024];
     while (n > 0 && !r.failed) {
@@ -536,56 +557,112 @@ int meshLink(Mesh *m) {
     if (!m) return 0;
     const int32_t vc = m->vertexCount;
     for (int32_t i = 0; i < vc; ++i) {
-        free(m->vertices[i].neighbours);
-        m->vertices[i].neighbours = nullptr;
-        m->vertices[i].neighbourCount = 0;
+        MeshVertex &v = m->vertices[i];
+        if (!meshNeighboursInBlock(m, v.neighbours)) free(v.neighbours);
+        v.neighbours = nullptr;
+        v.neighbourCount = 0;
     }
+    free(m->neighbourBlock);
+    m->neighbourBlock = nullptr;
+    m->neighbourBlockCount = 0;
     auto valid = [vc](int32_t v) { return v >= 0 && v < vc; };
-    // Two passes over the edges: room for each vertex's neighbours, then the entries.
-    int32_t *room = static_cast<int32_t *>(calloc(vc > 0 ? static_cast<size_t>(vc) : 1, sizeof(int32_t)));
-    if (!room) return 0;
+
+    // Two passes over the edges: each vertex's count (kept in neighbourCount,
+    // at most UINT16_MAX), then the entries, in edge order, into one block
+    // where each vertex's list starts after the previous one's.
+    int64_t total = 0;
     for (int32_t e = 0; e < m->edgeCount; ++e) {
         MeshEdge *edge = meshEdge(m, e);
         edge->pol[0] = edge->pol[1] = -1;
         if (!valid(edge->vrt[0]) || !valid(edge->vrt[1])) continue;
-        for (int32_t v : edge->vrt)
-            if (room[v] < UINT16_MAX) ++room[v];
+        for (int32_t v : edge->vrt) {
+            uint16_t &n = m->vertices[v].neighbourCount;
+            if (n < UINT16_MAX) { ++n; ++total; }
+        }
     }
-    int ok = 1;
-    for (int32_t i = 0; i < vc && ok; ++i) {
-        if (!room[i]) continue;
-        m->vertices[i].neighbours = static_cast<MeshNeighbour *>(calloc(static_cast<size_t>(room[i]), sizeof(MeshNeighbour)));
-        ok = m->vertices[i].neighbours != nullptr;
+    if (total == 0) {
+        for (int32_t p = 0; p < m->polygonCount; ++p)
+            for (int i = 0; i < m->polygons[p].nodeCount; ++i) m->polygons[p].nodes[i].edg = -1;
+        return 1;
     }
-    for (int32_t e = 0; e < m->edgeCount && ok; ++e) {
+    // Every entry is set below, so the block need not be zeroed.
+    auto *block = static_cast<MeshNeighbour *>(binAllocLarge(static_cast<size_t>(total) * sizeof(MeshNeighbour)));
+    if (!block) {
+        for (int32_t i = 0; i < vc; ++i) m->vertices[i].neighbourCount = 0;
+        return 0;
+    }
+    m->neighbourBlock = block;
+    m->neighbourBlockCount = total;
+    int64_t at = 0;
+    bool anyLong = false;
+    for (int32_t i = 0; i < vc; ++i) {
+        MeshVertex &v = m->vertices[i];
+        if (!v.neighbourCount) continue;
+        v.neighbours = block + at;
+        at += v.neighbourCount;
+        anyLong |= v.neighbourCount > kScanNeighbours;
+        v.neighbourCount = 0;
+    }
+    for (int32_t e = 0; e < m->edgeCount; ++e) {
         MeshEdge *edge = meshEdge(m, e);
         if (!valid(edge->vrt[0]) || !valid(edge->vrt[1])) continue;
         for (int side = 0; side < 2; ++side) {
             MeshVertex &v = m->vertices[edge->vrt[side]];
-            if (v.neighbourCount >= room[edge->vrt[side]]) continue;
+            if (v.neighbourCount == UINT16_MAX) continue;  // its list was capped while counting
             v.neighbours[v.neighbourCount++] = {edge->vrt[1 - side], e, -1};
         }
     }
-    free(room);
-    for (int32_t p = 0; p < m->polygonCount && ok; ++p) {
+
+    // A short list is scanned. A long one gets an index beside it, at the
+    // same place as the list: its entries' positions sorted by far vertex and
+    // then by position, so a binary search finds the first entry to a vertex
+    // in at most 16 steps (lists hold at most UINT16_MAX entries). A fan of
+    // many polygons round one vertex thus costs no more than its size.
+    uint16_t *order = nullptr;
+    if (anyLong) {
+        order = static_cast<uint16_t *>(binAllocLarge(static_cast<size_t>(total) * sizeof(uint16_t)));
+        if (!order) return 0;
+        for (int32_t i = 0; i < vc; ++i) {
+            const MeshVertex &v = m->vertices[i];
+            if (v.neighbourCount <= kScanNeighbours) continue;
+            uint16_t *idx = order + (v.neighbours - block);
+            for (int k = 0; k < v.neighbourCount; ++k) idx[k] = static_cast<uint16_t>(k);
+            const MeshNeighbour *nb = v.neighbours;
+            std::sort(idx, idx + v.neighbourCount, [nb](uint16_t x, uint16_t y) {
+                return nb[x].vrt != nb[y].vrt ? nb[x].vrt < nb[y].vrt : x < y;
+            });
+        }
+    }
+    auto find = [order, block](const MeshVertex &v, int32_t b) -> MeshNeighbour * {
+        if (v.neighbourCount <= kScanNeighbours) {
+            for (int k = 0; k < v.neighbourCount; ++k)
+                if (v.neighbours[k].vrt == b) return &v.neighbours[k];
+            return nullptr;
+        }
+        const uint16_t *idx = order + (v.neighbours - block);
+        const MeshNeighbour *nb = v.neighbours;
+        const uint16_t *hit = std::lower_bound(idx, idx + v.neighbourCount, b,
+                                               [nb](uint16_t k, int32_t want) { return nb[k].vrt < want; });
+        return hit != idx + v.neighbourCount && nb[*hit].vrt == b ? &v.neighbours[*hit] : nullptr;
+    };
+
+    for (int32_t p = 0; p < m->polygonCount; ++p) {
         MeshPolygon &poly = m->polygons[p];
         for (int i = 0; i < poly.nodeCount; ++i) {
             MeshNode &node = poly.nodes[i];
-            int32_t a = node.vrt, b = poly.nodes[(i + 1) % poly.nodeCount].vrt;
+            int32_t a = node.vrt, b = poly.nodes[i + 1 < poly.nodeCount ? i + 1 : 0].vrt;
             node.edg = -1;
             if (!valid(a) || !valid(b)) continue;
-            MeshVertex &v = m->vertices[a];
-            for (int k = 0; k < v.neighbourCount; ++k) {
-                if (v.neighbours[k].vrt != b) continue;
-                v.neighbours[k].pol = p;
-                node.edg = v.neighbours[k].edg;
-                MeshEdge *edge = meshEdge(m, node.edg);
-                edge->pol[edge->vrt[0] == a ? 0 : 1] = p;
-                break;
-            }
+            MeshNeighbour *nb = find(m->vertices[a], b);
+            if (!nb) continue;
+            nb->pol = p;
+            node.edg = nb->edg;
+            MeshEdge *edge = meshEdge(m, node.edg);
+            edge->pol[edge->vrt[0] == a ? 0 : 1] = p;
         }
     }
-    return ok;
+    free(order);
+    return 1;
 }
 
 // ---------------------------------------------------------------------------

@@ -8,44 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "bytes.h"
 #include "capture.h"
 #include "fileio.h"
 
 using bwtest::OutputCapture;
-using Bytes = std::vector<uint8_t>;
+using namespace bwtest;
 
 namespace {
 
-// A reader over `bytes` in a temporary file that goes with it.
-struct ByteFile {
-    BinReader r;
-    FILE *f = tmpfile();
-    ByteFile(const Bytes &bytes, const char *name = "test.bin") {
-        if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f);
-        rewind(f);
-        binReaderAttach(r, f, name);
-    }
-    ~ByteFile() { fclose(f); }
-};
-
-struct ByteSink {
-    BinWriter w;
-    FILE *f = tmpfile();
-    ByteSink() { binWriterAttach(w, f, "out.bin"); }
-    ~ByteSink() { fclose(f); }
-    Bytes bytes() {
-        binWriterClose(w);
-        Bytes out(static_cast<size_t>(ftell(f)));
-        rewind(f);
-        EXPECT_EQ(fread(out.data(), 1, out.size(), f), out.size());
-        return out;
-    }
-};
-
-Bytes operator+(Bytes a, const Bytes &b) { a.insert(a.end(), b.begin(), b.end()); return a; }
 Bytes text(const std::string &s) { return Bytes(s.begin(), s.end()); }
 int32_t magicOf(const char *m) { return int32_t(uint32_t(m[0]) << 24 | m[1] << 16 | m[2] << 8 | m[3]); }
-Bytes be32(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
 
 Bytes header(uint32_t id, float version) {
     Bytes h = be32(id) + be32(std::bit_cast<uint32_t>(version)) + text("No comment...");

@@ -8,46 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "bytes.h"
 #include "capture.h"
 #include "geometry.h"
 
-using Bytes = std::vector<uint8_t>;
+using namespace bwtest;
 
 namespace {
-
-struct Buf {
-    Bytes b;
-    Buf &u16(uint16_t v) { b.push_back(uint8_t(v >> 8)); b.push_back(uint8_t(v)); return *this; }
-    Buf &i32(uint32_t v) { return u16(uint16_t(v >> 16)).u16(uint16_t(v)); }
-    Buf &f32(float v) { return i32(std::bit_cast<uint32_t>(v)); }
-};
-
-// A reader over bytes in a temporary file, at version 4.0.
-struct ByteFile {
-    BinReader r;
-    FILE *f = tmpfile();
-    explicit ByteFile(const Bytes &bytes) {
-        fwrite(bytes.data(), 1, bytes.size(), f);
-        rewind(f);
-        binReaderAttach(r, f, "geo.bin");
-        r.version = 4.0f;
-    }
-    ~ByteFile() { fclose(f); }
-};
-
-struct Sink {
-    BinWriter w;
-    FILE *f = tmpfile();
-    Sink() { binWriterAttach(w, f, "out.bin"); }
-    ~Sink() { fclose(f); }
-    Bytes bytes() {
-        fflush(f);
-        Bytes out(static_cast<size_t>(ftell(f)));
-        rewind(f);
-        EXPECT_EQ(fread(out.data(), 1, out.size(), f), out.size());
-        return out;
-    }
-};
 
 Prototype *v4() {
     Prototype *p = protoNew();
@@ -60,9 +27,9 @@ template <class T, class W, class R>
 void roundTrip(const T *in, W write, R read, void (*check)(const T *, const T *), void (*release)(T *)) {
     Prototype *proto = v4();
     for (const Prototype *p : {static_cast<const Prototype *>(proto), static_cast<const Prototype *>(nullptr)}) {
-        Sink s;
+        ByteSink s;
         ASSERT_TRUE(write(s.w, p, in));
-        ByteFile f(s.bytes());
+        ByteFile f(s.bytes(), "geo.bin", 4.0f);
         T *out = read(f.r, p);
         ASSERT_NE(out, nullptr);
         EXPECT_FALSE(f.r.failed) << f.r.error;
@@ -98,11 +65,11 @@ TEST(GeometryMesh, GoldenBytesBothWays) {
     m.flags = MESH_FLAG_TOKEN1; m.discontinuity = 60.0f; m.uvDomainCount = 2;
     m.approx = {APPROX_SYSTEM, 0.5f, 1.0f, 30.0f, 1, 4, 1, APPROX_SPACIAL, 1};
     Prototype *proto = v4();
-    Sink s;
+    ByteSink s;
     ASSERT_TRUE(writeMesh(s.w, proto, &m));
     EXPECT_EQ(s.bytes(), goldenMesh());
 
-    ByteFile f(goldenMesh());
+    ByteFile f(goldenMesh(), "geo.bin", 4.0f);
     Mesh *r = readMesh(f.r, proto, nullptr);
     ASSERT_NE(r, nullptr);
     EXPECT_EQ(r->flags, MESH_FLAG_TOKEN1);
@@ -142,7 +109,7 @@ TEST(GeometryMesh, OldColoursGainAlphaAndShortCountsMatchLongOnes) {
         b.u16(0);
         return b.b;
     };
-    ByteFile a(triangle(false)), b(triangle(true));
+    ByteFile a(triangle(false), "geo.bin", 4.0f), b(triangle(true), "geo.bin", 4.0f);
     a.r.version = 2.0f;
     Mesh *ma = readMesh(a.r, nullptr, nullptr), *mb = readMesh(b.r, nullptr, nullptr);
     ASSERT_EQ(ma->vertexCount, 3);
@@ -190,7 +157,7 @@ TEST(GeometryMesh, BadIndicesStayUnlinkedAndLyingCountsAllocateNothing) {
     b.u16(7).i32(1).u16(1).f32(0).f32(0).f32(0).u16(0);
     b.u16(8).i32(1).u16(2).u16(2).u16(3).i32(99).u16(0).u16(3).i32(0).u16(0).u16(0);
     b.u16(9).i32(1).u16(4).i32(uint32_t(-4)).i32(0).u16(0).u16(0);
-    ByteFile f(b.b);
+    ByteFile f(b.b, "geo.bin", 4.0f);
     Mesh *m = readMesh(f.r, nullptr, nullptr);
     EXPECT_FALSE(f.r.failed);
     EXPECT_EQ(m->polygons[0].nodes[0].edg, -1);
@@ -199,13 +166,13 @@ TEST(GeometryMesh, BadIndicesStayUnlinkedAndLyingCountsAllocateNothing) {
 
     bwtest::OutputCapture cap;
     for (uint16_t token : {7, 8, 9}) {
-        ByteFile lie(Buf().u16(token).i32(0x7FFFFFFF).u16(0).b);
+        ByteFile lie(Buf().u16(token).i32(0x7FFFFFFF).u16(0).b, "geo.bin", 4.0f);
         Mesh *l = readMesh(lie.r, nullptr, nullptr);
         EXPECT_TRUE(lie.r.failed);
         EXPECT_EQ(l->vertexCount + l->polygonCount + l->edgeCount, 0);
         meshFree(l);
     }
-    ByteFile s(Buf().u16(2).i32(0x7FFF0000).i32(0x7FFF0000).u16(0).b);
+    ByteFile s(Buf().u16(2).i32(0x7FFF0000).i32(0x7FFF0000).u16(0).b, "geo.bin", 4.0f);
     NurbsSurface *ns = readNurbsSurface(s.r, nullptr);
     EXPECT_TRUE(s.r.failed);
     EXPECT_EQ(ns->cvs, nullptr);
@@ -233,14 +200,14 @@ TEST(GeometryPatch, GridRoundTripsAndReadsWAndClosedFlags) {
     patchFree(p);
 
     // Closed stored as 7; a grid whose CVs lie about their number.
-    ByteFile f(Buf().u16(3).u16(1).u16(1).u16(4).u16(7).u16(7).u16(5).f32(1).f32(2).f32(3).u16(0).b);
+    ByteFile f(Buf().u16(3).u16(1).u16(1).u16(4).u16(7).u16(7).u16(5).f32(1).f32(2).f32(3).u16(0).b, "geo.bin", 4.0f);
     Patch *r = readPatch(f.r, nullptr);
     EXPECT_EQ(r->uClosed, 1);
     EXPECT_EQ(r->vClosed, 1);
     EXPECT_EQ(r->cvs[0][3], 1.0f);
     patchFree(r);
     bwtest::OutputCapture cap;
-    ByteFile lie(Buf().u16(3).u16(65535).u16(65535).u16(5).u16(0).b);
+    ByteFile lie(Buf().u16(3).u16(65535).u16(65535).u16(5).u16(0).b, "geo.bin", 4.0f);
     Patch *l = readPatch(lie.r, nullptr);
     EXPECT_TRUE(lie.r.failed);
     EXPECT_EQ(l->uCount, 0);
@@ -317,7 +284,7 @@ TEST(GeometryCurves, SplineCurveFaceSurfaceRoundTrip) {
 
 TEST(GeometryCurves, SurfaceOldTokenNumbersAndCurveCvFlagsByVersion) {
     // Fields of old surface files are numbered from 231.
-    ByteFile f(Buf().u16(231).i32(3).i32(2).u16(233).u16(5).u16(0).u16(0).b);
+    ByteFile f(Buf().u16(231).i32(3).i32(2).u16(233).u16(5).u16(0).u16(0).b, "geo.bin", 4.0f);
     NurbsSurface *s = readNurbsSurface(f.r, nullptr);
     EXPECT_EQ(s->degree[0], 3);
     EXPECT_EQ(s->closed[0], 1);
@@ -327,7 +294,7 @@ TEST(GeometryCurves, SurfaceOldTokenNumbersAndCurveCvFlagsByVersion) {
     b.u16(2).i32(1);
     for (int i = 0; i < 4; ++i) b.i32(0).i32(0);
     b.u16(0);
-    ByteFile old(b.b);
+    ByteFile old(b.b, "geo.bin", 4.0f);
     old.r.version = 2.5f;
     NurbsCurve *c = readNurbsCurve(old.r, nullptr);
     EXPECT_FALSE(old.r.failed);
@@ -356,7 +323,7 @@ Mesh *uvCube() {
 }
 
 Bytes written(const Mesh *m, const Prototype *proto) {
-    Sink s;
+    ByteSink s;
     EXPECT_TRUE(writeMesh(s.w, proto, m));
     return s.bytes();
 }
@@ -376,7 +343,7 @@ struct ReadResult {
 };
 
 ReadResult readBack(const Bytes &bytes, const Prototype *proto) {
-    ByteFile f(bytes);
+    ByteFile f(bytes, "geo.bin", 4.0f);
     Mesh *m = readMesh(f.r, proto, nullptr);
     ReadResult out;
     out.failed = f.r.failed;

@@ -8,20 +8,17 @@
 #include <string>
 #include <vector>
 
+#include "bytes.h"
 #include "capture.h"
 #include "material.h"
 
 using bwtest::OutputCapture;
 using bwtest::TempDir;
-using Bytes = std::vector<uint8_t>;
+using namespace bwtest;
 
 namespace {
 
-Bytes operator+(Bytes a, const Bytes &b) { a.insert(a.end(), b.begin(), b.end()); return a; }
 Bytes text0(const std::string &s) { Bytes b(s.begin(), s.end()); b.push_back(0); return b; }
-Bytes be16(uint16_t v) { return {uint8_t(v >> 8), uint8_t(v)}; }
-Bytes be32(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
-Bytes f32(float v) { return be32(std::bit_cast<uint32_t>(v)); }
 
 Bytes readFile(const std::string &path) {
     Bytes b(std::filesystem::file_size(path));
@@ -85,18 +82,6 @@ Bytes recordBytes(const T &record, const Prototype *proto, Write write) {
     return b;
 }
 
-struct ByteFile {
-    BinReader r;
-    FILE *f = tmpfile();
-    explicit ByteFile(const Bytes &b) {
-        fwrite(b.data(), 1, b.size(), f);
-        rewind(f);
-        binReaderAttach(r, f, "in.mtr");
-        r.version = 4.0f;
-    }
-    ~ByteFile() { fclose(f); }
-};
-
 }  // namespace
 
 TEST(MaterialRecord, ReadsGoldenTaggedBytes) {
@@ -108,7 +93,7 @@ TEST(MaterialRecord, ReadsGoldenTaggedBytes) {
                   be16(0x0399) + Bytes{1, 2, 3} + be16(16) + be16(2) + be16(1) + text0("wood") +
                   be16(0) + be16(1) + text0("env.pic") + be16(3) + be16(7) + be16(32) + f32(2) +
                   f32(2) + f32(2) + be16(0) + be16(0) + be16(0x4242);
-    ByteFile file(bytes);
+    ByteFile file(bytes, "in.mtr", 4.0f);
     Material m;
     ASSERT_EQ(materialRead(file.r, nullptr, m), 1);
     EXPECT_EQ(m.name, "red");
@@ -138,7 +123,7 @@ TEST(MaterialRecord, RoundTripsInlineWithAndWithoutPrototypes) {
     const Prototype *none = nullptr, *table = &proto;
     for (const Prototype *p : {none, table}) {
         Bytes bytes = recordBytes(m, p, materialWrite) + be16(0x4242);
-        ByteFile file(bytes);
+        ByteFile file(bytes, "in.mtr", 4.0f);
         Material back;
         ASSERT_EQ(materialRead(file.r, p, back), 1) << file.r.error;
         EXPECT_EQ(binReadU16(file.r), 0x4242);  // in step behind the record
@@ -210,7 +195,7 @@ TEST(MaterialFiles, CutOrLyingFilesFailWithoutCrashing) {
                           be16(0xFF1A) + be32(3) + text0("long name") + be32(0)};
     const char *why[] = {"Passed end", "Passed end", "negative size -1", "Passed end", "runs past"};
     for (size_t i = 0; i < std::size(lies); ++i) {
-        ByteFile file(lies[i] + be16(0));
+        ByteFile file(lies[i] + be16(0), "in.mtr", 4.0f);
         Material m;
         EXPECT_EQ(materialRead(file.r, nullptr, m), 0) << i;
         EXPECT_NE(file.r.error.find(why[i]), std::string::npos) << i << ": " << file.r.error;
@@ -219,7 +204,7 @@ TEST(MaterialFiles, CutOrLyingFilesFailWithoutCrashing) {
 
 TEST(MaterialFiles, OldCustomElementTagsAreTurnedRound) {
     Bytes block = text0("DCBA") + Bytes{1} + be32(4) + Bytes{1, 2, 3, 4};
-    ByteFile old(block + text0("CUSC") + Bytes{0} + be32(0));
+    ByteFile old(block + text0("CUSC") + Bytes{0} + be32(0), "in.mtr", 4.0f);
     old.r.version = 3.4f;
     CustomBlock a, b;
     ASSERT_EQ(customBlockRead(old.r, a) + customBlockRead(old.r, b), 2);
@@ -231,7 +216,7 @@ TEST(MaterialFiles, OldCustomElementTagsAreTurnedRound) {
         return customBlockWrite(w, c);
     });
     EXPECT_EQ(again, text0("ABCD") + Bytes{1} + be32(4) + Bytes({4, 3, 2, 1}));
-    ByteFile recent(block);
+    ByteFile recent(block, "in.mtr", 4.0f);
     ASSERT_EQ(customBlockRead(recent.r, a), 1);
     EXPECT_EQ(a.tag, "DCBA");
     EXPECT_EQ(a.data, (Bytes{1, 2, 3, 4}));

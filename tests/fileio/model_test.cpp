@@ -9,26 +9,14 @@
 #include <string>
 #include <vector>
 
+#include "bytes.h"
 #include "capture.h"
 #include "dictionary.h"
 #include "model.h"
 
-using Bytes = std::vector<uint8_t>;
+using namespace bwtest;
 
 namespace {
-
-struct Buf {
-    Bytes b;
-    Buf &u16(uint16_t v) { b.push_back(uint8_t(v >> 8)); b.push_back(uint8_t(v)); return *this; }
-    Buf &i32(uint32_t v) { return u16(uint16_t(v >> 16)).u16(uint16_t(v)); }
-    Buf &f32(float v) { return i32(std::bit_cast<uint32_t>(v)); }
-    Buf &raw(const char *s, size_t n) { b.insert(b.end(), s, s + n); return *this; }
-    Buf &header(float version) {
-        i32(BIN_ID_GENERAL).f32(version).raw("No comment...", 13);
-        b.resize(BIN_HEADER_SIZE, 0);
-        return *this;
-    }
-};
 
 // Parent "root" with a cube, two children "left" (with a grandchild) and "right".
 Model *makeTree() {

@@ -1,0 +1,72 @@
+// Big-endian bytes for tests of the file readers: built field by field, put in
+// a temporary file behind a reader, or taken back from a writer.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "fileio.h"
+
+namespace bwtest {
+
+using Bytes = std::vector<uint8_t>;
+
+inline Bytes operator+(Bytes a, const Bytes &b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+inline Bytes be16(uint16_t v) { return {uint8_t(v >> 8), uint8_t(v)}; }
+inline Bytes be32(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
+inline Bytes f32(float v) { return be32(std::bit_cast<uint32_t>(v)); }
+
+// Bytes built by chained calls: Buf().u16(1).f32(2.0f).b
+struct Buf {
+    Bytes b;
+    Buf &u16(uint16_t v) { b.push_back(uint8_t(v >> 8)); b.push_back(uint8_t(v)); return *this; }
+    Buf &i32(uint32_t v) { return u16(uint16_t(v >> 16)).u16(uint16_t(v)); }
+    Buf &f32(float v) { return i32(std::bit_cast<uint32_t>(v)); }
+    Buf &raw(const char *s, size_t n) { b.insert(b.end(), s, s + n); return *this; }
+    // A general binary header of `version` with the default comment.
+    Buf &header(float version) {
+        i32(BIN_ID_GENERAL).f32(version).raw("No comment...", 13);
+        b.resize(b.size() + BIN_HEADER_SIZE - 21, 0);
+        return *this;
+    }
+};
+
+// A reader over `bytes` in a temporary file that goes with it. A version other
+// than 0 stands for a header already read.
+struct ByteFile {
+    BinReader r;
+    FILE *f = tmpfile();
+    explicit ByteFile(const Bytes &bytes, const char *name = "test.bin", float version = 0.0f) {
+        if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f);
+        rewind(f);
+        binReaderAttach(r, f, name);
+        if (version != 0.0f) r.version = version;
+    }
+    ~ByteFile() { fclose(f); }
+};
+
+// A writer into a temporary file; bytes() gives what was written so far.
+struct ByteSink {
+    BinWriter w;
+    FILE *f = tmpfile();
+    ByteSink() { binWriterAttach(w, f, "out.bin"); }
+    ~ByteSink() { fclose(f); }
+    Bytes bytes() {
+        fflush(f);
+        Bytes out(static_cast<size_t>(ftell(f)));
+        rewind(f);
+        EXPECT_EQ(fread(out.data(), 1, out.size(), f), out.size());
+        fseek(f, 0, SEEK_END);
+        return out;
+    }
+};
+
+}  // namespace bwtest

@@ -2,29 +2,17 @@
 // or damaged at every place.
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cfloat>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "bytes.h"
 #include "capture.h"
-#include "fileio.h"
 
-using bwtest::OutputCapture;
 using namespace bwtest;
 
 namespace {
 
-Bytes text(const std::string &s) { return Bytes(s.begin(), s.end()); }
 int32_t magicOf(const char *m) { return int32_t(uint32_t(m[0]) << 24 | m[1] << 16 | m[2] << 8 | m[3]); }
-
-Bytes header(uint32_t id, float version) {
-    Bytes h = be32(id) + be32(std::bit_cast<uint32_t>(version)) + text("No comment...");
-    h.resize(BIN_HEADER_SIZE, 0);
-    return h;
-}
 
 // A record of id 12: an old untagged string, three floats, a u16, a sized block.
 struct Sample {
@@ -93,32 +81,22 @@ int versionHook(const char *file, float version) {
 
 }  // namespace
 
-TEST(BinHeader, WritesAndReadsTheGoldenHeaderOfEachId) {
-    const std::pair<uint32_t, const char *> ids[] = {
-        {0x5380F634, "General BRACKWOOD Binary"}, {0x5380F635, "BRACKWOOD Binary Animation"},
-        {0x5380F636, "BRACKWOOD Binary Camera"}, {0x5380F637, "BRACKWOOD Binary Cluster Keys"},
-        {0x5380F638, "BRACKWOOD Binary Lattice"}, {0x5380F639, "BRACKWOOD Binary Light"},
-        {0x5380F640, "BRACKWOOD Binary Material"}, {0x5380F641, "BRACKWOOD Binary Model"},
-        {0x5380F642, "BRACKWOOD Binary Shape Keys"}, {0x5380F643, "BRACKWOOD Binary 2D Texture"},
-        {0x5380F644, "BRACKWOOD Binary 3D Texture"}, {0x5380F646, "BRACKWOOD Binary Struct Keys"},
-        {0x5380F645, nullptr}};
-    for (auto [id, name] : ids) {
-        ByteSink sink;
-        EXPECT_EQ(binWriteHeader(sink.w, id, 4.0f, nullptr), 88);
-        ByteFile file(sink.bytes());
-        char comment[81];
-        float version = 0;
-        EXPECT_EQ(binReadHeader(file.r, &version, comment), static_cast<int32_t>(id));
-        EXPECT_EQ(version, 4.0f);
-        EXPECT_STREQ(comment, "No comment...");
-        EXPECT_STREQ(fileTypeName(id), name);
-    }
-    EXPECT_EQ(header(BIN_ID_MODEL, 4.0f),
-              (Bytes{0x53, 0x80, 0xF6, 0x41, 0x40, 0x80, 0, 0} + text("No comment...") + Bytes(67, 0)));
-    // An 80-character comment fills the field without a terminator.
+TEST(BinHeader, WritesAndReadsTheGoldenHeader) {
     ByteSink sink;
-    binWriteHeader(sink.w, BIN_ID_CAMERA, 3.5f, std::string(85, 'c').c_str());
-    EXPECT_EQ(sink.bytes(), (Bytes{0x53, 0x80, 0xF6, 0x36, 0x40, 0x60, 0, 0} + Bytes(80, 'c')));
+    EXPECT_EQ(binWriteHeader(sink.w, BIN_ID_MODEL, 4.0f, nullptr), 88);
+    EXPECT_EQ(sink.bytes(), (Bytes{0x53, 0x80, 0xF6, 0x41, 0x40, 0x80, 0, 0} + text("No comment...") + Bytes(67, 0)));
+    ByteFile file(sink.bytes());
+    char comment[81];
+    float version = 0;
+    EXPECT_EQ(binReadHeader(file.r, &version, comment), BIN_ID_MODEL);
+    EXPECT_EQ(version, 4.0f);
+    EXPECT_STREQ(comment, "No comment...");
+    EXPECT_STREQ(fileTypeName(0x5380F646), "BRACKWOOD Binary Struct Keys");
+    EXPECT_STREQ(fileTypeName(0x5380F645), nullptr);
+    // An 80-character comment fills the field without a terminator.
+    ByteSink longer;
+    binWriteHeader(longer.w, BIN_ID_CAMERA, 3.5f, std::string(85, 'c').c_str());
+    EXPECT_EQ(longer.bytes(), (Bytes{0x53, 0x80, 0xF6, 0x36, 0x40, 0x60, 0, 0} + Bytes(80, 'c')));
 }
 
 TEST(BinHeader, RejectsOtherFilesAndCallsTheHookAboveTheCurrentVersion) {
@@ -149,27 +127,23 @@ TEST(BinHeader, RejectsOtherFilesAndCallsTheHookAboveTheCurrentVersion) {
 }
 
 TEST(AsciiHeader, DetectsEveryMagicOfTheFamily) {
-    const std::pair<const char *, const char *> kinds[] = {
-        {"SDSC", "BRACKWOOD Ascii Scene (>= 2.6)"}, {"SSET", "BRACKWOOD Ascii Setup"},
-        {"SCHN", "BRACKWOOD Ascii Channel Setup"}, {"SFLK", "BRACKWOOD Ascii Flock Setup"},
-        {"SWAV", "BRACKWOOD Ascii Wave"}, {"SREL", "BRACKWOOD Relations resources"},
-        {"SDRV", "BRACKWOOD Ascii Driver Descr."}, {"CLUS", "BRACKWOOD Ascii Cluster Keys"}};
-    std::vector<std::pair<std::string, const char *>> all(std::begin(kinds), std::end(kinds));
+    // Setup and resource kinds, then the shader kinds, which have no display name.
+    std::vector<std::pair<std::string, bool>> all;
+    for (const char *m = "SDSCSSETSCHNSFLKSWAVSRELSDRVCLUS"; *m; m += 4) all.emplace_back(std::string(m, 4), true);
     for (const char *m = "SHATSHADSHVLSHT2SHT3SHIGSHAMSHUTSHNVSDADSDAMSDATSDIGSDT2SDT3SDUTSDVL"; *m; m += 4)
-        all.emplace_back(std::string(m, 4), nullptr);  // the shader kinds have no display name
+        all.emplace_back(std::string(m, 4), false);
     int isAscii = 0;
     float version = 0;
-    for (const auto &[magicText, name] : all) {
+    for (const auto &[magicText, named] : all) {
         const char *magic = magicText.c_str();
         ByteFile f(text(std::string(magic) + " 3.5\nCHAPTER"));
         EXPECT_EQ(fileReadMagic(f.r, &isAscii, &version), magicOf(magic)) << magic;
         EXPECT_EQ(isAscii, 1);
         EXPECT_EQ(version, 3.5f);
-        EXPECT_STREQ(fileTypeName(uint32_t(magicOf(magic))), name);
-        // The shader kinds are not among the setup and resource files.
+        EXPECT_EQ(fileTypeName(uint32_t(magicOf(magic))) != nullptr, named) << magic;
         ByteFile a(text(std::string(magic) + " 3.5\n"));
-        EXPECT_EQ(asciiReadHeader(a.r, &version), name ? magicOf(magic) : -1) << magic;
-        EXPECT_EQ(a.r.pos, name ? 9 : 0);
+        EXPECT_EQ(asciiReadHeader(a.r, &version), named ? magicOf(magic) : -1) << magic;
+        EXPECT_EQ(a.r.pos, named ? 9 : 0);
     }
     ByteFile old(text("SSCN\nCHAPTER"));
     EXPECT_EQ(fileReadMagic(old.r, &isAscii, &version), magicOf("SSCN"));
@@ -206,10 +180,9 @@ TEST(BinValues, SwapsEveryWidthFromBigEndian) {
     EXPECT_EQ(binReadI16s(f.r, i16, 2) + binReadI32s(f.r, &i32, 1) + binReadFloats(f.r, &f32, 1) +
                   binReadDoubles(f.r, &f64, 1) + binReadFloat3(f.r, unusable) + binRead(f.r, odd, 3, 1),
               9u);
-    EXPECT_EQ(i16[0], -32767); EXPECT_EQ(i16[1], 2);
-    EXPECT_EQ(i32, 256); EXPECT_EQ(f32, -2.0f); EXPECT_EQ(f64, 2.0);
-    EXPECT_EQ(unusable[0], 0.0f); EXPECT_EQ(unusable[1], -FLT_MAX); EXPECT_EQ(unusable[2], 0.0f);
-    EXPECT_EQ(odd[0], 7); EXPECT_EQ(odd[2], 9);
+    EXPECT_EQ(std::vector<double>({double(i16[0]), double(i16[1]), double(i32), f32, f64, unusable[0],
+                                   unusable[1], unusable[2], double(odd[0]), double(odd[2])}),
+              std::vector<double>({-32767, 2, 256, -2, 2, 0, -FLT_MAX, 0, 7, 9}));
     EXPECT_FALSE(f.r.failed);
 }
 

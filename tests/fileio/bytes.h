@@ -23,6 +23,14 @@ inline Bytes operator+(Bytes a, const Bytes &b) {
 inline Bytes be16(uint16_t v) { return {uint8_t(v >> 8), uint8_t(v)}; }
 inline Bytes be32(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
 inline Bytes f32(float v) { return be32(std::bit_cast<uint32_t>(v)); }
+inline Bytes text(const std::string &s) { return Bytes(s.begin(), s.end()); }
+inline Bytes text0(const std::string &s) { return text(s) + Bytes{0}; }
+// A binary header of `id` and `version` with the default comment.
+inline Bytes header(uint32_t id, float version) {
+    Bytes h = be32(id) + f32(version) + text("No comment...");
+    h.resize(BIN_HEADER_SIZE, 0);
+    return h;
+}
 
 // Bytes built by chained calls: Buf().u16(1).f32(2.0f).b
 struct Buf {
@@ -32,11 +40,7 @@ struct Buf {
     Buf &f32(float v) { return i32(std::bit_cast<uint32_t>(v)); }
     Buf &raw(const char *s, size_t n) { b.insert(b.end(), s, s + n); return *this; }
     // A general binary header of `version` with the default comment.
-    Buf &header(float version) {
-        i32(BIN_ID_GENERAL).f32(version).raw("No comment...", 13);
-        b.resize(b.size() + BIN_HEADER_SIZE - 21, 0);
-        return *this;
-    }
+    Buf &header(float version) { b = b + bwtest::header(BIN_ID_GENERAL, version); return *this; }
 };
 
 // A reader over `bytes` in a temporary file that goes with it. A version other
@@ -57,7 +61,7 @@ struct ByteFile {
 struct ByteSink {
     BinWriter w;
     FILE *f = tmpfile();
-    ByteSink() { binWriterAttach(w, f, "out.bin"); }
+    explicit ByteSink(const char *name = "out.bin") { binWriterAttach(w, f, name); }
     ~ByteSink() { fclose(f); }
     Bytes bytes() {
         fflush(f);

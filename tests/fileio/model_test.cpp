@@ -2,12 +2,8 @@
 // node fields of older files, and files cut or lying at every place.
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <cmath>
 #include <cstring>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "bytes.h"
 #include "capture.h"
@@ -50,16 +46,9 @@ Model *makeTree() {
 }
 
 Bytes writeTree(const Model *root, int withTable) {
-    FILE *f = tmpfile();
-    BinWriter w;
-    binWriterAttach(w, f, "tree.hrc");
-    EXPECT_TRUE(modelFileWriteForm(w, root, withTable));
-    fflush(f);
-    Bytes out(static_cast<size_t>(ftell(f)));
-    rewind(f);
-    EXPECT_EQ(fread(out.data(), 1, out.size(), f), out.size());
-    fclose(f);
-    return out;
+    ByteSink sink("tree.hrc");
+    EXPECT_TRUE(modelFileWriteForm(sink.w, root, withTable));
+    return sink.bytes();
 }
 
 // Writes bytes to "<dir>/<name>.hrc" and reads them back as a model file.
@@ -70,46 +59,22 @@ Model *readBytes(const bwtest::TempDir &dir, const Bytes &bytes, const char *nam
     return modelFileRead(path.c_str(), nullptr, MODEL_READ_NEW);
 }
 
+// What the bytes cannot show: the links of the tree and its global transforms.
 void expectTree(const Model *root) {
     ASSERT_NE(root, nullptr);
-    EXPECT_STREQ(root->name, "root");
-    EXPECT_EQ(root->visibility, 1);
-    ASSERT_EQ(root->type, MODEL_MESH);
-    EXPECT_EQ(root->geometry.mesh->polygonCount, 6);
-    ASSERT_EQ(root->materialCount, 2);
-    EXPECT_EQ(root->materials[0], nullptr);
-    ASSERT_NE(root->materials[1], nullptr);
+    ASSERT_TRUE(root->type == MODEL_MESH && root->materialCount == 2 && root->materials[1] && root->customBlocks);
     EXPECT_EQ(root->materials[1]->name, "red");
-    EXPECT_EQ(root->materials[1]->diffuse[0], 1.0f);
-    EXPECT_EQ(root->materials[1]->textures.size(), 1u);
-    ASSERT_EQ(root->texture2DCount, 1);
-    EXPECT_EQ(root->textures2D[0]->pictureName, "wood.pic");
-    EXPECT_EQ(root->textures2D[0]->method, 4);
-    ASSERT_NE(root->texture3D, nullptr);
-    EXPECT_EQ(root->texture3D->name, "marble");
-    ASSERT_NE(root->customBlocks, nullptr);
-    ASSERT_EQ(root->customBlocks->size(), 2u);
-    EXPECT_EQ((*root->customBlocks)[0].tag, "CUSA");
-    EXPECT_EQ((*root->customBlocks)[0].flag, 3);
     EXPECT_EQ((*root->customBlocks)[0].data, (Bytes{1, 2}));
     const Model *left = root->firstChild;
-    ASSERT_NE(left, nullptr);
-    EXPECT_STREQ(left->name, "left");
-    EXPECT_EQ(left->parent, root);
-    EXPECT_EQ(left->geometry.patch->uCount, 3);
-    EXPECT_NEAR(left->rotation[2], 1.5707964f, 1e-6);
-    ASSERT_NE(left->firstChild, nullptr);
-    EXPECT_STREQ(left->firstChild->name, "leaf");
-    EXPECT_EQ(left->firstChild->geometry.face->holeCount, 1);
+    ASSERT_TRUE(left && left->firstChild && left->nextSibling);
     const Model *right = left->nextSibling;
-    ASSERT_NE(right, nullptr);
+    EXPECT_STREQ(left->firstChild->name, "leaf");
     EXPECT_STREQ(right->name, "right");
-    EXPECT_EQ(right->parent, root);
-    EXPECT_EQ(right->nextSibling, nullptr);
-    // Global transform: the child's translation goes through the parent's.
+    EXPECT_TRUE(left->parent == root && right->parent == root && right->nextSibling == nullptr);
+    // The child's translation goes through the parent's; left turns a quarter
+    // about Z, so its local X axis points along global Y.
     EXPECT_FLOAT_EQ(right->globalMatrix[3][0], 5.0f);
     EXPECT_FLOAT_EQ(right->globalMatrix[3][1], -1.0f);
-    // Left turns a quarter about Z: its local X axis points along global Y.
     EXPECT_NEAR(left->globalMatrix[0][1], 1.0f, 1e-6);
 }
 
@@ -148,18 +113,12 @@ TEST(ModelFile, OldNodeFields) {
     bwtest::TempDir dir;
     Model *m = readBytes(dir, b.b);
     ASSERT_NE(m, nullptr);
-    EXPECT_EQ(m->flags & MODEL_FLAG_FILE1, MODEL_FLAG_FILE1);
-    EXPECT_EQ(m->visibility, 0);
-    EXPECT_EQ(m->geometry.mesh->polygons[0].material, 0);
-    ASSERT_NE(m->texture3D, nullptr);
+    EXPECT_TRUE(m->flags & MODEL_FLAG_FILE1);
+    EXPECT_TRUE(m->visibility == 0 && m->geometry.mesh->polygons[0].material == 0);
+    ASSERT_TRUE(m->texture3D && m->customBlocks && m->customBlocks->size() == 2 && m->firstChild);
     EXPECT_EQ(m->texture3D->type, 5);  // the first one; the second was read and dropped
-    ASSERT_NE(m->customBlocks, nullptr);
-    ASSERT_EQ(m->customBlocks->size(), 2u);
-    EXPECT_EQ((*m->customBlocks)[0].tag, "_ABCD");
+    EXPECT_EQ((*m->customBlocks)[0].tag + (*m->customBlocks)[1].tag, "_ABCDCUSB");
     EXPECT_EQ((*m->customBlocks)[0].flag, 1);
-    EXPECT_EQ((*m->customBlocks)[1].tag, "CUSB");
-    ASSERT_NE(m->firstChild, nullptr);
-    EXPECT_STREQ(m->firstChild->name, "kid");
     EXPECT_EQ(modelFindByName(nullptr, m, "kid"), m->firstChild);
     modelFree(m);
 }
@@ -220,7 +179,7 @@ TEST(ModelFile, PatchRootOfBasisOneIsSpread) {
     Model *root = modelNew("p", MODEL_PATCH, patchMakeGrid(2, 4, 3.0f));
     Patch *p = root->geometry.patch;
     p->uType = p->vType = 1;
-    p->cvFlags[1] = 7;  // the point at u 1, v 0
+    p->cvFlags[0] = 5, p->cvFlags[1] = 7;  // the points at u 0 and 1, v 0
     Model *child = modelNew("c", MODEL_PATCH, patchMakeGrid(2, 2, 1.0f));
     child->geometry.patch->uType = child->geometry.patch->vType = 1;
     modelAddChild(root, child);
@@ -228,13 +187,11 @@ TEST(ModelFile, PatchRootOfBasisOneIsSpread) {
     ASSERT_NE(back, nullptr);
     const Patch *q = back->geometry.patch;
     // One span in u becomes three; three spans in v are whole already.
-    ASSERT_EQ(q->uCount, 4);
-    ASSERT_EQ(q->vCount, 4);
+    ASSERT_TRUE(q->uCount == 4 && q->vCount == 4);
     EXPECT_FLOAT_EQ(q->cvs[0][0], -1.5f);
     EXPECT_FLOAT_EQ(q->cvs[1][0], -0.5f);
     EXPECT_FLOAT_EQ(q->cvs[3][0], 1.5f);
-    EXPECT_EQ(q->cvFlags[3], 7);
-    EXPECT_EQ(q->cvFlags[1], 0);
+    EXPECT_TRUE(q->cvFlags[0] == 5 && q->cvFlags[3] == 7 && q->cvFlags[1] == 0);  // only old points keep flags
     EXPECT_FLOAT_EQ(q->cvs[3 * 4 + 2][2], 1.5f);
     EXPECT_EQ(back->firstChild->geometry.patch->uCount, 2);  // only the root is repaired
     // A spread grid is not spread again.

@@ -400,3 +400,90 @@ int elemNextVersion(Database *db, const char *chapterName, const ElemName *elem)
 // Deletes the element's oldest versions in its own sub-directory, with their
 // ".icn" files, until no more than the chapter's VERSIONS remain. Versions deleted.
 int elemPruneVersions(Database *db, const char *chapterName, const ElemName *elem);
+
+// ---------------------------------------------------------------------------
+// The relation resource file: its reader, the custom effect declarations it
+// carries, and the lookups that depend on them.
+
+constexpr float REL_SECTIONED_VERSION = 3.49f;  // files at or above it hold sections
+constexpr int16_t REL_CUSTOM_RANK = 50;         // rank of a custom row without names
+constexpr int16_t REL_CUSTOM_FANOUT = 32767;    // fan-out of a custom row without names
+
+// Kinds of rows, by the part of the file that made them.
+enum RelationRowKind {
+    RELKIND_ATTRIBUTE = 1,  // an attribute statement of ELEMENTS_ATTRIBUTES
+    RELKIND_OPERATOR = 2,   // an OPERATOR block
+    RELKIND_RELATIONS = 3,  // a row of the RELATIONS section
+};
+
+// Transform parameter an attribute stands for (SCAL, ROTN, TRANSL).
+enum CustomTransformParam { CUSPARAM_NONE = 0, CUSPARAM_SCAL = 1, CUSPARAM_ROTN = 2, CUSPARAM_TRANSL = 3 };
+
+// Flag bits of an operator, in the order of their words.
+enum CustomOperatorFlag : uint32_t {
+    CUSOP_NO_OP = 1, CUSOP_BIDIRECTIONAL = 2, CUSOP_SUBSTITUTION = 4, CUSOP_SPATIAL_DEF = 8,
+    CUSOP_CREATOR = 16, CUSOP_GENERATOR = 32, CUSOP_CV_BASED = 64, CUSOP_RENDERING = 128,
+};
+
+struct CustomEnum {
+    std::string name;                                   // name of the enumeration
+    std::vector<std::pair<int32_t, std::string>> values; // number and word, in file order
+};
+
+struct CustomAttribute {
+    std::string element;     // ELEMENT it belongs to
+    std::string subelement;  // SUBELEMENT inside it; "" for none
+    std::string name;        // attribute name, also the row's name
+    std::string type;        // type word, kept as written
+    int16_t group = 0;       // RelationGroupId
+    int16_t param = 0;       // CustomTransformParam
+    int32_t relid = 0;       // relation id of its row
+    int hasRange = 0;        // 1: low and high hold the range
+    float low = 0, high = 0; // range of a "low:high" specification
+    std::string enumName;    // range given by an enumeration; "" for none
+    std::string condition;   // condition word; "" for none
+};
+
+struct CustomResult {
+    std::string name;   // result name
+    int16_t group = 0;  // group on the destination
+    int16_t fo = 1;     // fan-out
+};
+
+struct CustomOperator {
+    std::string name;
+    uint32_t flags = 0;          // CustomOperatorFlag bits
+    int mode = 0;                // 0 MULTI, 1 SINGLE
+    int scope = 0;               // 0 NODE, 1 BRANCH, 2 TREE
+    int updateMode = 0;          // INCR_SEND_NONE .. INCR_SEND_WITH_SHDTRE as 0 .. 4
+    std::vector<CustomResult> results;
+    std::vector<std::string> arguments;
+};
+
+struct CustomTable {
+    std::vector<CustomEnum> enums;
+    std::vector<CustomAttribute> attributes;
+    std::vector<CustomOperator> operators;
+};
+
+// Declarations read with the relation resources; kept, not used by the viewer.
+extern CustomTable g_customTable;
+void customTableClear(CustomTable *custom);
+
+// The resource reader appends to `table` (and to g_customTable). The scene
+// dictionary plays no part in reading it, so unlike the other loaders these
+// take none. 1 if the file was opened and has a relation part, else 0.
+int reldictReadRelations(RelationDict *table, const char *path);
+// Empties `table` and the custom table, then reads `path`. With `report`, a
+// failure gives status 30. 1 or 0.
+int dbLoadRelationDictionary(RelationDict *table, const char *path, int report);
+// act (depFlag 0) or actdep (depFlag 1) of the relid's rows in g_relationDict,
+// -1 for every row; with depFlag the update lists of every dictionary are
+// marked dirty. Rows changed.
+int relSetActive(int32_t relid, int16_t value, int depFlag);
+// Rank and fan-out of a relation instance. For REL_CUSTOM the row is the
+// instance-th (below 1 means 1) whose source and destination names are given;
+// with no names (null or "") rank REL_CUSTOM_RANK and fan-out REL_CUSTOM_FANOUT.
+// Other relids: as relRowInstance. Outputs may be null. 1 or 0.
+int relRowByNames(const RelationDict *table, int32_t relid, const char *source,
+                  const char *dest, int instance, int16_t *rk, int16_t *fo);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "database.h"
+#include "dictionary.h"
 #include "tol.h"
 #include "tol_internal.h"
 
@@ -37,7 +38,16 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     noInterface = 1;
     TOL_Status status = tol_coreInit();
     if (status) return status;
-    // Relation rows are read here once the relation table reader exists.
+    // The relation table: the working directory's file first, then the resource
+    // path's. Nothing can be evaluated without it.
+    std::string local = g_workDir + "/Relations.rsrc";
+    std::string installed = std::string(resourcePath) + "/Relations.rsrc";
+    if (!dbLoadRelationDictionary(&g_relationDict, local.c_str(), 0) &&
+        !dbLoadRelationDictionary(&g_relationDict, installed.c_str(), 0)) {
+        fprintf(stderr, "Cannot read Relation resources in %s\n", resourcePath);
+        fflush(nullptr);
+        _exit(255);
+    }
     dbListInit(g_dbList);
 
     if (readDatabases) {

@@ -119,6 +119,12 @@ TEST_F(Startup, FailuresStopWithTheirMessage) {
                                     "/Relations.rsrc\n"))
         << r.out;
 
+    // A relation file that opens but holds no relations ends the process.
+    dir.write("bad-rsrc/Relations.rsrc", "SREL 3.48\n");
+    r = run({"-R", dir / "bad-rsrc"});
+    EXPECT_EQ(r.status, 255);
+    EXPECT_TRUE(contains(r.err, "Cannot read Relation resources in " + dir / "bad-rsrc" + "\n")) << r.err;
+
     makeDatabase("empty", "");
     r = run({"-R", rsrc, "-D", dir / "empty"});
     EXPECT_TRUE(contains(r.out, "Using database:         empty\n")) << r.out;

@@ -49,10 +49,10 @@ TEST_F(Init, RelationResourcesMustExist) {
                   "/Relations.rsrc\n");
 
     // The working directory's file is enough, and so is the resource path's.
-    dir.write("Relations.rsrc", "SREL 3.48\n");
+    dir.write("Relations.rsrc", "SREL 3.48\nRELATIONS\nEndOfRELATIONS\n");
     EXPECT_EQ(TOL_Init((dir / "rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
     unlink((dir / "Relations.rsrc").c_str());
-    dir.write("rsrc/Relations.rsrc", "SREL 3.48\n");
+    dir.write("rsrc/Relations.rsrc", "SREL 3.48\nRELATIONS\nEndOfRELATIONS\n");
     EXPECT_EQ(TOL_Init((dir / "rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
     EXPECT_EQ(noInterface, 1);
 
@@ -64,7 +64,7 @@ TEST_F(Init, RelationResourcesMustExist) {
 }
 
 TEST_F(Init, DatabaseDirectoryMakesTheFirstValidCurrent) {
-    dir.write("rsrc/Relations.rsrc", "SREL 3.48\n");
+    dir.write("rsrc/Relations.rsrc", "SREL 3.48\nRELATIONS\nEndOfRELATIONS\n");
     dir.write("db/SCENES/Chapter.rsrc", "SUFFIX dsc \nVERSIONS 4 \n");
     dir.write("db/MODELS/Chapter.rsrc", "SUFFIX hrc \nVERSIONS 4 \n");
     dir.write("DatabaseDir.rsrc", "DATABASE gone\nPATH " + dir / "gone" + "\nDATABASE db\nPATH " +

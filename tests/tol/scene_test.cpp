@@ -21,7 +21,7 @@ class Scenes : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         dir = new bwtest::TempDir;
-        dir->write("rsrc/Relations.rsrc", "SREL 3.48\n");
+        dir->write("rsrc/Relations.rsrc", "SREL 3.48\nRELATIONS\nEndOfRELATIONS\n");
         dir->write("db/SCENES/Chapter.rsrc", "SUFFIX dsc \nVERSIONS 4 \n");
         dir->write("db/MODELS/Chapter.rsrc", "SUFFIX hrc \nVERSIONS 4 \n");
         for (const char *f : {"kitchen.1-0.dsc", "kitchen.3-0.dsc", "kitchen.2-1.dsc", "other.1-0.dsc"})

@@ -15,7 +15,7 @@ class Ring : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         dir = new bwtest::TempDir;
-        dir->write("rsrc/Relations.rsrc", "SREL 3.48\n");
+        dir->write("rsrc/Relations.rsrc", "SREL 3.48\nRELATIONS\nEndOfRELATIONS\n");
         bwtest::OutputCapture quiet;
         ASSERT_EQ(TOL_Init((*dir / "rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
         ASSERT_EQ(TOL_sceneCreate(&scenes[0]), 0);

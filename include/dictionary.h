@@ -439,7 +439,7 @@ struct CustomAttribute {
     int16_t param = 0;       // CustomTransformParam
     int32_t relid = 0;       // relation id of its row
     int hasRange = 0;        // 1: low and high hold the range
-    float low = 0, high = 0; // range of a "low:high" specification
+    float low = 0, high = 0; // bounds of a "low:high" range
     std::string enumName;    // range given by an enumeration; "" for none
     std::string condition;   // condition word; "" for none
 };

@@ -25,3 +25,18 @@ size_t customBlocksBytes(const std::vector<CustomBlock> &blocks);
 // The version 4.0 lists of the texture records, added to a table.
 void texture2DProtoAdd(Prototype &proto);
 void texture3DProtoAdd(Prototype &proto);
+
+// Writes a record whose fields follow its 4.0 list: each token of `list` (ended
+// by BIN_TOKEN_END) and its value, written by `field(w, token)`.
+template <typename FieldWriter>
+int matWriteRecord(BinWriter &w, const Prototype *proto, int recordId, const uint16_t *list,
+                   FieldWriter field) {
+    TokenCursor cur;
+    binWriteBegin(w, proto, recordId, cur);
+    for (const uint16_t *t = list; *t != BIN_TOKEN_END && !w.failed; ++t) {
+        binWriteToken(w, cur, *t);
+        field(w, *t);
+    }
+    binWriteEnd(w, cur);
+    return !w.failed;
+}

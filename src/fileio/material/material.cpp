@@ -272,14 +272,8 @@ int materialRead(BinReader &r, const Prototype *proto, Material &out) {
 }
 
 int materialWrite(BinWriter &w, const Prototype *proto, const Material &m) {
-    TokenCursor cur;
-    binWriteBegin(w, proto, PROTO_ID_MATERIAL, cur);
-    for (const uint16_t *t = materialList; *t != BIN_TOKEN_END && !w.failed; ++t) {
-        binWriteToken(w, cur, *t);
-        writeField(w, proto, m, *t);
-    }
-    binWriteEnd(w, cur);
-    return !w.failed;
+    return matWriteRecord(w, proto, PROTO_ID_MATERIAL, materialList,
+                          [&](BinWriter &out, uint16_t t) { writeField(out, proto, m, t); });
 }
 
 void materialProtoAdd(Prototype &proto) {

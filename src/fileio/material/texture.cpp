@@ -199,14 +199,8 @@ int texture2DRead(BinReader &r, const Prototype *proto, Texture2D &out) {
 }
 
 int texture2DWrite(BinWriter &w, const Prototype *proto, const Texture2D &t) {
-    TokenCursor cur;
-    binWriteBegin(w, proto, PROTO_ID_TEXTURE2D, cur);
-    for (const uint16_t *k = texture2DList; *k != BIN_TOKEN_END && !w.failed; ++k) {
-        binWriteToken(w, cur, *k);
-        writeField2D(w, t, *k);
-    }
-    binWriteEnd(w, cur);
-    return !w.failed;
+    return matWriteRecord(w, proto, PROTO_ID_TEXTURE2D, texture2DList,
+                          [&](BinWriter &out, uint16_t k) { writeField2D(out, t, k); });
 }
 
 int texture3DRead(BinReader &r, const Prototype *proto, Texture3D &out) {
@@ -219,14 +213,8 @@ int texture3DRead(BinReader &r, const Prototype *proto, Texture3D &out) {
 }
 
 int texture3DWrite(BinWriter &w, const Prototype *proto, const Texture3D &t) {
-    TokenCursor cur;
-    binWriteBegin(w, proto, PROTO_ID_TEXTURE3D, cur);
-    for (const uint16_t *k = texture3DList; *k != BIN_TOKEN_END && !w.failed; ++k) {
-        binWriteToken(w, cur, *k);
-        writeField3D(w, t, *k);
-    }
-    binWriteEnd(w, cur);
-    return !w.failed;
+    return matWriteRecord(w, proto, PROTO_ID_TEXTURE3D, texture3DList,
+                          [&](BinWriter &out, uint16_t k) { writeField3D(out, t, k); });
 }
 
 void texture2DProtoAdd(Prototype &proto) {

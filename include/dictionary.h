@@ -173,6 +173,7 @@ struct Element {
     int32_t root;                // index of the root of its hierarchy in this chapter
     int32_t lev;                 // depth under root, 0 for a root
     int32_t flag;                // general mark ("FLAG")
+    uint16_t marked;             // reached by the update list's reverse pass: needs an update
     int32_t wrkid;               // work identifier: position in the scene file
     int32_t childGroupCount;     // 6, or 0 without relations
     RelationGroup *childGroups;  // malloc'd; relations in which it is the source
@@ -197,6 +198,7 @@ struct Chapter {
     std::vector<int32_t> hierOrder;        // ANIMATION only: elemHierSort output
     std::vector<int32_t> hierChildCount;   // parallel to hierOrder
     uint16_t kind = 1;                     // ChapterKind
+    uint16_t active = 1;                   // 0 keeps the chapter out of the update list
     int32_t iconIndex = 0;                 // "chpicn"
     int32_t reserved = 0;                  // unused
     std::string directory;                 // kind 2: absolute directory

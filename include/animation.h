@@ -133,6 +133,10 @@ struct UpdateList {
     int32_t dirty = 1;               // 1 after creation and whenever relations change
 };
 
+// Frees the sources and extra buffers of each record and the array; count 0,
+// dirty 1. Lives in the dictionary library, which owns the lists of a scene.
+void updatelistClear(UpdateList *list);
+
 // Handler of (group, relid); null for none. Handlers register at start.
 UpdateHandler updateHandlerFind(int group, int32_t relid);
 void updateHandlerRegister(int group, int32_t relid, UpdateHandler handler);

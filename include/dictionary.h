@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "animation.h"
 #include "database.h"
 
 // ---------------------------------------------------------------------------
@@ -233,15 +234,11 @@ struct Dictionary {
     int32_t chapterCount = 0;           // 36 once created
     std::vector<Chapter> chapters;      // indexed by chapter id
     std::vector<int32_t> chapterOrder;  // chapter ids sorted by name, built on demand
-    int32_t updateCount = 0;            // entries of the update list
-    void *updateList = nullptr;         // malloc'd by the update list build
-    uint32_t updateDirty = 1;           // a change may alter the update list
+    UpdateList update;                  // the scene's main update list
     BrowserView list1;                  // first browser view
     BrowserView list2;                  // second browser view
     Database *database = nullptr;       // the database the scene was loaded from
-    int32_t update2Count = 0;           // entries of the per-element dependency order
-    void *update2List = nullptr;        // malloc'd by the update list build
-    uint32_t update2Dirty = 1;          // a change may alter the second list
+    UpdateList update2;                 // second list: partial builds
     uint16_t isMain = 1;                // holds the live scene
     uint16_t browserDirty = 1;          // browser must redraw
     SubSceneList lists[2] = {};         // sub-scene lists

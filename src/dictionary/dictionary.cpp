@@ -126,11 +126,21 @@ void subSceneListFree(SubSceneList &list) {
 
 }  // namespace
 
+void updatelistClear(UpdateList *list) {
+    if (!list) return;
+    for (int32_t i = 0; i < list->count; i++) {
+        free(list->records[i].sources);
+        free(list->records[i].extra);
+    }
+    free(list->records);
+    *list = UpdateList{};
+}
+
 void dictFree(Dictionary *dict, int keepNames) {
     if (!dict) return;
     for (Chapter &chapter : dict->chapters) chapterFree(&chapter, keepNames);
-    free(dict->updateList);
-    free(dict->update2List);
+    updatelistClear(&dict->update);
+    updatelistClear(&dict->update2);
     for (SubSceneList &list : dict->lists) subSceneListFree(list);
     dictInit(dict);
 }

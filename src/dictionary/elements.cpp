@@ -15,8 +15,8 @@ namespace {
 int32_t s_stamp = 0;  // creation stamps, process-wide
 
 void markDirty(Dictionary *dict) {
-    dict->updateDirty = 1;
-    dict->update2Dirty = 1;
+    dict->update.dirty = 1;
+    dict->update2.dirty = 1;
     dict->browserDirty = 1;
     dict->hierarchyDirty = 1;
 }

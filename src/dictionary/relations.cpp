@@ -143,9 +143,9 @@ int insertPair(Dictionary *dict, const RelationDict *table, int srcChapter, int3
     // The data belongs to the source side only.
     int twin = relInsert(&target->parentGroups[dstGroup], table, relid, srcChapter, src, srcGroup,
                          rank, fanOut, dstInstance, serialid, 0, nullptr, activ);
-    dict->updateDirty = 1;
+    dict->update.dirty = 1;
     dict->browserDirty = 1;
-    dict->update2Dirty = 1;
+    dict->update2.dirty = 1;
     if (!dictLoadOptim() || srcChapter == CHP_MODELS || dstChapter == CHP_MODELS)
         dict->hierarchyDirty = 1;
     return twin;
@@ -268,8 +268,8 @@ int relRemove(Dictionary *dict, int chapterId, int32_t index, int child, int32_t
             dropAt(group, i, fcurves);
         }
     }
-    dict->updateDirty = 1;
-    dict->update2Dirty = 1;
+    dict->update.dirty = 1;
+    dict->update2.dirty = 1;
     dict->browserDirty = 1;
     if (touchedModels) dict->hierarchyDirty = 1;
     removeFcurves(dict, fcurves);

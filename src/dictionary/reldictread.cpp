@@ -458,7 +458,7 @@ int relSetActive(int32_t relid, int16_t value, int depFlag) {
     }
     if (depFlag) {
         for (int slot = 0; slot < dictCount(); ++slot) {
-            if (Dictionary *dict = dictGet(slot)) dict->updateDirty = dict->update2Dirty = 1;
+            if (Dictionary *dict = dictGet(slot)) dict->update.dirty = dict->update2.dirty = 1;
         }
     }
     return changed;

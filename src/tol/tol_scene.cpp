@@ -334,7 +334,7 @@ TOL_Status TOL_updatelistGet(TOL_Scene *scene) {
         Dictionary *dict = dictGet(static_cast<int>(scene->dict));
         // The list is built from the relation table once scenes carry relations;
         // until then it is empty.
-        dict->updateDirty = 0;
+        dict->update.dirty = 0;
         *tol_sidUpdateList(scene) = TOL_UpdateListRow{};
     }
     return frame.finish(status);

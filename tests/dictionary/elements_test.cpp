@@ -12,9 +12,9 @@ TEST_F(DictTest, GetRemoveAndReuseSlots) {
     ASSERT_EQ(e->childGroupCount, 6);
     RelationGroup *groups = e->childGroups;
     e->lev = 2, e->root = 0, e->aux = &payload;
-    dict.updateDirty = dict.update2Dirty = dict.browserDirty = dict.hierarchyDirty = 0;
+    dict.update.dirty = dict.update2.dirty = dict.browserDirty = dict.hierarchyDirty = 0;
     ASSERT_EQ(elemRemove(&dict, CHP_MODELS, e, -1, -1, 0, 1), 1);
-    EXPECT_EQ(dict.updateDirty + dict.update2Dirty + dict.browserDirty + dict.hierarchyDirty, 4u);
+    EXPECT_EQ(dict.update.dirty + dict.update2.dirty + dict.browserDirty + dict.hierarchyDirty, 4u);
     EXPECT_EQ(at(CHP_MODELS, b), nullptr);
     const Element &slot = dict.chapters[CHP_MODELS].elements[b];
     EXPECT_TRUE(slot.deleted == 2 && !slot.name && !slot.data && !slot.aux);

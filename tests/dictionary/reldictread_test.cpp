@@ -169,11 +169,11 @@ TEST_F(RelReadTest, DumpOfAReadTableAndSetActive) {
     std::swap(g_relationDict.rows, read.rows);
     int slot = dictAllocSlot();
     ASSERT_GE(slot, 0);
-    dictGet(slot)->updateDirty = dictGet(slot)->update2Dirty = 0;
+    dictGet(slot)->update.dirty = dictGet(slot)->update2.dirty = 0;
     EXPECT_EQ(relSetActive(400, 0, 0), 1);
-    EXPECT_EQ(dictGet(slot)->updateDirty, 0u);
+    EXPECT_EQ(dictGet(slot)->update.dirty, 0u);
     EXPECT_EQ(relSetActive(-1, 0, 1), 2);
-    EXPECT_TRUE(dictGet(slot)->updateDirty == 1 && dictGet(slot)->update2Dirty == 1);
+    EXPECT_TRUE(dictGet(slot)->update.dirty == 1 && dictGet(slot)->update2.dirty == 1);
     const std::vector<RelationRow> &rows = g_relationDict.rows;
     EXPECT_TRUE(rows[0].act == 1 && rows[1].act == 0 && rows[0].actdep == 0 && rows[1].actdep == 0);
     EXPECT_EQ(relSetActive(7, 1, 0), 0);

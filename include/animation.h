@@ -80,6 +80,23 @@ struct Fcurve {
     uint16_t modified;       // counted in the modified-curves counters
 };
 
+// Allocation. A new curve has no keys, lastTime -100000, rangeOn 1 and the
+// default interpolation of its type.
+Fcurve *fcurveCreate(int32_t type, int32_t subId);
+void fcurveFree(Fcurve *curve);  // keys and child too; null is ignored
+FcurveKey *fcurveKeyNew();       // malloc'd fresh key: zeros, type 0, 0xFFFF in the last two
+// Inserts a malloc'd key in time order (taking ownership) or replaces one
+// within the merge tolerance. Index of the key, or -1.
+int fcurveAddKey(Fcurve *curve, FcurveKey *key, int startIndex, int askIfLocked, int replace);
+
+// Evaluation. Not re-entrant for one curve: the search hint and the last
+// value are written.
+double fcurveValue(Fcurve *curve, float time, int useRange);       // by the curve's type
+double fcurveFloatValue(Fcurve *curve, float time, int useRange);  // interpolated value
+int fcurveStepValue(Fcurve *curve, float time, int useRange, int asBoolean);
+// Whether an activation curve is on; `freezeTime` gets the time of its last change.
+int fcurveFreezeTime(Fcurve *curve, float time, float *freezeTime);
+
 // ---------------------------------------------------------------------------
 // Items of an animation file: one per curve of the file, connected after the
 // scene's elements are read.

@@ -18,7 +18,7 @@
 // Element names
 
 // Set while a scene file is being read: names then keep their special characters.
-extern int g_sceneLoading;
+extern int loadInProgress;
 
 struct ElemName {
     std::string dbPath;           // path of the database the file was read from; "" for none
@@ -164,10 +164,13 @@ struct Element {
     uint16_t browserBits;        // bit 0 set by USR
     int32_t iconRect[4];         // icon x, y, width, height
     float *srt;                  // 9 floats stored by SRT, malloc'd; null for none
+    uint16_t envSet;             // bit i: envValues[i] was given by the scene
+    int32_t envValues[3];        // WIRECOL, DISPLAY, MPRFLG of the scene's environment
     uint16_t dirty;              // needs saving
     uint16_t selected;           // selection mark
     uint16_t shared;             // file from the chapter's SHARE directory
     uint16_t isNew;              // 2 made in memory, 1 named by a scene, 0 slot reset
+    uint16_t loaded;             // data was read or substituted by a scene load, which frees it
     uint16_t deleted;            // 0 live, 1 hidden, 2 free slot
     uint16_t level;              // compared for name clashes in one sub-tree
     int32_t owner;               // SCENES index of the scene that brought it in
@@ -486,3 +489,96 @@ int relSetActive(int32_t relid, int16_t value, int depFlag);
 // Other relids: as relRowInstance. Outputs may be null. 1 or 0.
 int relRowByNames(const RelationDict *table, int32_t relid, const char *source,
                   const char *dest, int instance, int16_t *rk, int16_t *fo);
+
+// ---------------------------------------------------------------------------
+// Scene files (".dsc", magic SDSC): the grammar reader, the load in its fixed
+// order of steps, substitution of what is missing, and relation data.
+
+// Process-wide state of a load.
+extern int loadIsPrimary;    // the first load into a dictionary, as opposed to a merge
+extern float loadFileVersion;  // version of the scene file being read
+// A batch caller's answer to a scene newer than this system; null accepts.
+// Returning 0 refuses the read.
+extern int (*g_sceneVersionHook)(float version);
+
+// Play control of the scene's ENVIRONMENT: the primary load sets it, a merge
+// may only widen the frame range. Defined with the core's play globals.
+extern TOL_PlayCtrl g_playCtrl;
+extern int32_t g_playPause;  // PAUSE of PLAYCTRL
+
+int32_t relNewSerial();  // the process's running serial number of relations
+
+// 1 or 0. Adds the scene element to SCENES (or takes the empty one of a new
+// dictionary) and runs sceneLoad.
+int sceneRead(Dictionary *dict, Database *db, const char *sceneName);
+int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, int keepSelection);
+int ExpandDscFile(Database *db, Dictionary *dict, const RelationDict *table, int sceneIndex,
+                  Element *scene, int depth);
+int sceneReadHeader(FILE *stream, Dictionary *dict, int sceneIndex, const char *pathPrefix,
+                    float *version, int rootsOnly);
+void sceneReadElements(FILE *stream, Dictionary *dict, int chapterId, int sceneIndex,
+                       const char *pathPrefix, int count, int rootsOnly);
+int sceneReadRelations(FILE *stream, Dictionary *dict, const RelationDict *table, int sceneIndex,
+                       float version);
+int sceneReadEnvironment(FILE *stream, Dictionary *dict, int sceneIndex);
+// The element of the scene whose position in its CHAPTER list is the number
+// in `reference` (text from an '@' on is ignored). 1 if found.
+int sceneElemRef(Dictionary *dict, int chapterId, int sceneIndex, const char *reference,
+                 int32_t *index);
+// Replaces the data of an element that could not be read, or removes it.
+void sceneSubstitute(Database *db, Dictionary *dict, int chapterId, Element *elem, int index);
+
+// Element files are read through a table of readers by chapter. A reader
+// fills the element's data from the file at `path` (1 on success); the
+// matching free releases it. Chapters read by other libraries register here.
+using SceneReadFn = int (*)(Dictionary *dict, int index, const char *path);
+using SceneFreeFn = void (*)(Element &elem);
+void sceneChapterReaderSet(int chapterId, SceneReadFn read, SceneFreeFn freeData);
+
+// Steps of a load that belong to the evaluation core; each may be null.
+struct SceneLoadHooks {
+    void (*connectAnimation)(Dictionary *dict, const RelationDict *table);  // curves to targets
+    void (*buildUpdateLists)(Dictionary *dict);  // the main update list
+    void (*updateScene)(Dictionary *dict);       // the first scene update
+};
+extern SceneLoadHooks g_sceneLoadHooks;
+
+// Writes the dictionary's scene: every live element of the chapters kept on
+// disk, each relation instance from its source side with its data, the
+// elements' environment and the play control. 1 or 0.
+int sceneWrite(Dictionary *dict, const char *path, float version);
+
+// Frees what the load attached to the elements (models, materials, textures,
+// curves), undoing the links between them first. dictFree calls it.
+void sceneDataFree(Dictionary *dict);
+
+// Relation data: one record kind per family of relations.
+struct RelDataField {
+    const char *token;  // keyword in the scene file
+    int16_t count;      // values stored behind it
+    int16_t isWord;     // 1: a word (written quoted), 0: numbers
+};
+struct RelDataFamily {
+    const char *name;            // family name, for dumps
+    const RelDataField *fields;  // keywords in file order
+    int16_t fieldCount;          // entries of fields
+    int16_t shortCount;          // fields of the short form; 0 for none
+};
+struct RelData {
+    int32_t relid;                // relation the record belongs to
+    const RelDataFamily *family;  // its family
+    float *values;                // malloc'd; the fields' numbers, in field order
+    char **words;                 // malloc'd; one per word field, null for none
+    uint32_t present;             // bit i: field i was read or set
+    int32_t index;                // custom effects: MODELS index of the effect's model; -1 before
+};
+const RelDataFamily *relDataFamilyOf(int32_t relid);  // null: the relation carries no data
+RelData *relDataNew(int32_t relid);  // record with defaults, or null
+// After RELDATA: reads the pairs; the stream stands behind EndOfRELDATA, or
+// the foreign token is left in g_token. Null when the relation has no data kind.
+RelData *relDataRead(FILE *stream, int32_t relid, int *foreignToken);
+void relDataWrite(FILE *stream, int32_t relid, const RelData *data);
+void relDataFree(int32_t relid, void *data);  // g_relDataFree while a scene is loaded
+float *relDataValues(RelData *data, const char *token);  // a field's numbers, or null
+const char *relDataWord(const RelData *data, const char *token);  // a word field, or null
+void relDataFixup(Dictionary *dict, int chapterId, int32_t index, RelationInst *inst);

@@ -3,9 +3,9 @@
 // OUTDIR/DatabaseDir.rsrc names the database "demo", OUTDIR/demo holds its
 // chapters: one model file with a small hierarchy of every surface kind the
 // display handles, a few stand-alone materials of clearly different colours,
-// and two scenes. The scenes are empty until the scene writer exists: "intro"
-// is the older one and "demo" the newest, so that the viewer picks "demo" when
-// no scene is named.
+// and two scenes: "intro", the older, shows the cube alone; "demo", the
+// newest, the whole hierarchy with a material on each model. The viewer picks
+// "demo" when no scene is named.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -63,18 +63,51 @@ int main(int argc, char *argv[]) {
     Database *db = tdDatabaseCreate(dbPath, "demo", dirFile);
     if (!db) return 1;
 
+    if (!tdLoadRelations()) {
+        fprintf(stderr, "bwdemo: cannot read the relation resources (set BW_RSRC)\n");
+        return 1;
+    }
+
     Model *world = makeWorld();
-    bool ok = !tdWriteModel(db, "demo-world", world).empty();
+    std::string worldFile = tdFullName(tdWriteModel(db, "demo-world", world));
     modelFree(world);
+    bool ok = !worldFile.empty();
     const Material materials[] = {colouredMaterial("red", 0.9f, 0.1f, 0.1f),
                                   colouredMaterial("green", 0.1f, 0.8f, 0.2f),
                                   colouredMaterial("blue", 0.1f, 0.2f, 0.9f),
                                   colouredMaterial("gold", 0.9f, 0.7f, 0.1f)};
-    for (const Material &m : materials) ok = ok && !tdWriteMaterial(db, "demo-" + m.name, m).empty();
+    std::string materialFile[4];
+    for (int i = 0; i < 4; ++i) {
+        materialFile[i] = tdFullName(tdWriteMaterial(db, "demo-" + materials[i].name, materials[i]));
+        ok = ok && !materialFile[i].empty();
+    }
+    if (!ok) return 1;
 
     time_t now = time(nullptr);
-    ok = ok && !tdWriteScene(db, "intro", "", now - 3600).empty() &&
-         !tdWriteScene(db, "demo", "", now).empty();
+    {
+        TdScene intro;
+        int cube = intro.add(CHP_MODELS, worldFile);
+        int gold = intro.add(CHP_MATERIALS, materialFile[3]);
+        ok = intro.relate(CHP_MODELS, cube, CHP_MATERIALS, gold, 300) &&
+             !tdWriteScene(db, "intro", intro, now - 3600).empty();
+    }
+    {
+        // The root names the file; each member names its node.
+        TdScene demo;
+        int root = demo.add(CHP_MODELS, worldFile);
+        int members[3];
+        const char *nodes[3] = {"demo-ground.1-0", "demo-sheet.1-0", "demo-panel.1-0"};
+        for (int i = 0; i < 3; ++i) {
+            members[i] = demo.add(CHP_MODELS, nodes[i], false);
+            ok = ok && demo.relate(CHP_MODELS, members[i], CHP_MODELS, root, 110);
+        }
+        int material[4];
+        for (int i = 0; i < 4; ++i) material[i] = demo.add(CHP_MATERIALS, materialFile[i]);
+        ok = ok && demo.relate(CHP_MODELS, root, CHP_MATERIALS, material[0], 300);
+        for (int i = 0; i < 3; ++i)
+            ok = ok && demo.relate(CHP_MODELS, members[i], CHP_MATERIALS, material[i + 1], 300);
+        ok = ok && !tdWriteScene(db, "demo", demo, now).empty();
+    }
     if (!ok) return 1;
     printf("Demo database written to %s\n", dbPath.c_str());
     return 0;

@@ -138,6 +138,7 @@ void updatelistClear(UpdateList *list) {
 
 void dictFree(Dictionary *dict, int keepNames) {
     if (!dict) return;
+    sceneDataFree(dict);
     for (Chapter &chapter : dict->chapters) chapterFree(&chapter, keepNames);
     updatelistClear(&dict->update);
     updatelistClear(&dict->update2);

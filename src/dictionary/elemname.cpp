@@ -10,7 +10,7 @@
 
 #include "dictionary.h"
 
-int g_sceneLoading = 0;
+int loadInProgress = 0;
 
 ElemName *elemNameNew() {
     ElemName *name = new ElemName;
@@ -124,7 +124,7 @@ std::string elemNameSanitize(const std::string &text, int isPrefix) {
     static const char kSpecial[] = "!\"#$%&'()*+,:;<=>?@[\\]^`{|}~";
     // While a scene is read, names stay as the file has them so that
     // references inside the scene still match.
-    bool strict = !g_sceneLoading;
+    bool strict = !loadInProgress;
     bool dashInName = out[0] == '-';
     for (size_t i = 0; i < out.size(); ++i) {
         unsigned char c = static_cast<unsigned char>(out[i]);

@@ -12,7 +12,6 @@
 #include "tol.h"
 #include "tol_internal.h"
 
-TOL_PlayCtrl g_playCtrl;
 TOL_RenderCtrl g_renderCtrl;
 uint16_t g_actionCtrl = 0;
 uint16_t g_manipulationFlags[TOL_MANIPULATION_FLAGS] = {};

@@ -69,15 +69,10 @@ TOL_Status TOL_sceneLoad(TOL_Database *dbHandle, const char *name, TOL_Scene *sc
             free(latest);
         }
 
-        if (status == 0) {
-            Element scene{};
-            scene.name = elemNameParse(loading.c_str(), nullptr, 1);
-            bool found = scene.name && elemFindFile(db, dictCurrent(), "SCENES", CHP_SCENES,
-                                                    &scene, nullptr, 0);
-            elemNameFree(scene.name);
-            // The file's content is read here once scene files are understood.
-            if (!found) status = tol_report(45, "TOL_sceneLoad:", loading.c_str());
-        }
+        if (status == 0 && !sceneRead(dictCurrent(), db, loading.c_str()))
+            status = tol_report(45, "TOL_sceneLoad:", loading.c_str());
+        // The one way to see everything a load has built.
+        if (status == 0 && getenv("BW_DICT_DUMP")) dictDump(dictCurrent());
         if (status == 0) {
             TOL_Scene current;  // keeps the loaded play, render and action control
             TOL_sceneGetCurrent(&current);

@@ -51,12 +51,12 @@ TEST(ElemName, FormatAndSanitize) {
     EXPECT_EQ(elemNameSanitize("a-b", 0), "a-b");
     EXPECT_EQ(elemNameSanitize("\t\xe9~", 0), "\t\xe9_");  // outside 32..126 stays
     // While a scene is read only blanks and slashes change.
-    g_sceneLoading = 1;
+    loadInProgress = 1;
     EXPECT_EQ(elemNameSanitize("x" + special + "y", 0), "x" + special + "y");
     EXPECT_EQ(elemNameSanitize("a b/c", 0), "a_b_c");
     EXPECT_EQ(elemNameSanitize("s-1.", 1), "s-1.");
     EXPECT_EQ(elemNameSanitize("-a", 0), "-a");
-    g_sceneLoading = 0;
+    loadInProgress = 0;
 }
 
 TEST(ElemName, CompareFoldsCaseAndPutsUnderscoreBeforeHexDigits) {

@@ -39,7 +39,7 @@ protected:
         std::string path = dir.mkdir(rel);
         dir.write(rel + "/SCENES/Chapter.rsrc", "SUFFIX dsc \nVERSIONS 4 \n");
         dir.write(rel + "/MODELS/Chapter.rsrc", "SUFFIX hrc \nVERSIONS 4 \n");
-        if (!scene.empty()) dir.write(rel + "/SCENES/" + scene, "");
+        if (!scene.empty()) dir.write(rel + "/SCENES/" + scene, "SDSC 4.0\n");
         return path;
     }
     bwtest::TempDir dir;

@@ -25,7 +25,7 @@ protected:
         dir->write("db/SCENES/Chapter.rsrc", "SUFFIX dsc \nVERSIONS 4 \n");
         dir->write("db/MODELS/Chapter.rsrc", "SUFFIX hrc \nVERSIONS 4 \n");
         for (const char *f : {"kitchen.1-0.dsc", "kitchen.3-0.dsc", "kitchen.2-1.dsc", "other.1-0.dsc"})
-            dir->write(std::string("db/SCENES/") + f, "");
+            dir->write(std::string("db/SCENES/") + f, "SDSC 4.0\n");
         bwtest::OutputCapture quiet;
         ASSERT_EQ(TOL_Init((*dir / "rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
         ASSERT_EQ(TOL_databaseLoad((*dir / "db").c_str(), &db), 0);

@@ -4,6 +4,7 @@
 #include <sys/time.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "dictionary.h"
 
@@ -94,5 +95,52 @@ std::string tdWriteScene(Database *db, const std::string &name, const std::strin
         struct timeval times[2] = {{mtime, 0}, {mtime, 0}};
         written = written && utimes(path.c_str(), times) == 0;
     }
+    return finish(db, CHP_SCENES, t, written);
+}
+
+std::string tdFullName(const std::string &path) {
+    size_t slash = path.rfind('/');
+    std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
+    size_t dot = file.rfind('.');
+    return dot == std::string::npos ? file : file.substr(0, dot);
+}
+
+int tdLoadRelations() {
+    const char *dir = getenv("BW_RSRC");
+    std::string path = std::string(dir ? dir : BW_SOURCE_DIR "/rsrc") + "/Relations.rsrc";
+    return dbLoadRelationDictionary(&g_relationDict, path.c_str(), 0);
+}
+
+TdScene::TdScene() {
+    dictInit(&dict);
+    dictCreateChapters(&dict, nullptr, 0);
+}
+
+TdScene::~TdScene() { dictFree(&dict, 0); }
+
+int TdScene::add(int chapter, const std::string &fullName, bool root) {
+    ElemName *name = elemNameParse(fullName.c_str(), nullptr, 0);
+    int index = elemAdd(&dict, chapter, name, nullptr, nullptr, 0, 0);
+    if (Element *e = elemGet(&dict, chapter, index)) e->lev = root ? 0 : 1;
+    return index;
+}
+
+bool TdScene::relate(int srcChapter, int src, int dstChapter, int dst, int32_t relid) {
+    if (relSameChapters(&g_relationDict, relid))
+        return relAddVia(&dict, &g_relationDict, srcChapter, src, dstChapter, dst, relid, 1, 1,
+                         nullptr, 1) != 0;
+    return relAdd(&dict, &g_relationDict, src, dst, relid, 1, 1, nullptr, 1) != 0;
+}
+
+Element *TdScene::element(int chapter, int index) { return elemGet(&dict, chapter, index); }
+
+std::string tdWriteScene(Database *db, const std::string &name, TdScene &scene, time_t mtime,
+                         float version) {
+    Target t;
+    if (!targetFor(db, CHP_SCENES, name, t)) return "";
+    std::string path = t.stem + "." + t.suffix;
+    int written = sceneWrite(&scene.dict, path.c_str(), version);
+    struct timeval times[2] = {{mtime, 0}, {mtime, 0}};
+    written = written && utimes(path.c_str(), times) == 0;
     return finish(db, CHP_SCENES, t, written);
 }

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "database.h"
+#include "dictionary.h"
 #include "material.h"
 #include "model.h"
 
@@ -28,3 +29,29 @@ std::string tdWriteTexture2D(Database *db, const std::string &name, const Textur
 // `mtime` so that the newest scene is the one the caller chose.
 std::string tdWriteScene(Database *db, const std::string &name, const std::string &text,
                          time_t mtime);
+
+// The full name ("demo-world.1-0") of the element a writer's path names.
+std::string tdFullName(const std::string &path);
+
+// Reads the relation rows the system ships (rsrc/Relations.rsrc of the source
+// tree, or $BW_RSRC/Relations.rsrc) into g_relationDict. 1 or 0.
+int tdLoadRelations();
+
+// A scene built in memory: elements naming files of the database, relations
+// between them, and environment settings, written out by the scene writer.
+struct TdScene {
+    Dictionary dict;
+    TdScene();
+    ~TdScene();
+    TdScene(const TdScene &) = delete;
+    TdScene &operator=(const TdScene &) = delete;
+    // Element of `chapter` named by a full name; `root` marks a hierarchy's top.
+    int add(int chapter, const std::string &fullName, bool root = true);
+    // Relation `relid` from (srcChapter, src) to (dstChapter, dst); false when
+    // the relation table refuses it.
+    bool relate(int srcChapter, int src, int dstChapter, int dst, int32_t relid);
+    Element *element(int chapter, int index);
+};
+// SCENES: the scene's file, with modification time `mtime`.
+std::string tdWriteScene(Database *db, const std::string &name, TdScene &scene, time_t mtime,
+                         float version = 4.0f);

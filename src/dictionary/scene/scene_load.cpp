@@ -94,10 +94,19 @@ struct ChapterReader {
     void (*freeData)(Element &e);  // releases what read attached; null: nothing
 };
 
-void freeModel(Element &e) {
-    Model *m = static_cast<Model *>(e.data);
-    // Members point into their root's tree; only a tree's top is freed.
-    if (m && !m->parent && m->elementIndex >= 0) {
+// Members point into their root's tree: only a tree's top is freed, and the
+// tops are told apart before any tree goes.
+void freeModels(Chapter &chapter) {
+    std::vector<Model *> tops;
+    for (int i = 0; i < chapter.elementCount; ++i) {
+        Element &e = chapter.elements[i];
+        Model *m = static_cast<Model *>(e.data);
+        if (e.deleted == 2 || !m || !e.loaded) continue;
+        if (!m->parent) tops.push_back(m);
+        e.data = nullptr;
+        e.loaded = 0;
+    }
+    for (Model *m : tops) {
         m->nextSibling = nullptr;
         modelFree(m);
     }
@@ -112,7 +121,7 @@ void readersInit() {
     static bool done = false;
     if (done) return;
     done = true;
-    s_readers[CHP_MODELS] = {readModel, 1, freeModel};
+    s_readers[CHP_MODELS] = {readModel, 1, nullptr};
     s_readers[CHP_MATERIALS] = {readMaterial, 1, freeMaterial};
     s_readers[CHP_TEXTURES2D] = {readTexture2D, 1, freeTexture2D};
     s_readers[CHP_TEXTURES3D] = {readTexture3D, 1, freeTexture3D};
@@ -162,6 +171,7 @@ void sceneDataFree(Dictionary *dict) {
     if (!dict) return;
     readersInit();
     unlinkModelLists(dict);
+    if (Chapter *models = dictChapter(dict, CHP_MODELS)) freeModels(*models);
     for (int c = 0; c < CHAPTER_COUNT && c < dict->chapterCount; ++c) {
         Chapter *chapter = dictChapter(dict, c);
         if (!chapter || !s_readers[c].freeData) continue;
@@ -518,8 +528,6 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     loadInProgress = 1;
     loadIsPrimary = primary;
     sceneRefReset();
-    // Relation data of scene files has parts of its own to release.
-    g_relDataFree = relDataFree;
 
     // 1-2: the scene files.
     Chapter *scenes = dictChapter(dict, CHP_SCENES);

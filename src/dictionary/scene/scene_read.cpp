@@ -16,6 +16,9 @@ int32_t g_playPause = 0;
 namespace {
 
 int32_t s_serial = 0;
+// The relations reader met ENVIRONMENT of a file without the end of its
+// relations: the environment reader starts there.
+bool s_atEnvironment = false;
 
 // Version from which a scene comes from a newer system than this one.
 constexpr float kNewerVersion = 4.000001f;
@@ -316,11 +319,17 @@ void readSubrel(FILE *stream, Dictionary *dict, const RelationDict *table, int s
 int sceneReadRelations(FILE *stream, Dictionary *dict, const RelationDict *table, int sceneIndex,
                        float version) {
     if (!table) table = &g_relationDict;
+    // The records of scene files have parts of their own to release.
+    g_relDataFree = relDataFree;
+    s_atEnvironment = false;
     int chapters[2] = {-1, -1};
     int chapterCount = 0;
     while (sceneNextToken(stream)) {
         if (is("EndOfRELATIONS")) return 1;
-        if (is("ENVIRONMENT")) return 1;  // relations without their end
+        if (is("ENVIRONMENT")) {  // relations without their end
+            s_atEnvironment = true;
+            return 1;
+        }
         if (is("RELATIONS")) continue;
         if (is("CHAPTER")) {
             if (!sceneNextToken(stream)) return 1;
@@ -460,7 +469,9 @@ void readElementSettings(FILE *stream, Element *e) {
 }  // namespace
 
 int sceneReadEnvironment(FILE *stream, Dictionary *dict, int sceneIndex) {
-    if (!skipToToken(stream, "ENVIRONMENT", ';')) return 1;
+    bool there = s_atEnvironment;
+    s_atEnvironment = false;
+    if (!there && !skipToToken(stream, "ENVIRONMENT", ';')) return 1;
     int chapterId = -1;
     while (sceneNextToken(stream)) {
         if (is("EndOfENVIRONMENT")) break;

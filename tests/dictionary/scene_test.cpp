@@ -1,0 +1,465 @@
+// Scene files: the grammar's corners, relation statements and their special
+// ids, relation data, the environment, and whole loads from a database on
+// disk (substitution, sub-scenes, merges, writing back).
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+
+#include "capture.h"
+#include "dictionary.h"
+#include "scene_internal.h"
+#include "testdata.h"
+
+using bwtest::OutputCapture;
+using bwtest::TempDir;
+
+namespace {
+
+// Reads scene text straight through the grammar readers, without files.
+class SceneGrammar : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { ASSERT_EQ(tdLoadRelations(), 1); }
+    void SetUp() override {
+        dictInit(&dict);
+        dictCreateChapters(&dict, nullptr, 0);
+        sceneRefReset();
+        loadIsPrimary = 1;
+    }
+    void TearDown() override {
+        dictFree(&dict, 0);
+        sceneRefReset();
+        loadIsPrimary = 0;
+    }
+    // Header, relations and environment of `text`; the error stream in err.
+    void read(const std::string &text, float *version = nullptr) {
+        FILE *f = fmemopen(const_cast<char *>(text.data()), text.size(), "rb");
+        ASSERT_TRUE(f);
+        OutputCapture cap;
+        float v = 0;
+        ASSERT_EQ(sceneReadHeader(f, &dict, 0, "", &v, 0), 1);
+        sceneReadRelations(f, &dict, &g_relationDict, 0, v);
+        sceneReadEnvironment(f, &dict, 0);
+        fclose(f);
+        if (version) *version = v;
+        err = cap.err.text();
+    }
+    Element *at(int chapter, int index) { return elemGet(&dict, chapter, index); }
+    int relations(int chapter, int index, int32_t relid) {
+        int n = 0;
+        for (int g = 0; g < REL_GROUP_COUNT; ++g) n += relCount(at(chapter, index), 1, g, relid, -1);
+        return n;
+    }
+    Dictionary dict;
+    std::string err;
+};
+
+const char kElements[] =
+    "SDSC 4.0\n"
+    "ELEMENTS\n"
+    "CHAPTER MODELS NBELEM 3\n"
+    "  a.1-0 ROOT;\n"
+    "  b.1-2 ALIAS bee ;\n"
+    "  c.1-0 ;\n"
+    "EndOfCHAPTER\n"
+    "CHAPTER LIGHTS NBELEM 0 stray tokens ; EndOfCHAPTER\n"
+    "CHAPTER MATERIALS NBELEM 2 m.1-0 ; n.1-0 ; EndOfCHAPTER\n"
+    "EndOfELEMENTS\n";
+
+}  // namespace
+
+TEST_F(SceneGrammar, ElementStatementsAndTheirCorners) {
+    read(kElements);
+    Chapter *models = dictChapter(&dict, CHP_MODELS);
+    ASSERT_EQ(models->elementCount, 3);
+    // ';' glued to the last word ends the statement and leaves the word whole.
+    EXPECT_EQ(at(CHP_MODELS, 0)->name->fullName, "a.1-0");
+    EXPECT_EQ(at(CHP_MODELS, 0)->lev, 0);
+    EXPECT_EQ(at(CHP_MODELS, 1)->lev, 1);  // members unless ROOT
+    EXPECT_EQ(at(CHP_MODELS, 1)->name->alias, "bee");
+    EXPECT_EQ(at(CHP_MODELS, 1)->level, 2);  // the revision
+    EXPECT_EQ(at(CHP_MODELS, 2)->wrkid, 2);
+    EXPECT_EQ(at(CHP_MODELS, 2)->isNew, 1);
+    // NBELEM 0 passes over everything to EndOfCHAPTER.
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_LIGHTS)), 0);
+    EXPECT_EQ(at(CHP_MATERIALS, 1)->name->fullName, "n.1-0");
+    EXPECT_EQ(at(CHP_MATERIALS, 1)->lev, 0);
+    int32_t index = -1;
+    EXPECT_TRUE(sceneElemRef(&dict, CHP_MODELS, 0, "2@c.1-0", &index));
+    EXPECT_EQ(index, 2);
+    EXPECT_FALSE(sceneElemRef(&dict, CHP_MODELS, 0, "3", &index));
+    EXPECT_FALSE(sceneElemRef(&dict, CHP_MODELS, 1, "0", &index));  // another scene's
+}
+
+TEST_F(SceneGrammar, RelationStatementsResolveOrReport) {
+    read(std::string(kElements) +
+         "RELATIONS\n"
+         "CHAPTER MODELS CHAPTER MODELS\n"
+         "  1 0 110 ;\n"
+         "  7@gone 0 110 ;\n"
+         "  2 9 110 ;\n"
+         "  2 0 120 ;\n"
+         "EndOfCHAPTER\n"
+         "CHAPTER NOSUCH CHAPTER MODELS 0 0 110 ; EndOfCHAPTER\n"
+         "CHAPTER MODELS CHAPTER MATERIALS\n"
+         "  0 0 300 NOTACT ;\n"
+         "  0 1 300 extra words ;\n"
+         "EndOfCHAPTER\n"
+         "EndOfRELATIONS\n");
+    EXPECT_EQ(err, "Element 1 not found ******\nElement 2 not found ******\n"
+                   "Element 1 not found ******\n");
+    RelationInst *parent = relFind(at(CHP_MODELS, 1), 110, CHP_MODELS, 0);
+    ASSERT_TRUE(parent);
+    EXPECT_EQ(relations(CHP_MODELS, 2, 120), 0);  // chains are made by the system, not read
+    RelationInst *off = relFind(at(CHP_MODELS, 0), 300, CHP_MATERIALS, 0);
+    RelationInst *on = relFind(at(CHP_MODELS, 0), 300, CHP_MATERIALS, 1);
+    ASSERT_TRUE(off && on);
+    EXPECT_EQ(off->activ, 0);
+    EXPECT_EQ(on->activ, 1);
+}
+
+TEST_F(SceneGrammar, SpecialIdsAndSubRelations) {
+    const std::string statements =
+        "RELATIONS\n"
+        "CHAPTER MODELS CHAPTER MODELS\n"
+        "  1 0 551 77 ;\n"
+        "  2 0 246 ;\n"
+        "  0 1 111 SUBREL 2 ELEM 2 ; CHAP MODELS ELEM 9 ; EndOfSUBREL ;\n"
+        "EndOfCHAPTER\nEndOfRELATIONS\n";
+    std::string text = kElements;
+    read(text + statements);
+    RelationInst *serial = relFind(at(CHP_MODELS, 1), 551, CHP_MODELS, 0);
+    ASSERT_TRUE(serial);
+    EXPECT_EQ(serial->serialid, 77);
+    // From 2.99913 on, 246 is keyed by a serial in the geometry group at rank 1.
+    RelationInst *deform = relFind(at(CHP_MODELS, 2), 246, CHP_MODELS, 0);
+    ASSERT_TRUE(deform);
+    EXPECT_GT(deform->serialid, 0);
+    EXPECT_EQ(deform->rank, 1);
+    // The SUBREL entries are further sources of the same relation; 9 is unknown.
+    EXPECT_EQ(relations(CHP_MODELS, 0, 111), 2);
+    EXPECT_TRUE(relFind(at(CHP_MODELS, 0), 111, CHP_MODELS, 2));
+    EXPECT_EQ(err, "Element 2 not found ******\n");
+
+    // An older file adds 246 as any other relation: no serial.
+    TearDown();
+    SetUp();
+    text.replace(text.find("4.0"), 3, "2.5");
+    float version = 0;
+    read(text + statements, &version);
+    EXPECT_FLOAT_EQ(version, 2.5f);
+    deform = relFind(at(CHP_MODELS, 2), 246, CHP_MODELS, 0);
+    ASSERT_TRUE(deform);
+    EXPECT_EQ(deform->serialid, -1);
+}
+
+TEST_F(SceneGrammar, RelationDataBlocks) {
+    read(std::string(kElements) +
+         "RELATIONS\nCHAPTER MODELS CHAPTER MODELS\n"
+         "  1 0 111 RELDATA MIN_LIMIT 1 2 3 DAMPING 0.25 EndOfRELDATA ;\n"
+         "  2 0 111 RELDATA EndOfRELDATA ;\n"
+         "  0 1 102 RELDATA DAMPING 0.5 CLOSE 1 EndOfRELDATA ;\n"
+         "EndOfCHAPTER\nEndOfRELATIONS\n");
+    auto dataOf = [&](int src, int dst, int32_t relid) {
+        RelationInst *inst = relFind(at(CHP_MODELS, src), relid, CHP_MODELS, dst);
+        return inst ? static_cast<RelData *>(inst->data) : nullptr;
+    };
+    RelData *limits = dataOf(1, 0, 111);
+    ASSERT_TRUE(limits);
+    EXPECT_EQ(relDataValues(limits, "MIN_LIMIT")[2], 3.0f);
+    EXPECT_EQ(relDataValues(limits, "DAMPING")[0], 0.25f);
+    // A block with only its end keeps the defaults of a new record.
+    RelData *empty = dataOf(2, 0, 111);
+    RelData *fresh = relDataNew(111);
+    ASSERT_TRUE(empty && fresh);
+    EXPECT_EQ(relDataValues(empty, "MAX_LIMIT")[0], relDataValues(fresh, "MAX_LIMIT")[0]);
+    EXPECT_EQ(empty->present, 0u);
+    relDataFree(111, fresh);
+    // A keyword of another family ends the block; the statement still ends at ';'.
+    RelData *cut = dataOf(0, 1, 102);
+    ASSERT_TRUE(cut);
+    EXPECT_EQ(relDataValues(cut, "DAMPING")[0], 0.5f);
+    EXPECT_EQ(err, "");
+}
+
+TEST(RelData, ReadWriteAndUnknownKinds) {
+    // Numbers are written with seven significant digits and read back unchanged.
+    RelData *d = relDataNew(REL_CUSTOM);
+    ASSERT_TRUE(d);
+    relDataValues(d, "AOCC")[0] = 0.1234567f;
+    char *buffer = nullptr;
+    size_t size = 0;
+    FILE *mem = open_memstream(&buffer, &size);
+    relDataWrite(mem, REL_CUSTOM, d);
+    fclose(mem);
+    EXPECT_STREQ(buffer, "RELDATA ENAME '_UNKNOWN_' MNAME '_UNKNOWN_' AOCC 0.1234567 ROCC 0 EndOfRELDATA ");
+    std::string text = std::string(buffer + strlen("RELDATA ")) + " ;";
+    free(buffer);
+    FILE *in = fmemopen(text.data(), text.size(), "rb");
+    int foreign = -1;
+    RelData *back = relDataRead(in, REL_CUSTOM, &foreign);
+    fclose(in);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(foreign, 0);
+    EXPECT_EQ(relDataValues(back, "AOCC")[0], 0.1234567f);
+    EXPECT_EQ(relDataWord(back, "ENAME"), nullptr);
+    relDataFree(REL_CUSTOM, back);
+    relDataFree(REL_CUSTOM, d);
+
+    // A relation without a data kind reports and leaves the token to the statement.
+    std::string block = "MIN_LIMIT 1 2 3 EndOfRELDATA";
+    in = fmemopen(block.data(), block.size(), "rb");
+    OutputCapture cap;
+    EXPECT_EQ(relDataRead(in, 300, &foreign), nullptr);
+    fclose(in);
+    EXPECT_EQ(foreign, 1);
+    EXPECT_STREQ(g_token, "MIN_LIMIT");
+    EXPECT_EQ(cap.err.text(), "ERROR: Invalid Relation Data encountered while reading scene\n");
+}
+
+TEST_F(SceneGrammar, EnvironmentAndPlayControl) {
+    const std::string env =
+        "ENVIRONMENT\n"
+        "CHAPTER MODELS\n"
+        "  0 SCHEM 1.5 -2 7 USR WIRECOL 3 ;\n"
+        "  1 SRT 1 1 1 0 90 0 4 5 6 DISPLAY 2 MPRFLG 17 ;\n"
+        "  8 SCHEM 1 1 1 ;\n"
+        "EndOfCHAPTER\n"
+        "PLAYCTRL FRAME 10 50 12 2 PAUSE 3 RATE 25 EndOfPLAYCTRL\n"
+        "EndOfENVIRONMENT\n";
+    TOL_PlayCtrl saved = g_playCtrl;
+    read(std::string(kElements) + env);
+    EXPECT_EQ(at(CHP_MODELS, 0)->schemX, 1.5f);
+    EXPECT_EQ(at(CHP_MODELS, 0)->schemY, -2.0f);
+    EXPECT_EQ(at(CHP_MODELS, 0)->schemMark, 7);
+    EXPECT_EQ(at(CHP_MODELS, 0)->browserBits & 1, 1);
+    EXPECT_EQ(at(CHP_MODELS, 0)->envValues[0], 3);
+    ASSERT_TRUE(at(CHP_MODELS, 1)->srt);
+    EXPECT_EQ(at(CHP_MODELS, 1)->srt[4], 90.0f);
+    EXPECT_EQ(at(CHP_MODELS, 1)->envSet, 6);
+    EXPECT_EQ(at(CHP_MODELS, 1)->envValues[2], 17);
+    EXPECT_TRUE(g_playCtrl.startFrame == 10 && g_playCtrl.endFrame == 50 &&
+                g_playCtrl.currentFrame == 12 && g_playCtrl.frameStep == 2);
+    EXPECT_EQ(g_playCtrl.framesPerSecond, 25.0f);
+
+    // A merge reads the values and may only widen the range.
+    TearDown();
+    SetUp();
+    loadIsPrimary = 0;
+    std::string merged = env;
+    merged.replace(merged.find("10 50 12 2"), 10, "20 80 30 1");
+    merged.replace(merged.find("RATE 25"), 7, "RATE 60");
+    read(std::string(kElements) + merged);
+    EXPECT_TRUE(g_playCtrl.startFrame == 10 && g_playCtrl.endFrame == 80 &&
+                g_playCtrl.currentFrame == 12 && g_playCtrl.frameStep == 2);
+    EXPECT_EQ(g_playCtrl.framesPerSecond, 25.0f);
+    g_playCtrl = saved;
+}
+
+TEST_F(SceneGrammar, FilesThatEndInsideAStatement) {
+    // Every prefix of a scene ends as if its section ended there: no crash, no leak.
+    std::string full = std::string(kElements) +
+                       "RELATIONS\nCHAPTER MODELS CHAPTER MODELS\n  1 0 111 RELDATA MIN_LIMIT 1 2 3 "
+                       "EndOfRELDATA SUBREL 1 ELEM 2 RELDATA DAMPING 1 EndOfRELDATA ; EndOfSUBREL ;\n"
+                       "EndOfCHAPTER\nEndOfRELATIONS\nENVIRONMENT\nCHAPTER MODELS 0 SRT 1 2 3 ;\n"
+                       "EndOfCHAPTER PLAYCTRL FRAME 1 2 3 4 EndOfPLAYCTRL\nEndOfENVIRONMENT\n";
+    TOL_PlayCtrl saved = g_playCtrl;
+    for (size_t cut = 8; cut <= full.size(); cut += 3) {
+        TearDown();
+        SetUp();
+        read(full.substr(0, cut));
+    }
+    g_playCtrl = saved;
+}
+
+// ---------------------------------------------------------------------------
+// Whole loads from a database on disk.
+
+namespace {
+
+class SceneLoad : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { ASSERT_EQ(tdLoadRelations(), 1); }
+    void SetUp() override {
+        OutputCapture quiet;
+        db = tdDatabaseCreate(dir / "db", "db", dir / "DatabaseDir.rsrc");
+        ASSERT_TRUE(db);
+        Model *root = modelNew("cube", MODEL_MESH, meshMakeCube(2.0f));
+        modelAddChild(root, modelNew("arm", MODEL_MESH, meshMakeCube(1.0f)));
+        cubeFile = tdFullName(tdWriteModel(db, "s-cube", root));
+        modelFree(root);
+        Material red;
+        red.name = "red";
+        red.diffuse[0] = 1;
+        redFile = tdFullName(tdWriteMaterial(db, "s-red", red));
+        dictInit(&dict);
+        dictCreateChapters(&dict, nullptr, 1);
+    }
+    void TearDown() override { dictFree(&dict, 0); }
+
+    // Loads a scene into `d`; output in out and err.
+    int load(const char *name, Dictionary *d = nullptr) {
+        OutputCapture cap;
+        int ok = sceneRead(d ? d : &dict, db, name);
+        out = cap.out.text();
+        err = cap.err.text();
+        return ok;
+    }
+    Element *at(int chapter, int index) { return elemGet(&dict, chapter, index); }
+    TempDir dir;
+    Database *db = nullptr;
+    std::string cubeFile, redFile;
+    Dictionary dict;
+    std::string out, err;
+};
+
+}  // namespace
+
+TEST_F(SceneLoad, ElementsLinkAndMissingOnesAreSubstituted) {
+    TdScene s;
+    int cube = s.add(CHP_MODELS, cubeFile);
+    int arm = s.add(CHP_MODELS, "s-arm.1-0", false);
+    int gone = s.add(CHP_MODELS, "s-gone.1-0");
+    int red = s.add(CHP_MATERIALS, redFile);
+    int lost = s.add(CHP_MATERIALS, "s-lost.1-0");
+    int cam = s.add(CHP_CAMERAS, "s-eye.1-0");
+    ASSERT_TRUE(s.relate(CHP_MODELS, arm, CHP_MODELS, cube, 110));
+    ASSERT_TRUE(s.relate(CHP_MODELS, arm, CHP_MATERIALS, red, 300));
+    ASSERT_TRUE(s.relate(CHP_MODELS, gone, CHP_MATERIALS, lost, 300));
+    s.element(CHP_MODELS, gone)->schemX = 4;
+    (void)cam;
+    ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
+
+    ASSERT_EQ(load("s.1-0"), 1);
+    EXPECT_NE(err.find("Couldn't read file"), std::string::npos) << err;
+    EXPECT_NE(err.find("Missing MODELS [s-gone.1-0] has been replaced by a default element\n"),
+              std::string::npos) << err;
+    EXPECT_NE(err.find("Missing MATERIALS [s-lost.1-0] has been replaced by a default element\n"),
+              std::string::npos);
+    EXPECT_NE(err.find("Missing CAMERAS [s-eye.1-0] could not be replaced: removed from scene\n"),
+              std::string::npos);
+    EXPECT_EQ(out, "");
+
+    // The tree of the root's file: the member took its node.
+    Model *root = static_cast<Model *>(at(CHP_MODELS, 0)->data);
+    Model *armNode = static_cast<Model *>(at(CHP_MODELS, 1)->data);
+    ASSERT_TRUE(root && armNode);
+    EXPECT_STREQ(armNode->name, "arm");
+    EXPECT_EQ(armNode->parent, root);
+    EXPECT_EQ(at(CHP_MODELS, 1)->lev, 1);
+    EXPECT_EQ(at(CHP_MODELS, 1)->root, 0);
+    ASSERT_EQ(armNode->materialCount, 1);
+    EXPECT_EQ(armNode->materials[0]->diffuse[0], 1.0f);
+
+    // The stand-in is a unit cube at the schematic place, with the default material.
+    Model *cubeIn = static_cast<Model *>(at(CHP_MODELS, 2)->data);
+    ASSERT_TRUE(cubeIn);
+    ASSERT_EQ(cubeIn->type, MODEL_MESH);
+    EXPECT_EQ(cubeIn->geometry.mesh->vertexCount, 8);
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(std::fabs(cubeIn->geometry.mesh->vertices[6].pos[k]), 0.5f);
+    EXPECT_EQ(cubeIn->translation[0], 4.0f);
+    EXPECT_EQ(static_cast<Material *>(at(CHP_MATERIALS, 1)->data)->name, "lost");
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_CAMERAS)), 0);
+    EXPECT_EQ(at(CHP_MODELS, 0)->isNew, 0);
+    EXPECT_EQ(dict.database, db);
+}
+
+TEST_F(SceneLoad, WritingBackReadsTheSame) {
+    TdScene s;
+    int cube = s.add(CHP_MODELS, cubeFile);
+    int arm = s.add(CHP_MODELS, "s-arm.1-0", false);
+    int red = s.add(CHP_MATERIALS, redFile);
+    ASSERT_TRUE(s.relate(CHP_MODELS, arm, CHP_MODELS, cube, 110));
+    ASSERT_TRUE(s.relate(CHP_MODELS, cube, CHP_MATERIALS, red, 300));
+    s.element(CHP_MODELS, arm)->schemY = 2.5f;
+    ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
+    ASSERT_EQ(load("s.1-0"), 1);
+    std::string first = dir / "first.dsc", second = dir / "second.dsc";
+    ASSERT_EQ(sceneWrite(&dict, first.c_str(), 4.0f), 1);
+    Dictionary again;
+    dictInit(&again);
+    dictCreateChapters(&again, nullptr, 1);
+    ASSERT_EQ(load("s.1-0", &again), 1);
+    ASSERT_EQ(sceneWrite(&again, second.c_str(), 4.0f), 1);
+    dictFree(&again, 0);
+    auto slurp = [](const std::string &p) {
+        std::string text;
+        FILE *f = fopen(p.c_str(), "rb");
+        for (int c; f && (c = fgetc(f)) != EOF;) text += static_cast<char>(c);
+        if (f) fclose(f);
+        return text;
+    };
+    std::string a = slurp(first);
+    EXPECT_EQ(a, slurp(second));
+    EXPECT_NE(a.find("1 0 110 ;"), std::string::npos) << a;
+    EXPECT_NE(a.find("1 SCHEM 0 2.5 0 ;"), std::string::npos) << a;
+}
+
+TEST_F(SceneLoad, SubScenesOneLevelDeepAndMerges) {
+    {
+        TdScene inner;
+        inner.add(CHP_MODELS, cubeFile);
+        ASSERT_FALSE(tdWriteScene(db, "inner", inner, time(nullptr)).empty());
+    }
+    std::string dscDir = db->path + "/SCENES/";
+    // A scene naming "inner" as its sub-scene reads the sub-scene's elements too.
+    FILE *f = fopen((dscDir + "outer.1-0.dsc").c_str(), "wb");
+    fprintf(f, "SDSC 4.0\nELEMENTS\nCHAPTER SCENES NBELEM 1 inner.1-0 ALIAS in_ ; EndOfCHAPTER\n"
+               "CHAPTER MATERIALS NBELEM 1 %s ; EndOfCHAPTER\nEndOfELEMENTS\n"
+               "RELATIONS\nEndOfRELATIONS\nENVIRONMENT\nEndOfENVIRONMENT\n", redFile.c_str());
+    fclose(f);
+    ASSERT_EQ(load("outer.1-0"), 1) << err;
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_MODELS)), 1);
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_MATERIALS)), 1);
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_SCENES)), 1);  // the sub-scene's element goes
+
+    // A sub-scene of a sub-scene is refused.
+    f = fopen((dscDir + "top.1-0.dsc").c_str(), "wb");
+    fprintf(f, "SDSC 4.0\nELEMENTS\nCHAPTER SCENES NBELEM 1 outer.1-0 ; EndOfCHAPTER\nEndOfELEMENTS\n");
+    fclose(f);
+    Dictionary other;
+    dictInit(&other);
+    dictCreateChapters(&other, nullptr, 1);
+    EXPECT_EQ(load("top.1-0", &other), 0);
+    EXPECT_NE(err.find("ERROR - ExpandDscFile: One sub-level of scene for now!!!\n"), std::string::npos)
+        << err;
+    dictFree(&other, 0);
+
+    // A second scene merges into the same dictionary, its elements by its name.
+    {
+        TdScene second;
+        second.add(CHP_MATERIALS, redFile);
+        Material blue;
+        blue.name = "blue";
+        second.add(CHP_MATERIALS, tdFullName(tdWriteMaterial(db, "blue", blue)));
+        ASSERT_FALSE(tdWriteScene(db, "second", second, time(nullptr)).empty());
+    }
+    ASSERT_EQ(load("second.1-0"), 1) << err;
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_MATERIALS)), 3);
+    EXPECT_EQ(at(CHP_MATERIALS, 1)->name->prefix, "s");  // already apart by its prefix
+    EXPECT_EQ(at(CHP_MATERIALS, 2)->name->prefix, "second");
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_SCENES)), 1);
+}
+
+TEST_F(SceneLoad, UnreadableFilesAreReportedAndReplaced) {
+    std::string path = db->path + "/MODELS/s-bad.1-0.hrc";
+    FILE *f = fopen(path.c_str(), "wb");
+    fputs("not a model", f);
+    fclose(f);
+    TdScene s;
+    s.add(CHP_MODELS, "s-bad.1-0");
+    ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
+    ASSERT_EQ(load("s.1-0"), 1);
+    EXPECT_NE(err.find("Invalid file header or content: " + path + "\n"), std::string::npos) << err;
+    EXPECT_NE(err.find("Missing MODELS [s-bad.1-0] has been replaced by a default element\n"),
+              std::string::npos);
+    // A scene file that is not one fails the load.
+    f = fopen((db->path + "/SCENES/junk.1-0.dsc").c_str(), "wb");
+    fputs("SMAT 1.0\n", f);
+    fclose(f);
+    Dictionary other;
+    dictInit(&other);
+    dictCreateChapters(&other, nullptr, 1);
+    EXPECT_EQ(load("junk.1-0", &other), 0);
+    dictFree(&other, 0);
+}

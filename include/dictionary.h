@@ -198,6 +198,8 @@ struct Chapter {
     std::string name;                      // directory name
     int32_t elementCount = 0;              // slots in use, deleted ones included
     Element *elements = nullptr;           // malloc'd array of elementCount
+    int32_t elementCapacity = 0;           // slots allocated; grows by doubling
+    int32_t freeSlots = 0;                 // slots with deleted = 2, for reuse
     std::vector<int32_t> sorted;           // display order of elemlistSortChapterElements
     std::vector<int32_t> hierOrder;        // ANIMATION only: elemHierSort output
     std::vector<int32_t> hierChildCount;   // parallel to hierOrder

@@ -166,6 +166,8 @@ void chapterFree(Chapter *chapter, int keepNames) {
     free(chapter->elements);
     chapter->elements = nullptr;
     chapter->elementCount = 0;
+    chapter->elementCapacity = 0;
+    chapter->freeSlots = 0;
     chapter->sorted.clear();
     chapter->hierOrder.clear();
     chapter->hierChildCount.clear();

@@ -36,15 +36,21 @@ int elemAddRaw(Chapter *chapter, ElemName *name, void *data, void *aux, int32_t 
                int32_t wrkid, int makeRelations, int reuse) {
     if (!chapter) return -1;
     int index = -1;
-    if (reuse)
+    // A load adds tens of thousands of elements: no scan without a free slot,
+    // and the array grows by doubling.
+    if (reuse && chapter->freeSlots > 0)
         for (int i = 0; i < chapter->elementCount && index < 0; ++i)
             if (chapter->elements[i].deleted == 2) index = i;
     bool fresh = index < 0;
+    if (!fresh) chapter->freeSlots--;
     if (fresh) {
-        void *grown = realloc(chapter->elements,
-                              sizeof(Element) * static_cast<size_t>(chapter->elementCount + 1));
-        if (!grown) return -1;
-        chapter->elements = static_cast<Element *>(grown);
+        if (chapter->elementCount >= chapter->elementCapacity) {
+            int32_t capacity = chapter->elementCapacity < 8 ? 8 : chapter->elementCapacity * 2;
+            void *grown = realloc(chapter->elements, sizeof(Element) * static_cast<size_t>(capacity));
+            if (!grown) return -1;
+            chapter->elements = static_cast<Element *>(grown);
+            chapter->elementCapacity = capacity;
+        }
         index = chapter->elementCount++;
         Element &e = chapter->elements[index];
         memset(&e, 0, sizeof e);
@@ -283,6 +289,7 @@ int elemRemove(Dictionary *dict, int chapterId, Element *elem, int index, int32_
     if (chapter->dataIndex) chapter->dataIndex->valid = 0;
     elemDataCacheForget(chapter);
     if (freeSlot) {
+        if (e->deleted != 2) chapter->freeSlots++;
         e->deleted = 2;
         elemNameFree(e->name);
         e->name = nullptr;

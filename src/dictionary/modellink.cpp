@@ -3,7 +3,9 @@
 // walks the relations; the model reader itself only reads the dictionary's
 // records.
 #include <cstdio>
+#include <cstring>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "dictionary.h"
@@ -32,6 +34,48 @@ std::vector<int32_t> childrenOf(Dictionary *dict, int32_t parent) {
     return out;
 }
 
+// The nodes of a tree by name, each list in the order of modelFindByName's
+// walk (children before siblings), so that taking the first free node of a
+// list finds what the walk finds, without walking the tree per element.
+class NodeIndex {
+public:
+    explicit NodeIndex(Model *root) {
+        std::vector<Model *> stack{root};
+        while (!stack.empty()) {
+            Model *n = stack.back();
+            stack.pop_back();
+            if (n->name) byName_[n->name].nodes.push_back(n);
+            if (n != root && n->nextSibling) stack.push_back(n->nextSibling);
+            if (n->firstChild) stack.push_back(n->firstChild);
+        }
+    }
+    Model *take(Dictionary *dict, const std::string &name) {
+        auto it = byName_.find(name);
+        if (it == byName_.end()) return nullptr;
+        Entry &entry = it->second;
+        // Nodes before the cursor are tied already: a tie is never undone here.
+        for (; entry.cursor < entry.nodes.size(); ++entry.cursor) {
+            Model *n = entry.nodes[entry.cursor];
+            if (isFree(dict, n)) return n;
+        }
+        return nullptr;
+    }
+
+private:
+    static bool isFree(Dictionary *dict, const Model *n) {
+        if (n->elementIndex < 0) return true;
+        const Chapter &chapter = dict->chapters[CHP_MODELS];
+        if (n->elementIndex >= chapter.elementCount) return true;
+        const Element &e = chapter.elements[n->elementIndex];
+        return e.isNew == 1 && !e.data;
+    }
+    struct Entry {
+        std::vector<Model *> nodes;
+        size_t cursor = 0;
+    };
+    std::unordered_map<std::string, Entry> byName_;
+};
+
 }  // namespace
 
 int modelElemLink(Dictionary *dict, int rootIndex, Model *root) {
@@ -48,6 +92,7 @@ int modelElemLink(Dictionary *dict, int rootIndex, Model *root) {
     seen[static_cast<size_t>(rootIndex)] = 1;
     std::vector<int32_t> stack{rootIndex};
     int missing = 0;
+    NodeIndex nodes(root);
     while (!stack.empty()) {
         int32_t parent = stack.back();
         stack.pop_back();
@@ -67,7 +112,7 @@ int modelElemLink(Dictionary *dict, int rootIndex, Model *root) {
                 ++missing;
                 continue;
             }
-            Model *node = modelFindByName(dict, root, e->name->name.c_str());
+            Model *node = nodes.take(dict, e->name->name);
             if (!node) {
                 std::string text = "A model node named [" + e->name->name + "] was expected under root [" +
                                    rootName + "]: it couldn't be found";

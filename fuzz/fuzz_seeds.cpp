@@ -69,5 +69,28 @@ int main(int argc, char *argv[]) {
         fputs("SDSC 3.6\nCHAPTER SCENES\n", f);
         fclose(f);
     }
+    // A scene with every kind of statement, and a relation file of both forms.
+    if (FILE *f = fopen((dir + "/full.dsc").c_str(), "wb")) {
+        fputs("SDSC 4.0\nELEMENTS\nCHAPTER MODELS NBELEM 3 a.1-0 ROOT ; b.1-0 ALIAS x ; c.1-0 ;\n"
+              "EndOfCHAPTER\nCHAPTER MATERIALS NBELEM 1 m.1-0 ; EndOfCHAPTER\nEndOfELEMENTS\n"
+              "RELATIONS\nCHAPTER MODELS CHAPTER MODELS\n1 0 110 ;\n2 0 551 4 NOTACT ;\n"
+              "0 1 111 RELDATA MIN_LIMIT 1 2 3 DAMPING 0.5 EndOfRELDATA SUBREL 1 ELEM 2 ; "
+              "EndOfSUBREL ;\n0 1 20000 RELDATA ENAME 'e' MNAME '1' AOCC 1 EndOfRELDATA ;\n"
+              "EndOfCHAPTER\nCHAPTER MODELS CHAPTER MATERIALS 0 0 300 ; EndOfCHAPTER\n"
+              "EndOfRELATIONS\nENVIRONMENT\nCHAPTER MODELS 0 SCHEM 1 2 3 SRT 1 1 1 0 0 0 1 2 3 "
+              "USR WIRECOL 2 ; EndOfCHAPTER\nPLAYCTRL FRAME 1 50 1 1 PAUSE 0 RATE 24 "
+              "EndOfPLAYCTRL\nEndOfENVIRONMENT\n", f);
+        fclose(f);
+    }
+    if (FILE *f = fopen((dir + "/relations.rsrc").c_str(), "wb")) {
+        fputs("SREL 3.48\nRELATIONS\n110 parent MODELS MODELS TRANSFO TRANSFO 10 1 0 1 1 0\n"
+              "EndOfRELATIONS\n", f);
+        fclose(f);
+    }
+    if (FILE *f = fopen((dir + "/sections.rsrc").c_str(), "wb")) {
+        fputs("SREL 3.5\nRELATIONS\n110 parent MODELS MODELS TRANSFO TRANSFO 10 1 0 1 1 0\n"
+              "EndOfRELATIONS\n", f);
+        fclose(f);
+    }
     return 0;
 }

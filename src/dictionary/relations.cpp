@@ -143,6 +143,22 @@ int insertPair(Dictionary *dict, const RelationDict *table, int srcChapter, int3
     // The data belongs to the source side only.
     int twin = relInsert(&target->parentGroups[dstGroup], table, relid, srcChapter, src, srcGroup,
                          rank, fanOut, dstInstance, serialid, 0, nullptr, activ);
+    if (!twin) {
+        // Half a pair is no relation: the source's instance goes again, and
+        // its data stays the caller's.
+        RelationGroup &group = source->childGroups[srcGroup];
+        for (int i = group.count - 1; i >= 0; --i) {
+            const RelationInst &it = group.items[i];
+            if (it.relid == relid && it.chp == dstChapter && it.elem == dst && it.data == data &&
+                it.serialid == serialid) {
+                memmove(group.items + i, group.items + i + 1,
+                        sizeof(RelationInst) * static_cast<size_t>(group.count - i - 1));
+                group.count--;
+                break;
+            }
+        }
+        return 0;
+    }
     dict->update.dirty = 1;
     dict->browserDirty = 1;
     dict->update2.dirty = 1;

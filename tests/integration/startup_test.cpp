@@ -182,3 +182,41 @@ TEST_F(Startup, DamagedDatabaseDirectoryNeverCrashes) {
     r = run({"-R", rsrc, "-D", dir / "demo"});
     EXPECT_TRUE(contains(r.out, "scene 1:                demo.1-0\n")) << r.out;
 }
+
+namespace {
+
+int count(const std::string &text, const std::string &part) {
+    int n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
+}
+
+}  // namespace
+
+TEST_F(Startup, DemoScenesLoadEveryElementAndRelation) {
+    RunResult r = run({"-R", rsrc, "-D", "demo", "-S", "demo"}, {"BW_DICT_DUMP=1"});
+    EXPECT_TRUE(contains(r.out, "scene 1:                demo\n")) << r.out;
+    for (const char *name : {"demo-world", "demo-ground", "demo-sheet", "demo-panel", "demo-red",
+                             "demo-green", "demo-blue", "demo-gold"})
+        EXPECT_EQ(count(r.err, std::string("name [") + name + ".1-0]"), 1) << name << r.err;
+    EXPECT_EQ(count(r.err, "relid[110]"), 3);
+    EXPECT_EQ(count(r.err, "relid[300]"), 4);
+    EXPECT_FALSE(contains(r.err, "Missing")) << r.err;
+
+    // A second scene merges into the same context: the cube is named twice.
+    r = run({"-R", rsrc, "-D", "demo", "-S", "demo", "-S", "intro"}, {"BW_DICT_DUMP=1"});
+    EXPECT_TRUE(contains(r.out, "scene 2:                intro\n")) << r.out;
+    std::string last = r.err.substr(r.err.rfind("Dictionnary >>>"));
+    EXPECT_EQ(count(last, "name [demo-world.1-0]"), 2) << last;
+    EXPECT_EQ(count(last, "relid[300]"), 5);
+}
+
+TEST_F(Startup, AMissingModelBecomesACube) {
+    ASSERT_EQ(unlink((dir / "demo/MODELS/demo-world.1-0.hrc").c_str()), 0);
+    RunResult r = run({"-R", rsrc, "-D", "demo", "-S", "intro"}, {"BW_DICT_DUMP=1"});
+    EXPECT_TRUE(contains(r.err, "Couldn't read file")) << r.err;
+    EXPECT_TRUE(contains(r.err, "Missing MODELS [demo-world.1-0] has been replaced by a default element\n"))
+        << r.err;
+    EXPECT_EQ(count(r.err, "name [demo-world.1-0]"), 1);
+    EXPECT_TRUE(contains(r.out, "Texture Summary\n")) << r.out;  // the load went on
+}

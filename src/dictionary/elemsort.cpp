@@ -23,6 +23,14 @@ void elemHierSort(Chapter *chapter) {
         children.push_back(count);
         return true;
     };
+    // Live elements by their root, in index order: one pass instead of a
+    // scan of the chapter per root.
+    std::vector<std::vector<int32_t>> byRoot(static_cast<size_t>(n));
+    for (int k = 0; k < n; ++k) {
+        const Element &c = chapter->elements[k];
+        if (c.deleted == 0 && c.root >= 0 && c.root < n && c.root != k)
+            byRoot[static_cast<size_t>(c.root)].push_back(k);
+    }
     for (int i = 0; i < n; ++i) {
         const Element &e = chapter->elements[i];
         if (e.deleted != 0) {
@@ -31,9 +39,7 @@ void elemHierSort(Chapter *chapter) {
             // A curve's own curves stand before it, so that a walk backwards
             // from the root finds them.
             int count = 0;
-            for (int k = 0; k < n; ++k) {
-                const Element &c = chapter->elements[k];
-                if (k == i || c.deleted != 0 || c.root != i) continue;
+            for (int32_t k : byRoot[static_cast<size_t>(i)]) {
                 if (!put(k, 0)) return;
                 ++count;
             }

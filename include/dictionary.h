@@ -537,9 +537,13 @@ using SceneReadFn = int (*)(Dictionary *dict, int index, const char *path);
 using SceneFreeFn = void (*)(Element &elem);
 void sceneChapterReaderSet(int chapterId, SceneReadFn read, SceneFreeFn freeData);
 
+// Each curve of the ANIMATION elements read by the load becomes an element
+// of its own, under its file's element, with a relation from the element the
+// file animates (the one of the file's name). Connections made.
+int sceneConnectAnimation(Dictionary *dict, const RelationDict *table);
+
 // Steps of a load that belong to the evaluation core; each may be null.
 struct SceneLoadHooks {
-    void (*connectAnimation)(Dictionary *dict, const RelationDict *table);  // curves to targets
     void (*buildUpdateLists)(Dictionary *dict);  // the main update list
     void (*updateScene)(Dictionary *dict);       // the first scene update
 };

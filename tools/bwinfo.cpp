@@ -1,6 +1,7 @@
 // bwinfo FILE...: says what each element or ascii file of the family is
 // (kind, version, comment), prints its prototype table and a readable dump of
-// the records it knows. A damaged file gives what could be read and a line
+// the records it knows: materials, textures, models, animation curves, shape
+// and cluster keys. A damaged file gives what could be read and a line
 // saying where reading stopped and why. Exit status 0 when every file was
 // read whole, 1 otherwise.
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "animation.h"
 #include "fileio.h"
 #include "material.h"
 #include "model.h"
@@ -185,22 +187,78 @@ void dumpModel(BinReader &r, const Prototype &proto, const char *tag) {
     modelFree(root);
 }
 
+void dumpCurve(const Fcurve &c) {
+    printf("    curve type %d: pre %d, post %d, interpolation %u, %d keys\n", c.type, c.preMode, c.postMode,
+           c.interpolation, c.keyCount);
+    for (int i = 0; c.keys && i < c.keyCount; ++i) {
+        const FcurveKey &k = c.keys[i];
+        printf("      key %d: time %g, value %g, slopes %g %g, interpolation %d, flag %u, type %u\n", i + 1,
+               k.time, k.value, k.leftSlope, k.rightSlope, k.interpolation, k.flag, k.keyType);
+    }
+}
+
+// The blocks of an .ani or .key file, each with its curves.
+void dumpAnimation(BinReader &r, const Prototype &, const char *) {
+    AnimBlock b;
+    int n = 0;
+    for (int more = 1; more;) {
+        more = animBlockRead(r, b);
+        if (b.kind < 0) break;  // the end of the blocks
+        printf("  block %d: kind %d, target %d, param %d, active %d, form %d\n", ++n, b.kind, b.target, b.param,
+               b.active, b.form);
+        for (const AnimItem *it = b.items; it; it = it->next) dumpCurve(*it->curve);
+        animItemsFree(b.items);
+    }
+    if (n == 0) printf("  no blocks\n");
+}
+
+void dumpShapes(BinReader &r, const Prototype &proto, const char *) {
+    ShapeKeys *keys = shapeKeysRead(r, &proto, nullptr);
+    printf("  shape keys %d\n", keys ? keys->count : 0);
+    for (int32_t i = 0; keys && i < keys->count; ++i) {
+        const ShapeKey &k = keys->keys[i];
+        if (!k.geometry) break;  // reading stopped before this key
+        Model node{};
+        node.type = k.type;
+        node.geometry.any = k.geometry;
+        GeoCounts c = countsOf(node);
+        printf("    key %d: \"%s\" type %d, vertices %lld, polygons %lld, CVs %lld\n", i + 1, shapeTag(k.type),
+               k.type, static_cast<long long>(c.vertices), static_cast<long long>(c.polygons),
+               static_cast<long long>(c.cvs));
+    }
+    shapeKeysFree(keys);
+}
+
+void dumpClusters(BinReader &r, const Prototype &, const char *) {
+    Cluster *chain = clusterChainRead(r, -1);
+    for (const Cluster *c = chain; c; c = c->next)
+        printf("  cluster \"%s\" type %d, %d points, %d keys\n", c->name ? c->name : "", c->type, c->pointCount,
+               c->keyCount);
+    if (!chain) printf("  no clusters\n");
+    clusterFree(chain);
+}
+
 struct DumpEntry {
     uint32_t id;  // file id
     DumpFn dump;  // reads and prints the records
+    int tagged;   // 1: a chunk tag stands behind the table; 0: the records follow at once
 };
 
 constexpr DumpEntry dumpers[] = {
-    {BIN_ID_MATERIAL, dumpMaterialFile},
-    {BIN_ID_TEXTURE2D, dumpTexture2DFile},
-    {BIN_ID_TEXTURE3D, dumpTexture3DFile},
-    {BIN_ID_GENERAL, dumpModel},
-    {BIN_ID_MODEL, dumpModel},
+    {BIN_ID_MATERIAL, dumpMaterialFile, 1},
+    {BIN_ID_TEXTURE2D, dumpTexture2DFile, 1},
+    {BIN_ID_TEXTURE3D, dumpTexture3DFile, 1},
+    {BIN_ID_GENERAL, dumpModel, 1},
+    {BIN_ID_MODEL, dumpModel, 1},
+    {BIN_ID_ANIMATION, dumpAnimation, 0},
+    {BIN_ID_STRUCT_KEYS, dumpAnimation, 0},
+    {BIN_ID_SHAPE_KEYS, dumpShapes, 0},
+    {BIN_ID_CLUSTER_KEYS, dumpClusters, 0},
 };
 
-DumpFn dumperOf(uint32_t id) {
+const DumpEntry *dumperOf(uint32_t id) {
     for (const DumpEntry &e : dumpers)
-        if (e.id == id) return e.dump;
+        if (e.id == id) return &e;
     return nullptr;
 }
 
@@ -253,12 +311,19 @@ int inspect(const char *file) {
     printf("  comment: \"%s\"\n", comment);
     Prototype proto;
     char tag[5] = {};
-    if (binReadTag(r, tag) && strcmp(tag, "PROT") == 0 && protoRead(r, proto)) binReadTag(r, tag);
-    printPrototypes(proto);
-    if (!r.failed) {
-        printf("  chunk: \"%s\"\n", tag);
-        if (DumpFn dump = dumperOf(static_cast<uint32_t>(id))) dump(r, proto, tag);
-        else printf("  records of this kind are not dumped\n");
+    const DumpEntry *entry = dumperOf(static_cast<uint32_t>(id));
+    if (entry && !entry->tagged) {
+        animReadProto(r, proto);
+        printPrototypes(proto);
+        if (!r.failed) entry->dump(r, proto, tag);
+    } else {
+        if (binReadTag(r, tag) && strcmp(tag, "PROT") == 0 && protoRead(r, proto)) binReadTag(r, tag);
+        printPrototypes(proto);
+        if (!r.failed) {
+            printf("  chunk: \"%s\"\n", tag);
+            if (entry) entry->dump(r, proto, tag);
+            else printf("  records of this kind are not dumped\n");
+        }
     }
     int whole = !r.failed;
     if (!whole)

@@ -1,10 +1,11 @@
 // The bwinfo tool on a material file, a cut copy of it and a foreign file,
-// and on a model file.
+// on a model file, and on animation, shape and cluster files.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 
+#include "animation.h"
 #include "capture.h"
 #include "material.h"
 #include "model.h"
@@ -103,4 +104,55 @@ TEST(Bwinfo, DumpsTheNodeTreeOfAModel) {
     EXPECT_EQ(cut.status, 1);
     EXPECT_TRUE(contains(cut.out, "    node \"cube\" type 4\n")) << cut.out;
     EXPECT_TRUE(contains(cut.out, "bwinfo: cut.hrc: reading stopped at offset ")) << cut.out;
+}
+
+TEST(Bwinfo, DumpsCurvesShapesAndClusters) {
+    bwtest::TempDir dir;
+    Fcurve *c = fcurveCreate(139, 0);
+    for (float t : {0.0f, 1.0f}) {
+        FcurveKey *k = fcurveKeyNew();
+        k->time = t, k->value = 2.0f * t + 1.0f, k->interpolation = FCV_LINEAR;
+        fcurveAddKey(c, k, 0, 0, 0);
+    }
+    AnimItem *item = static_cast<AnimItem *>(calloc(1, sizeof(AnimItem)));
+    *item = AnimItem{c, 113, 8, 0, 1, nullptr};
+    ASSERT_EQ(animFileWrite((dir / "ball.1-0.ani").c_str(), item), 1);
+    animItemsFree(item);
+    ShapeKeys keys{1, static_cast<ShapeKey *>(calloc(1, sizeof(ShapeKey)))};
+    keys.keys[0] = {MODEL_MESH, meshMakeCube(1.0f)};
+    ASSERT_EQ(shapeFileWrite((dir / "cube.shp").c_str(), &keys), 1);
+    meshFree(static_cast<Mesh *>(keys.keys[0].geometry));
+    free(keys.keys);
+    Cluster lid{};
+    lid.name = const_cast<char *>("lid");
+    lid.type = MODEL_MESH;
+    ASSERT_EQ(clusterFileWrite((dir / "lid.cls").c_str(), &lid), 1);
+
+    RunResult run = bwinfo({"ball.1-0.ani", "cube.shp", "lid.cls"}, dir.path());
+    EXPECT_EQ(run.status, 0) << run.out << run.err;
+    EXPECT_TRUE(contains(run.out, "ball.1-0.ani: BRACKWOOD Binary Animation\n  version: 4\n"
+                                  "  comment: \"No comment...\"\n  prototypes: none\n"
+                                  "  block 1: kind 113, target 8, param 0, active 1, form 0\n"
+                                  "    curve type 139: pre 0, post 0, interpolation 2, 2 keys\n"
+                                  "      key 1: time 0, value 1, slopes 0 0, interpolation 1, flag 0, type 0\n"
+                                  "      key 2: time 1, value 3, slopes 0 0, interpolation 1, flag 0, type 0\n"
+                                  "cube.shp: BRACKWOOD Binary Shape Keys\n"))
+        << run.out;
+    EXPECT_TRUE(contains(run.out, "    record 8: 6 2 0x0413 7 8 9")) << run.out;
+    EXPECT_TRUE(contains(run.out, "  shape keys 1\n    key 1: \"MESH\" type 4, vertices 8, polygons 6, CVs 0\n"
+                                  "lid.cls: BRACKWOOD Binary Cluster Keys\n"))
+        << run.out;
+    EXPECT_TRUE(contains(run.out, "  prototypes: none\n  cluster \"lid\" type 4, 0 points, 0 keys\n")) << run.out;
+
+    // A cut in the keys: the curve keeps its fields, and the keys field, whose
+    // size runs past the end, is refused whole where its size was read.
+    std::filesystem::copy_file(dir / "ball.1-0.ani", dir / "cut.ani");
+    std::filesystem::resize_file(dir / "cut.ani", std::filesystem::file_size(dir / "ball.1-0.ani") - 10);
+    RunResult cut = bwinfo({"cut.ani"}, dir.path());
+    EXPECT_EQ(cut.status, 1);
+    EXPECT_TRUE(contains(cut.out, "  block 1: kind 113, target 8, param 0, active 1, form 0\n"
+                                  "    curve type 139: pre 0, post 0, interpolation 2, 0 keys\n"
+                                  "bwinfo: cut.ani: reading stopped at offset 158: "
+                                  "Passed end of file cut.ani while reading data\n"))
+        << cut.out;
 }

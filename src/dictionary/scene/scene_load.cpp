@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "animation.h"
 #include "dict_internal.h"
 #include "material.h"
 #include "model.h"
@@ -88,6 +89,22 @@ int readTexture3D(Dictionary *dict, int index, const char *path) {
     return 1;
 }
 
+// Curves: the file's items stay on its element until the load hands each
+// curve to an element of its own.
+int readAnimation(Dictionary *dict, int index, const char *path) {
+    AnimItem *items = animFileRead(path);
+    if (!items) return 0;
+    elemGet(dict, CHP_ANIMATION, index)->data = items;
+    return 1;
+}
+
+void freeAnimation(Element &e) {
+    if (e.lev == 0)
+        animItemsFree(static_cast<AnimItem *>(e.data));
+    else
+        fcurveFree(static_cast<Fcurve *>(e.data));
+}
+
 struct ChapterReader {
     ChapterReadFn read;      // null: the chapter has no reader yet
     int substituteOnFail;    // a read that gives no data is reported and substituted
@@ -125,6 +142,7 @@ void readersInit() {
     s_readers[CHP_MATERIALS] = {readMaterial, 1, freeMaterial};
     s_readers[CHP_TEXTURES2D] = {readTexture2D, 1, freeTexture2D};
     s_readers[CHP_TEXTURES3D] = {readTexture3D, 1, freeTexture3D};
+    s_readers[CHP_ANIMATION] = {readAnimation, 1, freeAnimation};
 }
 
 // Chapters whose elements hold no file data of their own.
@@ -554,7 +572,7 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
 
     // 5-7: hierarchies, animation, connections.
     sortHierarchies(dict);
-    if (g_sceneLoadHooks.connectAnimation) g_sceneLoadHooks.connectAnimation(dict, table);
+    sceneConnectAnimation(dict, table);
     for (const Connection &c : kConnections) relConnect(dict, c.chapter, c.group, c.relid);
 
     // 8-9

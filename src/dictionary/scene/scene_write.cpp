@@ -22,7 +22,12 @@ bool hierarchicalChapter(int chapterId) {
            chapterId == CHP_EXPRESSIONS;
 }
 
+// A curve's own element is made by the load from its file's element: the
+// file is written, not the curves, nor their relations.
 bool live(const Element &e) { return e.deleted == 0 && e.name; }
+bool written(int chapterId, const Element &e) {
+    return live(e) && !(chapterId == CHP_ANIMATION && e.lev > 0);
+}
 
 }  // namespace
 
@@ -41,12 +46,12 @@ int sceneWrite(Dictionary *dict, const char *path, float version) {
         if (!writable(dict, c) || c == CHP_SCENES) continue;
         int count = 0;
         for (int i = 0; i < chapter->elementCount; ++i)
-            if (live(chapter->elements[i])) position[c][i] = count++;
+            if (written(c, chapter->elements[i])) position[c][i] = count++;
         if (count == 0) continue;
         fprintf(f, "  CHAPTER %s NBELEM %d\n", chapter->name.c_str(), count);
         for (int i = 0; i < chapter->elementCount; ++i) {
             const Element &e = chapter->elements[i];
-            if (!live(e)) continue;
+            if (position[c][i] < 0) continue;
             std::string file = e.name->fullName;
             if (c == CHP_PICTURES) file = e.name->subdir + file;
             fprintf(f, "    %s", file.c_str());

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
 #include <string>
 
 #include "capture.h"
@@ -462,4 +463,66 @@ TEST_F(SceneLoad, UnreadableFilesAreReportedAndReplaced) {
     dictCreateChapters(&other, nullptr, 1);
     EXPECT_EQ(load("junk.1-0", &other), 0);
     dictFree(&other, 0);
+}
+
+namespace {
+
+// Three linear curves of one relation, x y z of its parameter types.
+AnimItem *curves(int32_t relid, int32_t firstType, int chapter) {
+    AnimItem *head = nullptr, **tail = &head;
+    for (int k = 0; k < 3; ++k) {
+        Fcurve *c = fcurveCreate(firstType + k, 0);
+        for (int key = 0; key < 2; ++key) {
+            FcurveKey *fk = fcurveKeyNew();
+            fk->time = static_cast<float>(key);
+            fk->value = static_cast<float>(key * (k + 1));
+            fcurveAddKey(c, fk, 0, 0, 0);
+        }
+        *tail = static_cast<AnimItem *>(calloc(1, sizeof(AnimItem)));
+        **tail = AnimItem{c, relid, chapter, 0, 1, nullptr};
+        tail = &(*tail)->next;
+    }
+    return head;
+}
+
+}  // namespace
+
+TEST_F(SceneLoad, CurvesBecomeElementsOfWhatTheyAnimate) {
+    AnimItem *moves = curves(113, 139, CHP_MODELS);
+    std::string movesFile = tdFullName(tdWriteAnimation(db, "s-cube", moves));
+    animItemsFree(moves);
+    AnimItem *lost = curves(113, 139, CHP_MODELS);
+    std::string lostFile = tdFullName(tdWriteAnimation(db, "s-ghost", lost));
+    animItemsFree(lost);
+    TdScene s;
+    s.add(CHP_MODELS, cubeFile);
+    s.add(CHP_ANIMATION, movesFile);
+    s.add(CHP_ANIMATION, lostFile);
+    ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
+    ASSERT_EQ(load("s.1-0"), 1);
+    EXPECT_NE(err.find("No element [s-ghost] found to connect fcurve\n"), std::string::npos) << err;
+
+    // The file's element and, under it, one element per curve.
+    Chapter *animation = dictChapter(&dict, CHP_ANIMATION);
+    EXPECT_EQ(elemCountLive(animation), 4);
+    int32_t chapter = -1, index = -1;
+    std::vector<int32_t> types;
+    Element *cube = at(CHP_MODELS, 0);
+    for (Element *c = relFirst(&dict, cube, 1, RELGR_TRANSFO, 113, CHP_ANIMATION, &chapter, &index); c;
+         c = relNext(&dict, cube, 1, RELGR_TRANSFO, 113, CHP_ANIMATION, &chapter, &index)) {
+        EXPECT_EQ(c->lev, 1);
+        EXPECT_EQ(c->root, 0);
+        types.push_back(static_cast<Fcurve *>(c->data)->type);
+    }
+    EXPECT_EQ(types, (std::vector<int32_t>{139, 140, 141}));
+
+    // Writing the scene names the file once, not its curves.
+    std::string path = dir / "again.dsc";
+    ASSERT_EQ(sceneWrite(&dict, path.c_str(), 4.0f), 1);
+    std::string text;
+    FILE *f = fopen(path.c_str(), "rb");
+    for (int c; f && (c = fgetc(f)) != EOF;) text += static_cast<char>(c);
+    fclose(f);
+    EXPECT_NE(text.find("CHAPTER ANIMATION NBELEM 1\n"), std::string::npos) << text;
+    EXPECT_EQ(text.find("113"), std::string::npos);
 }

@@ -82,6 +82,12 @@ std::string tdWriteTexture2D(Database *db, const std::string &name, const Textur
     return finish(db, CHP_TEXTURES2D, t, texture2DFileWrite(t.stem.c_str(), texture, nullptr));
 }
 
+std::string tdWriteAnimation(Database *db, const std::string &name, const AnimItem *items) {
+    Target t;
+    if (!items || !targetFor(db, CHP_ANIMATION, name, t)) return "";
+    return finish(db, CHP_ANIMATION, t, animFileWrite((t.stem + "." + t.suffix).c_str(), items));
+}
+
 std::string tdWriteScene(Database *db, const std::string &name, const std::string &text,
                          time_t mtime) {
     Target t;

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <string>
 
+#include "animation.h"
 #include "database.h"
 #include "dictionary.h"
 #include "material.h"
@@ -25,6 +26,9 @@ std::string tdWriteModel(Database *db, const std::string &name, const Model *roo
 // MATERIALS and TEXTURES2D: stand-alone ".mtr" and ".txt" files.
 std::string tdWriteMaterial(Database *db, const std::string &name, const Material &material);
 std::string tdWriteTexture2D(Database *db, const std::string &name, const Texture2D &texture);
+// ANIMATION: an ".ani" file of the items' curves; the element of the same
+// name (without version) is the one they animate.
+std::string tdWriteAnimation(Database *db, const std::string &name, const AnimItem *items);
 // SCENES: a ".dsc" file holding `text` as given, its modification time set to
 // `mtime` so that the newest scene is the one the caller chose.
 std::string tdWriteScene(Database *db, const std::string &name, const std::string &text,

@@ -53,14 +53,19 @@ int connectItem(Dictionary *dict, const RelationDict *table, int fileIndex, int 
     curve->isNew = 1;
     Fcurve *data = item->curve;
     item->curve = nullptr;  // the element owns it now
+    // Appended behind the curves already there: the file's order is the
+    // order of the sources.
     int instance = curveInstance(table, item->kind, item->target, item->param);
-    int ok = instance > 0;
-    if (ok && relSameChapters(table, item->kind))
-        ok = relAddVia(dict, table, item->target, target, CHP_ANIMATION, index, item->kind, instance,
-                       instance, nullptr, item->active ? 1 : 0);
-    else if (ok)
-        ok = relAdd(dict, table, target, index, item->kind, instance, instance, nullptr,
-                    item->active ? 1 : 0);
+    int16_t grpFrom = 0, grpTo = 0, rank = 0;
+    int ok = instance > 0 && relRowInstance(table, item->kind, instance, nullptr, nullptr, &grpFrom,
+                                            &grpTo, &rank, nullptr);
+    if (ok)
+        ok = relAddFull(dict, table, item->target, CHP_ANIMATION, grpFrom, grpTo, target, index,
+                        item->kind, -1, rank, nullptr);
+    if (ok && !item->active)
+        if (RelationInst *inst = relFind(elemGet(dict, item->target, target), item->kind,
+                                         CHP_ANIMATION, index))
+            inst->activ = 0;
     if (!ok) {
         // The element goes; its curve with it.
         elemGet(dict, CHP_ANIMATION, index)->data = nullptr;

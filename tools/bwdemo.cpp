@@ -4,13 +4,16 @@
 // chapters: one model file with a small hierarchy of every surface kind the
 // display handles, a few stand-alone materials of clearly different colours,
 // and two scenes: "intro", the older, shows the cube alone; "demo", the
-// newest, the whole hierarchy with a material on each model. The viewer picks
-// "demo" when no scene is named.
+// newest, the whole hierarchy with a material on each model, animated: the
+// cube turns on a spline and its children turn with it, the sheet bobs up and
+// down along a linear curve that repeats, the panel grows in steps and
+// eases back. The viewer picks "demo" when no scene is named.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <ctime>
+#include <initializer_list>
 #include <string>
 
 #include "testdata.h"
@@ -29,6 +32,39 @@ Model *makeWorld() {
     panel->translation[0] = -3.0f;
     for (Model *child : {ground, sheet, panel}) modelAddChild(root, child);
     return root;
+}
+
+struct Key {
+    float frame;
+    float value;
+};
+
+// A curve of `type` through keys given in frames of the demo's 30 frames a second.
+AnimItem *curve(int32_t relid, int32_t type, int16_t interpolation, std::initializer_list<Key> keys,
+                int16_t post = FCV_EXTRA_CONSTANT) {
+    Fcurve *c = fcurveCreate(type, 0);
+    c->interpolation = static_cast<uint16_t>(interpolation);
+    c->postMode = post;
+    for (const Key &k : keys) {
+        FcurveKey *key = fcurveKeyNew();
+        key->time = (k.frame - 1.0f) / 30.0f;
+        key->value = k.value;
+        key->interpolation = interpolation;
+        fcurveAddKey(c, key, 0, 0, 0);
+    }
+    AnimItem *item = static_cast<AnimItem *>(calloc(1, sizeof(AnimItem)));
+    *item = AnimItem{c, relid, CHP_MODELS, 0, 1, nullptr};
+    return item;
+}
+
+// The items in the order given, as one file's list.
+AnimItem *chain(std::initializer_list<AnimItem *> items) {
+    AnimItem *head = nullptr, **tail = &head;
+    for (AnimItem *item : items) {
+        *tail = item;
+        tail = &item->next;
+    }
+    return head;
 }
 
 Material colouredMaterial(const char *name, float r, float g, float b) {
@@ -106,6 +142,28 @@ int main(int argc, char *argv[]) {
         ok = ok && demo.relate(CHP_MODELS, root, CHP_MATERIALS, material[0], 300);
         for (int i = 0; i < 3; ++i)
             ok = ok && demo.relate(CHP_MODELS, members[i], CHP_MATERIALS, material[i + 1], 300);
+
+        // Rotation in degrees about y, a full turn over the play range.
+        AnimItem *turn = chain({curve(101, 4, FCV_SPLINE, {{1, 0}}),
+                                curve(101, 5, FCV_SPLINE, {{1, 0}, {50, 200}, {100, 360}}),
+                                curve(101, 6, FCV_SPLINE, {{1, 0}})});
+        // Up and down twice a second-and-a-half, repeating past its last key.
+        AnimItem *bob = chain({curve(113, 139, FCV_LINEAR, {{1, 3}}),
+                               curve(113, 140, FCV_LINEAR, {{1, 0}, {13, 1.5f}, {25, 0}},
+                                     FCV_EXTRA_PERIODIC),
+                               curve(113, 141, FCV_LINEAR, {{1, 0}})});
+        // Steps up, then a flat-tangent ease back down.
+        AnimItem *grow = chain({curve(100, 1, FCV_CONSTANT, {{1, 1}, {25, 1.5f}, {50, 2}}),
+                                curve(100, 2, FCV_SLOPE0, {{1, 1}, {50, 2}, {100, 1}}),
+                                curve(100, 3, FCV_PLATEAU, {{1, 1}, {50, 2}, {75, 2}, {100, 1}})});
+        const std::pair<const char *, AnimItem *> files[] = {
+            {"demo-world", turn}, {"demo-sheet", bob}, {"demo-panel", grow}};
+        for (const auto &[name, items] : files) {
+            std::string file = tdFullName(tdWriteAnimation(db, name, items));
+            animItemsFree(items);
+            ok = ok && !file.empty();
+            if (ok) demo.add(CHP_ANIMATION, file);
+        }
         ok = ok && !tdWriteScene(db, "demo", demo, now).empty();
     }
     if (!ok) return 1;

@@ -47,7 +47,7 @@ AnimItem *curve(int32_t relid, int32_t type, int16_t interpolation, std::initial
     c->postMode = post;
     for (const Key &k : keys) {
         FcurveKey *key = fcurveKeyNew();
-        key->time = (k.frame - 1.0f) / 30.0f;
+        key->time = k.frame / 30.0f;  // frame f plays at f / rate
         key->value = k.value;
         key->interpolation = interpolation;
         fcurveAddKey(c, key, 0, 0, 0);

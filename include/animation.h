@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 struct Dictionary;
 struct RelationDict;
@@ -145,7 +146,6 @@ int fcurveScaleValue(Fcurve *curve, float from, float to, float pivot, float sca
 
 // Keyword form of a curve inside setup and effect files, read with the shared
 // token reader. Null, with a message on standard output, on a bad word.
-#include <cstdio>
 Fcurve *fcurveAsciiRead(FILE *stream);
 int fcurveAsciiWrite(FILE *stream, const Fcurve *curve);  // 1 if every write succeeded
 // Raw curve files (.fraw): "count interpolation", then "time value left right"
@@ -288,7 +288,7 @@ struct UpdateRecord {
     int32_t element;          // index of the driven element
     void *data;               // the element's data (Model, Camera, ...)
     UpdateHandler handler;    // looked up once when the record is added; null: nothing to do
-    void *reserved;           // free
+    int32_t foSum;            // sum of fo over the relation's rows with dd set
     int32_t relation;         // relation id; the key of the dispatch
     int16_t sourceCount;      // entries of sources
     UpdateSource *sources;    // malloc'd, owned by the record
@@ -310,3 +310,159 @@ void updatelistClear(UpdateList *list);
 // Handler of (group, relid); null for none. Handlers register at start.
 UpdateHandler updateHandlerFind(int group, int32_t relid);
 void updateHandlerRegister(int group, int32_t relid, UpdateHandler handler);
+
+// ---------------------------------------------------------------------------
+// Building and walking the update list; transforms of models, cameras, lights.
+
+struct Element;
+struct RelationGroup;
+struct RelationInst;
+struct Model;
+struct Camera;
+struct Light;
+
+// Relation ids that exist only in the list or only while it is built.
+constexpr int32_t REL_HIERARCHY_STEP = -100;       // global transform of a model and its subtree
+constexpr int32_t REL_WAVE_HIERARCHY_STEP = -101;  // the same on a wave's transform object
+constexpr int32_t REL_GEOMETRY_END = -200;         // end of an element's deformations
+constexpr int32_t REL_IMAGE_SEQUENCE = -400;       // self relation of an image-sequence texture
+constexpr int32_t REL_PARENT = 110;                // child to parent
+
+constexpr int TOPOSORT_MAX_LEVEL = 100;  // deepest recursion of the sort
+
+// ---------------------------------------------------------------------------
+// Building
+
+// Builds `list` from the scene's relations. 1, or 0 on a cycle or when the
+// recursion goes deeper than TOPOSORT_MAX_LEVEL; the list then stays dirty
+// and empty. A list that is not dirty is left as it is. With `checkOnly` the
+// sort only tests for cycles and the list is untouched. With `partial` only
+// elements that are `marked` start a sweep, and the caller owns the virtual
+// relations.
+int updatelistBuild(Dictionary *dict, UpdateList *list, int checkOnly, int partial);
+// The partial build into dict->update2: the dependents of the marked elements
+// are marked by a reverse pass over `group` (-1: all groups), then listed.
+int updatelistBuildFrom(Dictionary *dict, int group, int withVirtual, int checkOnly);
+// One visit of the sort: group `group` of `element` in direction list `groups`
+// (its childGroups when `forward`, else its parentGroups). 1 on success.
+int TopoSort(Dictionary *dict, UpdateList *list, Element *element, RelationGroup *groups,
+             int chapter, int32_t elementIndex, int group, int level, int noOutput, int forward,
+             int partial, int tolerant);
+// State and cursor 0 in every group of one direction of every live element.
+void updatelistReset(Dictionary *dict, int forward);
+// Appends a record and returns the new count; the record owns `sources`. Data
+// and active flag come from `entry` (null: no data, active). A MODELS element
+// without data gets no record. The handler is looked up here, once.
+int updatelistAddRecord(UpdateList *list, int chapter, int32_t elementIndex, const Element *element,
+                        int32_t relation, const RelationInst *entry, int group, int sourceCount,
+                        UpdateSource *sources);
+// Adds (`add` 1) or removes the virtual relations that order models without a
+// special case in the sort; `withTextures` adds the self relation of every
+// image-sequence texture too. The dictionary's dirty words are left as found.
+void hierarchyRelations(Dictionary *dict, int add, int withTextures);
+// The main list of a scene after a load; on failure the cycle is reported
+// through msgError and 0 is returned.
+int updatelistBuildScene(Dictionary *dict);
+void updatelistUnmark(Dictionary *dict);  // clears `marked` of every element
+
+// Where the calling thread's last failed sort stopped.
+struct UpdateFailure {
+    int32_t chapter;  // chapter of the element whose group closed the cycle
+    int32_t element;  // its index
+    int32_t group;    // its group
+    int32_t tooDeep;  // 1: the depth limit, not a cycle
+};
+const UpdateFailure *updatelistLastFailure();
+
+// Channel runs: records of `main` equal to one of `hiPriority` in chapter,
+// element, group and relation are switched off, so each runs in one list.
+void updatelistDeactivateShared(UpdateList *main, const UpdateList *hiPriority);
+// With EVAL_OPT_PRUNE_CHANNELS: curve sources that a following expression
+// overrides with a plain channel value are switched off (needs the hooks).
+void updatelistPruneChannels(UpdateList *list);
+
+// ---------------------------------------------------------------------------
+// Evaluating
+
+// Whether the record runs at `time`, and at which time (a relation switched
+// off by its activation curve stays at the moment it went off).
+int updatelistRecordNeeded(UpdateRecord *record, float time, float *effectiveTime);
+void updatelistEvalRecord(UpdateRecord *record, float time, int *flags);
+// The scene update: one walk of the list.
+void updatelistEval(Dictionary *dict, UpdateList *list, float time);
+// Global transforms of every model tree, then the main list at `time`: the
+// first update after a load.
+void updatelistSceneUpdate(Dictionary *dict, float time);
+
+// Update modes of the walk (g_updateMode): what the user asked to see move.
+enum UpdateMode { UPDATE_ALL = 0, UPDATE_SELECTED = 1, UPDATE_VISIBLE = 2 };
+extern int g_updateMode;
+
+// Environment switches, read once: BW_MANIPULATION_OPTIM (present: on) and
+// BW_NO_OPTIM_UNTOLD_REL (present: the skipping of hidden models nobody reads
+// is off), BW_NO_ENVELOP_OPTIM (present: envelope work is not deferred).
+int evalManipulationOptim();
+int evalUntoldRelOptim();
+int evalEnvelopeDeferral();
+void evalFlagsReset();  // the next question reads the environment again
+
+// ---------------------------------------------------------------------------
+// Printing: " \n\n UPDATE LIST: \n" and a line per record, verbose or short.
+// A title (the list's name) is printed first with a rule of its length.
+void updatelistPrint(FILE *out, Dictionary *dict, const UpdateList *list, int verbose,
+                     const char *title);
+
+// ---------------------------------------------------------------------------
+// Transforms. Row vectors (p' = p M), translation in the fourth row, Euler
+// angles in the order Rx Ry Rz, radians in models, degrees in curves.
+
+constexpr double DEG_TO_RAD = 0.0174532925;
+
+extern int g_scalingType;      // scene setting: 0 own scaling, 1 classical scaling
+extern int g_eulerFoldToHint;  // 1: extracted angles move by whole turns towards the hint
+
+void eulerToMatrix(const float angles[3], float m[4][4]);
+// The angles of the rotation in `m` nearest to `hint` of the two solutions.
+void matrixToEuler(const float m[4][4], const float hint[3], float angles[3]);
+
+// Recomputes the global transform of `model` under `parent` (null for a
+// root) and, with `recurse`, of its subtree.
+void modelGlobalUpdate(Model *parent, Model *model, int recurse);
+// Each takes a global value and turns it into the local one, then updates the subtree.
+void modelSetLocalPosition(Model *model, const float position[3]);
+void modelSetLocalRotation(Model *model, const float rotation[4][4]);
+void modelSetLocalScaling(Model *model, const float scaling[3]);
+// The chain root above a joint or effector: the first type 0 ancestor of kind 1 or 2.
+Model *chainRootOf(Model *model);
+
+// The camera frame from position, interest and roll. With `upPoint`, the up
+// direction points at it and the roll that gives it is stored.
+void cameraViewUpdate(Camera *camera, const float *upPoint);
+
+// ---------------------------------------------------------------------------
+// Boundaries to the modules that live elsewhere. Each may be null; the walk
+// then does without.
+
+struct EvalHooks {
+    // Transform object of a wave element's data.
+    Model *(*waveTransfo)(void *wave);
+    // A keyed joint rotation handed to its chain.
+    void (*chainJointRotation)(Model *joint, float time);
+    // The stored goal of a joint's or effector's chain into `goal`; 1 if there is one.
+    int (*chainGoalGet)(Model *model, float goal[3]);
+    // A new goal for a joint or effector.
+    void (*chainGoalSet)(Model *model, const float goal[3]);
+    // State of the record's display item: DISPLAY_ITEM_* bits, 0 when it has none.
+    uint32_t (*displayItem)(const UpdateRecord *record);
+    // Fcurve type an expression record assigns; -1 when unknown. With
+    // `fromChannel`, only when the value is a plain channel value.
+    int32_t (*expressionTarget)(const UpdateRecord *record, int fromChannel);
+    // Whether an element is driven by a channel connection.
+    int (*channelConnected)(int chapter, int32_t element);
+};
+extern EvalHooks g_evalHooks;
+
+constexpr uint32_t DISPLAY_ITEM_PRESENT = 1;
+constexpr uint32_t DISPLAY_ITEM_SELECTED = 2;
+constexpr uint32_t DISPLAY_ITEM_HIGHLIGHTED = 4;
+constexpr uint32_t DISPLAY_ITEM_HIDDEN = 8;

@@ -21,4 +21,38 @@ struct Camera {
     float filmWidth = 36.0f;       // film back width
     float nearClip = 0.1f;         // near clipping distance
     float farClip = 1000.0f;       // far clipping distance
+    // Evaluated state.
+    float viewMatrix[4][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 10, 1}};
+                                   // camera frame: rows side, up, back (it looks along -z), eye
+    float planeDistance = 1.0f;    // projection plane distance
+    float planeWidth = 0.828427f;  // projection plane width
+    float planeHeight = 0.559188f; // projection plane height
+    float fStop = 5.6f;            // depth of field: aperture
+    float focusDistance = 10.0f;   // depth of field: distance in focus
+    float nearFocus = 5.0f;        // depth of field: near limit
+    float farFocus = 20.0f;        // depth of field: far limit
+    float dofKept = 0.0f;          // depth of field value kept for the renderer
+    float circleOfConfusion = 0.0f;  // largest circle of confusion
+    int32_t dofMode = 0;           // depth of field: 0 off, 1 f-stop and focus, 2 near and far
+    uint16_t visibility = 2;       // display value: 2 visible, 0 hidden
+};
+
+// A light of the LIGHTS chapter: the fields its relations drive.
+struct Light {
+    uint16_t type = 0;                       // kind of light, from its file
+    uint16_t on = 1;                         // 1 lights the scene
+    uint16_t visibility = 2;                 // display value: 2 visible, 0 hidden
+    float colour[3] = {1.0f, 1.0f, 1.0f};    // red, green, blue
+    float position[3] = {0.0f, 0.0f, 0.0f};  // world coordinates
+    float interest[3] = {0.0f, 0.0f, -1.0f}; // the point lit towards
+    float coneAngle = 0.7854f;               // spot cone, radians
+    float spreadAngle = 0.0f;                // spot spread, radians
+    float factor = 1.0f;                     // intensity factor
+    float attenuation[3] = {1.0f, 0.0f, 0.0f};  // constant, linear, quadratic
+    float directionAngles[3] = {0.0f, 0.0f, 0.0f};  // Euler angles turning (0, 0, -1), radians
+    float direction[3] = {0.0f, 0.0f, -1.0f};       // unit direction from those angles
+    float extraColour[3] = {0.0f, 0.0f, 0.0f};      // colour of the extra term, at least 0
+    float extraIntensity = 0.0f;             // intensity of the extra term, at least 0
+    int32_t extraCount[2] = {0, 0};          // two counts of the extra term, at least 0
+    float extraRatio = 1.0f;                 // ratio of the extra term, at most 1
 };

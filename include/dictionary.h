@@ -544,8 +544,8 @@ int sceneConnectAnimation(Dictionary *dict, const RelationDict *table);
 
 // Steps of a load that belong to the evaluation core; each may be null.
 struct SceneLoadHooks {
-    void (*buildUpdateLists)(Dictionary *dict);  // the main update list
-    void (*updateScene)(Dictionary *dict);       // the first scene update
+    int (*buildUpdateLists)(Dictionary *dict);          // the main update list; 0 on a cycle
+    void (*updateScene)(Dictionary *dict, float time);  // the first scene update
 };
 extern SceneLoadHooks g_sceneLoadHooks;
 

@@ -32,26 +32,71 @@ union ModelGeometry {
     NurbsSurface *surface;      // type 10
 };
 
+// Roles of Model::kind.
+enum ModelKind : int32_t {
+    MODEL_KIND_NONE = 0,
+    MODEL_KIND_CHAIN = 1,          // chain root (type 0) or joint (type 5)
+    MODEL_KIND_CHAIN_DYNAMIC = 2,  // the same under dynamics
+    MODEL_KIND_EFFECTOR = 3,       // chain effector (type 0)
+    MODEL_KIND_EFFECTOR_2 = 4,     // chain effector of the second form
+    MODEL_KIND_DYNAMIC = 12,       // object under dynamics
+};
+constexpr int32_t MODEL_TYPE_NULL = 0;   // Model::type of a null node
+constexpr int32_t MODEL_TYPE_JOINT = 5;  // Model::type of a chain joint
+
+constexpr uint16_t TRANSFO_DIRTY_SCALE = 2;     // transfoDirty*: scaling changed
+constexpr uint16_t TRANSFO_DIRTY_ROTATION = 4;  // rotation changed
+constexpr uint16_t TRANSFO_DIRTY_POSITION = 8;  // translation changed
+constexpr uint16_t TRANSFO_MIRRORED = 16;       // transfoDirtyDraw: handedness changed
+constexpr uint16_t MODEL_IN_UPDATE = 1;         // transfoFlags: global transform being computed
+constexpr uint16_t MODEL_CHAIN_SCALING = 2;     // transfoFlags: sheared-child correction asked
+constexpr uint16_t MODEL_DRAW_STATE_A = 1;      // drawState: overloaded visibility 2
+constexpr uint16_t MODEL_DRAW_STATE_B = 2;      // drawState: overloaded visibility 3
+constexpr uint16_t MODEL_WAIT_PHYSICAL = 1;     // subtreeWait: physical data
+constexpr uint16_t MODEL_WAIT_DYNAMIC = 2;      // subtreeWait: dynamic data
+
 struct Model {
     char *name;                      // malloc'd; "obj%1hd" for nodes made without one
     uint16_t flags;                  // MODEL_FLAG_FILE1 and run-time bits
     uint16_t flags2;                 // run-time word, cleared after a whole tree is read
     int32_t type;                    // ModelType
     ModelGeometry geometry;          // record of the type; null for none
-    float scaling[3];                // local scale
+    float scaling[3];                // local scale; |component| kept at least 1e-5 by evaluation
     float rotation[3];               // local rotation, radians (degrees on disk)
     float translation[3];            // local translation
-    float rotMatrix[4][4];           // Rx Ry Rz of rotation
+    float rotMatrix[4][4];           // local rotation matrix: Rx Ry Rz of rotation
     float localMatrix[4][4];         // scale, rotation, translation, row vectors
-    float globalMatrix[4][4];        // localMatrix times the parent's globalMatrix
+    float globalMatrix[4][4];        // world matrix: what display and constraints read
+    // Transform state of the evaluation; the six fields above are its local
+    // values and its result. What every update reads and writes comes first.
+    float parentScale[3];            // parent's global scale; 1, 1, 1 without parent
+    float parentRotation[4][4];      // parent's global rotation; identity without parent
+    float parentPosition[3];         // parent's global position; 0 without parent
+    float globalScale[3];            // scale in world terms, per own axis
+    float globalRotation[4][4];      // pure rotation in world terms
+    float globalPosition[3];         // origin in world coordinates
+    uint16_t transfoDirty;           // TRANSFO_DIRTY_* set by evaluation, cleared by its readers
+    uint16_t transfoDirtyDraw;       // the same for the draw side, plus TRANSFO_MIRRORED
+    uint16_t transfoFlags;           // MODEL_IN_UPDATE, MODEL_CHAIN_SCALING
+    uint16_t visible;                // 1 shown, 0 hidden by the visibility relations
+    int32_t kind;                    // ModelKind: role in kinematics and dynamics
+    int32_t chainType;               // effector: 1 holds an absolute orientation
+    Model *parent;                   // set by the reader
+    Model *firstChild;               // first child
+    Model *nextSibling;              // next child of the parent
+    float relativeMatrix[4][4];      // globalMatrix times the inverse of the parent's; only when asked
+    float classicalRotation[4][4];   // classical scaling: the own-scaling rotation kept beside
+    float classicalScale[3];         // classical scaling: the own-scaling global scale
+    float classicalPosition[3];      // classical scaling: the own-scaling global position
+    float keyedRotation[2];          // last keyed x and y rotation, radians
+    uint16_t drawState;              // MODEL_DRAW_STATE_* chosen by an overloaded visibility
+    uint16_t deformChildren;         // non-zero: deforms its descendants, not itself
+    uint16_t subtreeWait;            // MODEL_WAIT_* data that makes the model wait for its subtree
     uint16_t materialCount;          // entries of materials
     Material **materials;            // new'd; null entries for references, linked by the scene's relations
     uint16_t texture2DCount;         // entries of textures2D
     Texture2D **textures2D;          // new'd; null entries for references
     Texture3D *texture3D;            // new'd; first inline 3D texture; null for none
-    Model *parent;                   // set by the reader
-    Model *firstChild;               // first child
-    Model *nextSibling;              // next child of the parent
     uint16_t visibility;             // 65535 on disk reads as 0
     uint16_t animKind;               // animation kind
     uint8_t *animBlock;              // deformation or animation block of token 13; null for none

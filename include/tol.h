@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "animation.h"
+
 using TOL_Status = int32_t;  // 0 for no error; an index into the status table
 
 constexpr int TOL_STATUS_COUNT = 150;  // rows of the status table
@@ -125,9 +127,7 @@ struct TOL_AudioContainer {
 };
 
 struct TOL_UpdateListRow {
-    void *head = nullptr;  // first record of the scene's main update list
-    void *tail = nullptr;  // last record
-    int32_t count = 0;     // records
+    UpdateList list;  // the scene's main update list, owned by the row; built by TOL_updatelistGet
 };
 
 constexpr int TOL_MANIPULATION_FLAGS = 15;

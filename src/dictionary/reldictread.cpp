@@ -96,7 +96,7 @@ void readRelationRows(FILE *stream, RelationDict *table, bool extra) {
         RelationRow row;
         row.relid = clamp32(strtol(word.c_str(), nullptr, 10));
         std::string name, from, to, gFrom, gTo;
-        long rk = 0, fo = 0, dd = 0, act = 1, actdep = 1, ignored = 0;
+        long rk = 0, fo = 0, dd = 0, act = 1, actdep = 1, flags = 0;
         // A damaged number reads as 0; a row cut by the end of the file is dropped.
         if (!nextToken(stream, name) || !nextToken(stream, from) || !nextToken(stream, to) ||
             !nextToken(stream, gFrom) || !nextToken(stream, gTo))
@@ -104,7 +104,7 @@ void readRelationRows(FILE *stream, RelationDict *table, bool extra) {
         bool whole = readNumber(stream, &rk) && readNumber(stream, &fo) && readNumber(stream, &dd);
         if (whole && extra)
             whole = readNumber(stream, &act) && readNumber(stream, &actdep) &&
-                    readNumber(stream, &ignored);
+                    readNumber(stream, &flags);
         if (!whole) return;
         row.name = name;
         row.rk = clamp16(rk);
@@ -112,6 +112,10 @@ void readRelationRows(FILE *stream, RelationDict *table, bool extra) {
         row.dd = clamp16(dd);
         row.act = clamp16(act);
         row.actdep = clamp16(actdep);
+        // The last number's bits: 1 the relation adds no update record,
+        // 2 a hierarchy step stands before its record.
+        row.noRecord = (flags & 1) ? 1 : 0;
+        row.hierarchyFirst = (flags & 2) ? 1 : 0;
         row.kind = RELKIND_RELATIONS;
         int src = chapterWord(from), dst = chapterWord(to);
         int gs = groupFind(gFrom), gd = groupFind(gTo);

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "animation.h"
 #include "database.h"
 #include "dictionary.h"
 #include "tol.h"
@@ -22,6 +23,9 @@ bool fileOpens(const std::string &path) {
 
 TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdkVersion) {
     if (!resourcePath) return tol_report(16, "TOL_Init():path:");
+    // A load ends with the scene's update list and its first update.
+    g_sceneLoadHooks.buildUpdateLists = updatelistBuildScene;
+    g_sceneLoadHooks.updateScene = updatelistSceneUpdate;
 
     char cwd[BW_PATH_MAX];
     g_workDir = getcwd(cwd, sizeof cwd) ? cwd : "";

@@ -11,6 +11,7 @@
 #include "dictionary.h"
 #include "tol.h"
 #include "tol_internal.h"
+#include "animation.h"
 
 TOL_RenderCtrl g_renderCtrl;
 uint16_t g_actionCtrl = 0;
@@ -331,10 +332,23 @@ TOL_Status TOL_updatelistGet(TOL_Scene *scene) {
     TOL_Status status = frame.status();
     if (status == 0) {
         Dictionary *dict = dictGet(static_cast<int>(scene->dict));
-        // The list is built from the relation table once scenes carry relations;
-        // until then it is empty.
-        dict->update.dirty = 0;
-        *tol_sidUpdateList(scene) = TOL_UpdateListRow{};
+        // Built in the dictionary's place, handed to the scene's row, and the
+        // dictionary's own list put back: each call yields a list of its own.
+        UpdateList saved = dict->update;
+        dict->update = UpdateList{};
+        if (updatelistBuild(dict, &dict->update, 0, 0)) {
+            TOL_UpdateListRow *row = tol_sidUpdateList(scene);
+            updatelistClear(&row->list);
+            row->list = dict->update;
+            // A debugging aid: the list as the scene will walk it.
+            if (getenv("BW_UPDATE_LIST_DUMP"))
+                updatelistPrint(stderr, dict, &row->list, 1, "MAIN UPDATE LIST");
+        } else {
+            updatelistClear(&dict->update);
+            const UpdateFailure *at = updatelistLastFailure();
+            status = tol_report(63, "TOL_updatelistGet():", at->chapter, at->element, at->group);
+        }
+        dict->update = saved;
     }
     return frame.finish(status);
 }
@@ -348,7 +362,11 @@ TOL_Status TOL_updatelistEvalScene(TOL_Scene *scene, float time) {
         double frames = static_cast<double>(time) * g_playCtrl.framesPerSecond;
         g_currentFrame = static_cast<int32_t>(frames < 0 ? frames - 0.5 : frames + 0.5);
         g_evalFromList = 1;
-        // The scene is evaluated here at `time` once the evaluation core exists.
+        Dictionary *dict = dictGet(static_cast<int>(scene->dict));
+        UpdateList saved = dict->update;
+        dict->update = tol_sidUpdateList(scene)->list;
+        updatelistEval(dict, &dict->update, time);
+        dict->update = saved;
         g_evalFromList = 0;
         g_currentFrame = savedFrame;
     }

@@ -17,7 +17,6 @@ using V = std::vector<int32_t>;
 
 // Relation ids of the test table.
 enum TestRelation {
-    REL_PARENT = 110,    // MODELS -> MODELS, TRANSFO, fan-out 1
     REL_MATERIAL = 400,  // MODELS -> MATERIALS, RENDER, fan-out 2, two rows
     REL_ANIM = 111,      // MODELS -> ANIMATION, PARAM, fan-out 8
     REL_ANY = 900,       // * -> *, OTHER

@@ -582,7 +582,10 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     if (Chapter *animation = dictChapter(dict, CHP_ANIMATION)) elemHierSort(animation);
 
     // 10: the first scene update.
-    if (g_sceneLoadHooks.updateScene) g_sceneLoadHooks.updateScene(dict);
+    if (g_sceneLoadHooks.updateScene) {
+        float rate = g_playCtrl.framesPerSecond > 0 ? g_playCtrl.framesPerSecond : 30.0f;
+        g_sceneLoadHooks.updateScene(dict, static_cast<float>(g_playCtrl.currentFrame) / rate);
+    }
 
     // 11
     for (int c = 0; c < dict->chapterCount; ++c)

@@ -151,6 +151,13 @@ Model *modelNew(const char *name, int32_t type, void *geometry) {
     identity(n->rotMatrix);
     identity(n->localMatrix);
     identity(n->globalMatrix);
+    // Neutral transform state until the first evaluation.
+    for (int i = 0; i < 3; ++i) n->parentScale[i] = n->globalScale[i] = n->classicalScale[i] = 1.0f;
+    identity(n->parentRotation);
+    identity(n->globalRotation);
+    identity(n->relativeMatrix);
+    identity(n->classicalRotation);
+    n->visible = 1;
     return n;
 }
 

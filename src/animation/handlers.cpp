@@ -1,0 +1,102 @@
+// The handler table: for each relation group the handlers by relation id.
+// Records look their handler up once, when they are added to a list, so the
+// walk calls through the record without any search.
+#include <mutex>
+
+#include "updatelist_internal.h"
+
+namespace {
+
+constexpr int HANDLERS_PER_GROUP = 128;  // room per group; built-ins use fewer than 40
+
+struct HandlerSlot {
+    int32_t relid;          // relation id
+    UpdateHandler handler;  // its evaluation
+};
+
+struct HandlerTable {
+    int32_t count[REL_GROUP_COUNT];                             // slots in use per group
+    HandlerSlot slots[REL_GROUP_COUNT][HANDLERS_PER_GROUP];     // ascending relid per group
+};
+
+HandlerTable s_table;
+
+// The relations evaluated here, by group.
+struct BuiltinHandler {
+    int16_t group;           // RelationGroupId
+    int32_t first, last;     // relation ids, inclusive
+    UpdateHandler handler;
+};
+
+const BuiltinHandler BUILTINS[] = {
+    {RELGR_PARAM, 10, 10, evalModelVisibility},
+    {RELGR_PARAM, 12, 12, evalModelVisibility},
+    {RELGR_PARAM, 1100, 1100, evalCameraVisibility},
+    {RELGR_PARAM, 1130, 1144, evalCameraParam},
+    {RELGR_PARAM, 2100, 2100, evalLightVisibility},
+    {RELGR_PARAM, 2130, 2136, evalLightParam},
+    {RELGR_PARAM, 2201, 2207, evalLightParam},
+    {RELGR_TRANSFO, REL_WAVE_HIERARCHY_STEP, REL_WAVE_HIERARCHY_STEP, evalHierarchyStep},
+    {RELGR_TRANSFO, REL_HIERARCHY_STEP, REL_HIERARCHY_STEP, evalHierarchyStep},
+    {RELGR_TRANSFO, 100, 100, evalLocalScaling},
+    {RELGR_TRANSFO, 610, 610, evalLocalScaling},
+    {RELGR_TRANSFO, 101, 101, evalLocalRotation},
+    {RELGR_TRANSFO, 611, 611, evalLocalRotation},
+    {RELGR_TRANSFO, 113, 113, evalLocalTranslation},
+    {RELGR_TRANSFO, 613, 613, evalLocalTranslation},
+    {RELGR_TRANSFO, 1113, 1113, evalCameraPosition},
+    {RELGR_TRANSFO, 1115, 1115, evalCameraPosition},
+    {RELGR_TRANSFO, 1117, 1117, evalCameraView},
+    {RELGR_TRANSFO, 1130, 1130, evalCameraParam},
+    {RELGR_TRANSFO, 2113, 2113, evalLightPosition},
+    {RELGR_TRANSFO, 2115, 2115, evalLightPosition},
+    {RELGR_GEOM, REL_GEOMETRY_END, REL_GEOMETRY_END, evalGeometryEnd},
+};
+
+void insert(int group, int32_t relid, UpdateHandler handler) {
+    int32_t &count = s_table.count[group];
+    HandlerSlot *slots = s_table.slots[group];
+    int pos = 0;
+    while (pos < count && slots[pos].relid < relid) ++pos;
+    if (pos < count && slots[pos].relid == relid) {
+        slots[pos].handler = handler;
+        return;
+    }
+    if (count == HANDLERS_PER_GROUP) return;
+    for (int i = count; i > pos; --i) slots[i] = slots[i - 1];
+    slots[pos] = HandlerSlot{relid, handler};
+    ++count;
+}
+
+std::once_flag s_builtins;
+
+}  // namespace
+
+void updateHandlersInit() {
+    std::call_once(s_builtins, [] {
+        for (const BuiltinHandler &b : BUILTINS)
+            for (int32_t id = b.first; id <= b.last; ++id) insert(b.group, id, b.handler);
+    });
+}
+
+void updateHandlerRegister(int group, int32_t relid, UpdateHandler handler) {
+    if (group < 0 || group >= REL_GROUP_COUNT) return;
+    updateHandlersInit();
+    insert(group, relid, handler);
+}
+
+UpdateHandler updateHandlerFind(int group, int32_t relid) {
+    if (group < 0 || group >= REL_GROUP_COUNT) return nullptr;
+    updateHandlersInit();
+    const HandlerSlot *slots = s_table.slots[group];
+    int low = 0, high = s_table.count[group] - 1;
+    while (low <= high) {
+        int mid = (low + high) / 2;
+        if (slots[mid].relid == relid) return slots[mid].handler;
+        if (slots[mid].relid < relid)
+            low = mid + 1;
+        else
+            high = mid - 1;
+    }
+    return nullptr;
+}

@@ -1,0 +1,65 @@
+// Helpers shared by the files of the update list and the transforms; not
+// part of the public interface. The tests reach them too.
+#pragma once
+
+#include "dictionary.h"
+#include "animation.h"
+
+// ---------------------------------------------------------------------------
+// The walk in progress on this thread: the update thread and the draw side's
+// high-priority list each walk their own scene at the same time.
+
+struct WalkState {
+    Dictionary *dict;   // dictionary of the list being walked; null outside a walk
+    UpdateList *list;   // the list being walked
+    int deferred;       // envelope work is kept for the end of the walk
+};
+WalkState &walkState();
+
+// ---------------------------------------------------------------------------
+// Matrices: 4 by 4, row vectors, sums in double precision.
+
+void mat4Identity(float m[4][4]);
+void mat4Copy(float to[4][4], const float from[4][4]);
+void mat4Mul(const float a[4][4], const float b[4][4], float out[4][4]);  // out may be a or b
+// Inverse of an affine matrix (fourth column 0, 0, 0, 1); 0 when singular.
+int mat4Inverse(const float m[4][4], float out[4][4]);
+void pointMul(const float p[3], const float m[4][4], float out[3]);  // p as (x, y, z, 1)
+// Turns v by `angle` about the unit `axis`, right-handed.
+void vecRotate(const double v[3], const double axis[3], double angle, double out[3]);
+
+// ---------------------------------------------------------------------------
+// Handlers of the relations this library evaluates, registered at first use.
+
+void updateHandlersInit();
+
+void evalLocalScaling(UpdateRecord *record, float time, int *flags);      // 100, 610
+void evalLocalRotation(UpdateRecord *record, float time, int *flags);     // 101, 611
+void evalLocalTranslation(UpdateRecord *record, float time, int *flags);  // 113, 613
+void evalHierarchyStep(UpdateRecord *record, float time, int *flags);     // -100, -101
+void evalGeometryEnd(UpdateRecord *record, float time, int *flags);       // -200
+void evalModelVisibility(UpdateRecord *record, float time, int *flags);   // 10, 12
+void evalCameraPosition(UpdateRecord *record, float time, int *flags);    // 1113, 1115
+void evalCameraView(UpdateRecord *record, float time, int *flags);        // 1117
+void evalCameraVisibility(UpdateRecord *record, float time, int *flags);  // 1100
+void evalCameraParam(UpdateRecord *record, float time, int *flags);       // 1130 to 1144
+void evalLightPosition(UpdateRecord *record, float time, int *flags);     // 2113, 2115
+void evalLightVisibility(UpdateRecord *record, float time, int *flags);   // 2100
+void evalLightParam(UpdateRecord *record, float time, int *flags);        // 2130 to 2136, 2201 to 2207
+
+// The model a transform record works on: the wave's transform object for the
+// wave relations, else the record's data.
+Model *recordTransfo(const UpdateRecord *record);
+
+// ---------------------------------------------------------------------------
+// Building
+
+// Ids that only the virtual relations use.
+bool isVirtualRelation(int32_t relid);
+// Records the place of a failed sort for updatelistLastFailure.
+void updatelistFailureSet(int chapter, int32_t element, int group, int tooDeep);
+// Gives each hierarchy record the models its step must update itself: the
+// subtree less the branches whose own hierarchy record comes later.
+void updatelistLinkHierarchy(UpdateList *list);
+// Writes the sentinel behind the last record; the count stays.
+void updatelistSentinel(UpdateList *list);

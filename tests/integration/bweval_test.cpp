@@ -1,0 +1,78 @@
+// bweval on the demo database: the animated scene's numbers frame by frame,
+// checked against what its curves give by hand.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "capture.h"
+#include "run_viewer.h"
+
+namespace {
+
+struct Pose {
+    double t[3], r[3], s[3];
+};
+
+// frame -> model -> pose, from bweval's lines.
+std::map<int, std::map<std::string, Pose>> parse(const std::string &out) {
+    std::map<int, std::map<std::string, Pose>> frames;
+    std::istringstream in(out);
+    std::string line;
+    int frame = -1;
+    while (std::getline(in, line)) {
+        if (sscanf(line.c_str(), "frame %d", &frame) == 1) continue;
+        char name[64];
+        Pose p;
+        if (sscanf(line.c_str(), " %63s T %lf %lf %lf R %lf %lf %lf S %lf %lf %lf", name, &p.t[0],
+                   &p.t[1], &p.t[2], &p.r[0], &p.r[1], &p.r[2], &p.s[0], &p.s[1], &p.s[2]) == 10)
+            frames[frame][name] = p;
+    }
+    return frames;
+}
+
+class Bweval : public ::testing::Test {
+protected:
+    void SetUp() override {
+        bwtest::RunResult made = bwtest::runProgram(BW_BWDEMO_BIN, {dir.path()}, dir.path());
+        ASSERT_EQ(made.status, 0) << made.err;
+    }
+    bwtest::TempDir dir;
+};
+
+}  // namespace
+
+TEST_F(Bweval, TheDemoSceneMovesAsItsCurvesSay) {
+    bwtest::RunResult r = bwtest::runProgram(BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "--frames", "1:100:1"},
+                                             dir.path(), {"BW_DBDIR"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto frames = parse(r.out);
+    ASSERT_EQ(frames.size(), 100u) << r.out;
+    for (auto &[frame, models] : frames) {
+        ASSERT_EQ(models.size(), 4u) << frame;
+        // The cube turns in place about y; the ground, a child without curves, follows at y -1.
+        const Pose &world = models["demo-world"], &ground = models["demo-ground"];
+        EXPECT_NEAR(std::hypot(world.t[0], world.t[1], world.t[2]), 0.0, 1e-4);
+        EXPECT_NEAR(ground.t[1], -1.0, 1e-4);
+        // The sheet keeps its distance of 3 from the axis the cube turns about.
+        const Pose &sheet = models["demo-sheet"];
+        EXPECT_NEAR(std::hypot(sheet.t[0], sheet.t[2]), 3.0, 1e-3) << frame;
+    }
+    // The sheet's height is linear from 0 (frame 1) to 1.5 (frame 13) and back to 0 (frame 25), repeating.
+    EXPECT_NEAR(frames[13]["demo-sheet"].t[1], 1.5, 1e-4);
+    EXPECT_NEAR(frames[7]["demo-sheet"].t[1], 0.75, 1e-4);
+    EXPECT_NEAR(frames[25]["demo-sheet"].t[1], 0.0, 1e-4);
+    EXPECT_NEAR(frames[37]["demo-sheet"].t[1], 1.5, 1e-4);
+    // The panel's x scale steps: 1 until frame 25, 1.5 until 50, then 2.
+    EXPECT_NEAR(frames[24]["demo-panel"].s[0], 1.0, 1e-4);
+    EXPECT_NEAR(frames[25]["demo-panel"].s[0], 1.5, 1e-4);
+    EXPECT_NEAR(frames[60]["demo-panel"].s[0], 2.0, 1e-4);
+    // Its z scale holds 2 between its two equal keys (frames 50 and 75).
+    EXPECT_NEAR(frames[60]["demo-panel"].s[2], 2.0, 1e-4);
+    // Half way to its key of 200 degrees the cube has turned, and at rest it has not.
+    EXPECT_NEAR(frames[1]["demo-world"].r[1], 0.0, 1e-3);
+    EXPECT_GT(std::fabs(frames[26]["demo-world"].r[1]), 10.0);
+}

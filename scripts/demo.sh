@@ -11,6 +11,12 @@ rm -rf "$demo"
 "$top/build/bin/bwdemo" "$demo"
 cd "$demo"
 export ASAN_OPTIONS=detect_leaks=0
+
+# The animation as numbers: each model's place every 25 frames.
+echo
+echo "The demo scene's animation (build/bin/bweval -R rsrc demo --frames 1:100:25):"
+"$top/build/bin/bweval" -R "$top/rsrc" demo --frames 1:100:25
+
 viewer=("$top/build/bin/viewer" -R "$top/rsrc" -z "TEXT=Brackwood demo,COLOR=yellow,X=30,Y=900")
 
 if [ -n "${DISPLAY:-}" ]; then

@@ -123,3 +123,70 @@ struct GrFont8x13 {
     uint8_t glyph[GR_FONT_GLYPHS][14];
 };
 extern const GrFont8x13 grFont8x13;
+
+// ---------------------------------------------------------------------------
+// The display form of a surface: what tessellation leaves on a model (vertex
+// and triangle records) and the strip stream built from it.
+
+struct Model;
+struct Material;
+
+constexpr uint32_t TESS_DEFAULT_COLOUR = 0xFFB2B2B2;  // packed colour of a fresh vertex
+
+struct TessVertex {
+    float u, v;            // parameters in the surface
+    float pos[3];          // current position, model coordinates
+    float normal[3];       // unit normal
+    float refPos[3];       // reference position for texture projection
+    int32_t priv[2];       // private words of the strip build
+    float *uv;             // computed UV pair; null at first
+    uint32_t colour;       // packed: byte 0 red, 1 green, 2 blue
+};
+
+struct TessTriangle {
+    TessVertex *v[3];      // corners, counter-clockwise seen from the front
+    int32_t priv[2];       // private words of the strip build
+    Material *material;    // the triangle's material; null for none
+    uint16_t materialIndex;  // index in the model's material list
+    TessTriangle *next;    // next triangle; null for the last
+};
+
+// The per-model strip record.
+struct TmeshHeader {
+    int32_t streamLength;      // floats in stream; 0 after a display list took it over
+    float *stream;             // the strip stream; null after a list took it over
+    int32_t curMaterialId;     // id of the model's current material, -1 none
+    int32_t curMaterialTexId;  // id of that material's texture, -1 none
+    int32_t defaultMaterialId; // id of the model's material at build time
+    int32_t localTextureId;    // -1 none
+    int32_t policy[4];         // useLocalTexture|useMaterialTexture, materialOverLocal,
+                               // currentMaterialOnly, texFilter at build time
+    uint16_t textureState;     // texture.active when the list was compiled
+    int32_t listId;            // display list, -1 none
+    uint16_t compileRequest;   // 1 at build: make a list at the next draw if listEnable
+    int32_t lastMaterial;      // curMatId after the list
+    int32_t lastTexture;       // curTxtId after the list
+};
+
+// Stream cells.
+constexpr float STRIP_MAT_CONSTANT = -3.0f;         // constant material, no vertex colour
+constexpr float STRIP_MAT_CONSTANT_COLOUR = -7.0f;  // constant material with vertex colour
+constexpr float STRIP_MAT_SHADED = -8.0f;           // shaded material, no vertex colour
+constexpr float STRIP_MAT_SHADED_COLOUR = -9.0f;    // shaded material with vertex colour
+constexpr float STRIP_TEXTURE = -5.0f;              // texture id follows
+constexpr float STRIP_END = -6.0f;                  // end of stream
+constexpr float STRIP_PLACEHOLDER = 1313.0f;        // count of a strip not yet closed
+
+extern int g_keepOrientation;  // 1 (default): triangles as generated; 0 swaps corners
+
+// `precision` is glbVar.patch_lod at the callers. 0, or 9 for a null model.
+// Drops the old geometry first.
+int tessellateModel(Model *model, int chooseShape, int shapeIndex, int precision);
+// Tessellates, then (at the next call) builds the strip stream. 0, 23 for a
+// null model, 97 when stopFct stopped it.
+int modelPreprocess(Model *model, BW_GraphicProps *gprops);
+void modelDropStrips(Model *model);
+void modelDropGeometry(Model *model, int recurse);
+// Plays the model's stream (or its display list under listEnable). 0, or 97.
+int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprops);
+TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops);

@@ -120,6 +120,15 @@ struct Model {
     int32_t uvDomainsSize;           // bytes of uvDomains
     uint16_t reserved[4];            // words 545, 546, 547, 539
     int32_t elementIndex;            // MODELS element of the node; -1 before it is linked
+    // Display form, made by the tessellation and the strip build; freed by
+    // modelDropGeometry. modelNew leaves them zero.
+    uint8_t displayFlags;            // 16, 128: strips stale; 64: geometry stale
+    uint8_t box;                     // non-zero: drawn as its local bounding box
+    int32_t vertexCount;             // entries of vertices
+    struct TessVertex *vertices;     // malloc'd; null before tessellation
+    int32_t triangleCount;           // entries of triangles
+    struct TessTriangle *triangles;  // malloc'd; linked in order through next
+    struct TmeshHeader *tmesh;       // strip stream of the model; null for none
 };
 
 // Reading modes.

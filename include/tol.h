@@ -197,6 +197,22 @@ void **tol_sidCamera(const TOL_Scene *scene);
 TOL_Status tol_elementVerify(const TOL_Scene *scene, const TOL_Elem *elem);
 TOL_Status tol_modelVerify(const TOL_Scene *scene, const TOL_Elem *elem);
 TOL_Status tol_cameraVerify(const TOL_Scene *scene, const TOL_Elem *elem);
+
+// Camera navigation. A null camera is the scene's first; a camera whose
+// `active` word is 0 is left alone. Angles in radians; pan in fractions of the
+// view; zoom in for a direction of 0 or more.
+TOL_Status TOL_cameraOrbit(TOL_Scene *scene, const TOL_Elem *camera, float dTheta, float dPhi);
+TOL_Status TOL_cameraIntOrbit(TOL_Scene *scene, const TOL_Elem *camera, float dTheta, float dPhi);
+TOL_Status TOL_cameraWalk(TOL_Scene *scene, const TOL_Elem *camera, float distance);
+TOL_Status TOL_cameraElevate(TOL_Scene *scene, const TOL_Elem *camera, float distance);
+TOL_Status TOL_cameraResetTilt(TOL_Scene *scene, const TOL_Elem *camera);
+TOL_Status TOL_cameraPan(TOL_Scene *scene, const TOL_Elem *camera, float dx, float dy);
+TOL_Status TOL_cameraZoom(TOL_Scene *scene, const TOL_Elem *camera, float direction);
+TOL_Status TOL_cameraDolly(TOL_Scene *scene, const TOL_Elem *camera, float distance);
+// The attribute store: one saved copy per camera element index, shared by
+// the scene contexts (the last to store wins).
+TOL_Status TOL_cameraStoreAttributes(TOL_Scene *scene, const TOL_Elem *camera);
+TOL_Status TOL_cameraRestoreAttributes(TOL_Scene *scene, const TOL_Elem *camera);
 // The central handle check; `dictOverride` -1 for none, `wantChapter` -1 for any.
 // Outputs may be null. With `report` 0 the codes come back unprinted.
 TOL_Status tol_elemResolve(const TOL_Elem *elem, int32_t dictOverride, struct Dictionary **dict,

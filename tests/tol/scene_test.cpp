@@ -4,7 +4,9 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include "camera.h"
@@ -202,4 +204,124 @@ TEST_F(Scenes, VerificationFollowsTheWord) {
     EXPECT_FALSE(tol_verifyEnabled(TOL_VERIFY_ELEMENT));  // only on for the call
     EXPECT_EQ(cap.out.text(), "BW_ERROR: Element doesn't belong to Scene\nBW_ERROR: Element is not a Model\n");
     tol_verifyClear(0xffffffffu);
+}
+
+// ---------------------------------------------------------------------------
+// Camera navigation on the working camera of scene a.
+
+namespace {
+
+Camera *workingCamera(const TOL_Scene &scene) {
+    return static_cast<Camera *>(elemGet(dictGet(static_cast<int>(scene.dict)), CHP_CAMERAS, 0)->data);
+}
+
+void place(Camera *c, float px, float py, float pz, float ix, float iy, float iz) {
+    *c = Camera{};
+    c->kind = CAMERA_KIND_WORKING;
+    const float p[3] = {px, py, pz}, i[3] = {ix, iy, iz};
+    memcpy(c->position, p, sizeof p);
+    memcpy(c->interest, i, sizeof i);
+}
+
+float distance(const Camera *c) {
+    float d[3] = {c->position[0] - c->interest[0], c->position[1] - c->interest[1],
+                  c->position[2] - c->interest[2]};
+    return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+}
+
+}  // namespace
+
+TEST_F(Scenes, OrbitKeepsTheDistanceAndStopsShortOfThePoles) {
+    Camera *c = workingCamera(a);
+    place(c, 1, 2, 3, 0.5f, 0, -1);
+    Camera before = *c;
+    ASSERT_EQ(TOL_cameraOrbit(&a, nullptr, 0, 0), 0);
+    EXPECT_EQ(memcmp(&before, c, sizeof before), 0);  // bit for bit
+
+    // theta is measured from +z towards +x and the delta is taken off it:
+    // a delta of minus a quarter turn brings the camera from +z to +x.
+    place(c, 0, 0, 10, 0, 0, 0);
+    ASSERT_EQ(TOL_cameraOrbit(&a, nullptr, -1.5707963f, 0), 0);
+    EXPECT_NEAR(c->position[0], 10.0f, 1e-4);
+    EXPECT_NEAR(c->position[2], 0.0f, 1e-4);
+    // Far past the pole: phi held at 0.01 from +y, the distance kept.
+    ASSERT_EQ(TOL_cameraOrbit(&a, nullptr, 0, -10.0f), 0);
+    EXPECT_NEAR(std::acos(c->position[1] / 10.0f), 0.01f, 1e-5);
+    EXPECT_NEAR(distance(c), 10.0f, 1e-4);
+    ASSERT_EQ(TOL_cameraOrbit(&a, nullptr, 0, 10.0f), 0);
+    EXPECT_NEAR(std::acos(c->position[1] / 10.0f), 3.1315928f, 1e-5);
+
+    // The interest orbit turns the view on the spot, with phi the other way.
+    place(c, 0, 0, 0, 0, 0, -5);
+    ASSERT_EQ(TOL_cameraIntOrbit(&a, nullptr, 0, 0.5f), 0);
+    EXPECT_NEAR(c->interest[1], 5.0f * std::cos(1.5707963f - 0.5f), 1e-4);
+    EXPECT_TRUE(c->position[0] == 0 && c->position[1] == 0 && c->position[2] == 0);
+
+    // With position and interest together, nothing moves.
+    place(c, 1, 1, 1, 1, 1, 1);
+    ASSERT_EQ(TOL_cameraOrbit(&a, nullptr, 1, 1), 0);
+    EXPECT_EQ(c->position[0], 1.0f);
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(TOL_cameraOrbit(nullptr, nullptr, 1, 1), 16);
+}
+
+TEST_F(Scenes, DollyZoomPanWalkAndTilt) {
+    Camera *c = workingCamera(a);
+    // The camera cannot pass through its interest.
+    place(c, 0, 0, 3, 0, 0, 0);
+    ASSERT_EQ(TOL_cameraDolly(&a, nullptr, -10), 0);
+    EXPECT_EQ(c->position[2], 3.0f);
+    ASSERT_EQ(TOL_cameraDolly(&a, nullptr, -2), 0);
+    EXPECT_NEAR(c->position[2], 1.0f, 1e-6);
+    ASSERT_EQ(TOL_cameraDolly(&a, nullptr, 4), 0);  // backs away
+    EXPECT_NEAR(c->position[2], 5.0f, 1e-6);
+
+    // Zoom steps stop at 0.05 and 3.1 radians; the focal length follows.
+    for (int i = 0; i < 200; ++i) TOL_cameraZoom(&a, nullptr, 1.0f);
+    EXPECT_FLOAT_EQ(c->fieldOfView, 0.05f);
+    EXPECT_NEAR(c->focalLength, 0.5f * c->filmWidth / std::tan(0.025f), 1e-2);
+    for (int i = 0; i < 200; ++i) TOL_cameraZoom(&a, nullptr, -1.0f);
+    EXPECT_FLOAT_EQ(c->fieldOfView, 3.1f);
+
+    // A pan by the whole height moves both points by the view's height at the interest.
+    place(c, 0, 0, 10, 0, 0, 0);
+    c->fieldOfView = 0.5f;
+    float height = 2.0f * 10.0f * std::tan(0.25f);
+    ASSERT_EQ(TOL_cameraPan(&a, nullptr, 0, 1.0f), 0);
+    EXPECT_NEAR(c->position[1], height, 1e-4);
+    EXPECT_NEAR(c->interest[1], height, 1e-4);
+    EXPECT_NEAR(c->position[2] - c->interest[2], 10.0f, 1e-4);
+
+    // Walking keeps the height; reset tilt levels the view and keeps its length.
+    place(c, 0, 5, 0, 3, 1, 4);
+    ASSERT_EQ(TOL_cameraWalk(&a, nullptr, 5), 0);
+    EXPECT_NEAR(c->position[0], 3.0f, 1e-5);
+    EXPECT_NEAR(c->position[2], 4.0f, 1e-5);
+    EXPECT_EQ(c->position[1], 5.0f);
+    float before = distance(c);
+    ASSERT_EQ(TOL_cameraResetTilt(&a, nullptr), 0);
+    EXPECT_EQ(c->interest[1], c->position[1]);
+    EXPECT_NEAR(distance(c), before, 1e-4);
+
+    // A camera switched off is left alone.
+    c->active = 0;
+    ASSERT_EQ(TOL_cameraElevate(&a, nullptr, 2), 0);
+    EXPECT_EQ(c->position[1], 5.0f);
+    c->active = 1;
+}
+
+TEST_F(Scenes, RestoringACameraKeepsTheWindowsShape) {
+    Camera *c = workingCamera(a);
+    place(c, 1, 2, 3, 0, 0, 0);
+    c->aspect = 1.5f;
+    ASSERT_EQ(TOL_cameraStoreAttributes(&a, nullptr), 0);
+    place(c, 9, 9, 9, 1, 1, 1);
+    c->aspect = 2.0f;
+    ASSERT_EQ(TOL_cameraRestoreAttributes(&a, nullptr), 0);
+    EXPECT_EQ(c->position[0], 1.0f);
+    EXPECT_EQ(c->interest[2], 0.0f);
+    EXPECT_EQ(c->aspect, 2.0f);
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(TOL_cameraStoreAttributes(nullptr, nullptr), 16);
+    EXPECT_EQ(cap.out.text(), "BW_WARNING: TOL_cameraStoreAttributes(): scene: Null or Invalid argument\n");
 }

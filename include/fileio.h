@@ -250,3 +250,48 @@ int32_t binReadFileStart(BinReader &r, Prototype &proto, char tag[5]);
 // Header, the table when `proto` is not null, and the tag.
 int binWriteFileStart(BinWriter &w, uint32_t id, float version, const char *comment,
                       const Prototype *proto, const char *tag);
+
+// ---------------------------------------------------------------------------
+// Pictures (.pic): run-length coded planes behind the general binary header.
+
+struct PictureInfo {
+    uint16_t width;        // pixels
+    uint16_t height;       // pixels
+    float ratio;           // pixel ratio; width / height (in integers) when the file has 0
+    uint16_t fields;       // meaning of the scan lines for interlaced display; kept
+    uint16_t padding;      // kept
+    uint8_t *planes[4];    // red, green, blue, alpha; width x height bytes each, bottom row
+                           // first; null for a plane the file lacks
+};
+
+struct PicturePacket {
+    uint8_t size;          // bits per channel
+    uint8_t compression;   // 0 none, 2 mixed run length, others ignored
+    uint8_t channels;      // 0x80 red, 0x40 green, 0x20 blue, 0x10 alpha
+    uint16_t active;       // planes of the packet
+    PicturePacket *next;   // next packet of the chain
+};
+
+constexpr int PIC_WRITE_RUNS = 0;    // RGB packet and alpha packet, run-length coded
+constexpr int PIC_WRITE_PLANES = 1;  // one uncompressed packet per plane
+constexpr size_t PIC_MAX_PIXELS = size_t{1} << 26;  // largest picture read
+
+// Header, fixed fields and packet chain; messages name the file. 1 if sound.
+int picReadHeaderFromStream(FILE *stream, const char *name, PictureInfo *info, float *ratio,
+                            char *comment, PicturePacket **packets);
+// Opens `name` ("-" standard input) and reads its header. 1 if sound.
+int picOpenRead(const char *name, FILE **stream, PictureInfo *info, float *ratio, char *comment,
+                PicturePacket **packets);
+// One scan line into row `row` of the planes; 0 on damage or a run past the line.
+int picReadScanline(FILE *stream, PicturePacket *packets, PictureInfo *info, int row);
+// The whole picture, planes allocated; a file that ends early leaves rows zero.
+int picRead(const char *name, PictureInfo *info);
+void picFree(PictureInfo *info);  // the planes
+void picPacketsFree(PicturePacket *packets);
+// Header and packets of a new picture; ".pic" added when missing, "-..."
+// writes to standard output. Null on failure.
+FILE *picOpenWrite(const char *name, const PictureInfo *info, int mode);
+// One line in the mixed form: RGB runs, then alpha runs when planes is 4.
+int picWriteScanline(FILE *stream, int width, int planes, const uint8_t *r, const uint8_t *g,
+                     const uint8_t *b, const uint8_t *a);
+int picWriteImage(const char *name, const PictureInfo *image, int mode);

@@ -82,6 +82,18 @@ int main(int argc, char *argv[]) {
               "EndOfPLAYCTRL\nEndOfENVIRONMENT\n", f);
         fclose(f);
     }
+    // A picture with alpha, both packings.
+    {
+        uint8_t planes[4][24];
+        for (int k = 0; k < 4; ++k)
+            for (int i = 0; i < 24; ++i) planes[k][i] = static_cast<uint8_t>(i < 10 ? k : i * k);
+        PictureInfo pic{};
+        pic.width = 6;
+        pic.height = 4;
+        for (int k = 0; k < 4; ++k) pic.planes[k] = planes[k];
+        picWriteImage((dir + "/runs.pic").c_str(), &pic, PIC_WRITE_RUNS);
+        picWriteImage((dir + "/planes.pic").c_str(), &pic, PIC_WRITE_PLANES);
+    }
     if (FILE *f = fopen((dir + "/relations.rsrc").c_str(), "wb")) {
         fputs("SREL 3.48\nRELATIONS\n110 parent MODELS MODELS TRANSFO TRANSFO 10 1 0 1 1 0\n"
               "EndOfRELATIONS\n", f);

@@ -1,7 +1,7 @@
 // bwinfo FILE...: says what each element or ascii file of the family is
 // (kind, version, comment), prints its prototype table and a readable dump of
 // the records it knows: materials, textures, models, animation curves, shape
-// and cluster keys. A damaged file gives what could be read and a line
+// and cluster keys, cameras, lights and lattices. A damaged file gives what could be read and a line
 // saying where reading stopped and why. Exit status 0 when every file was
 // read whole, 1 otherwise.
 #include <cstdio>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "animation.h"
+#include "camera.h"
 #include "fileio.h"
 #include "material.h"
 #include "model.h"
@@ -238,10 +239,73 @@ void dumpClusters(BinReader &r, const Prototype &, const char *) {
     clusterFree(chain);
 }
 
+// Path references the camera and light readers put on the pending list.
+void dumpPathRefs() {
+    static const char *const what[] = {"camera position", "camera interest", "light position", "light interest"};
+    PathRef *refs = pathRefsTake();
+    for (const PathRef *p = refs; p; p = p->next) {
+        const char *kind = p->kind >= PATH_REF_CAMERA_POSITION && p->kind <= PATH_REF_LIGHT_INTEREST
+                               ? what[p->kind - PATH_REF_CAMERA_POSITION]
+                               : "point";
+        printf("  %s follows path \"%s\", word %u\n", kind, p->pathName, p->word);
+    }
+    pathRefsFree(refs);
+}
+
+void dumpCamera(BinReader &r, const Prototype &, const char *) {
+    Camera c;
+    cameraRead(r, &c);
+    print3(1, "position", c.position);
+    print3(1, "interest", c.interest);
+    printf("  roll %g, field of view %g, near %g, far %g\n", c.roll, c.fieldOfView, c.nearClip, c.farClip);
+    printf("  focal length %g, f-stop %g, focus distance %g\n", c.focalLength, c.fStop, c.focusDistance);
+    printf("  depth of field mode %d, near focus %g, far focus %g, circle of confusion %g\n", c.dofMode,
+           c.nearFocus, c.farFocus, c.circleOfConfusion);
+    printf("  offset lens %d: %g %g %g %g %g\n", c.offsetLens, c.lens[0], c.lens[1], c.lens[2], c.lens[3],
+           c.lens[4]);
+    if (c.customBlocks) dumpBlocks(1, *c.customBlocks);
+    dumpPathRefs();
+    cameraFreeData(c);
+}
+
+void dumpLight(BinReader &r, const Prototype &, const char *) {
+    Light *l = lightRead(r);
+    if (!l) {
+        printf("  no light record\n");
+        dumpPathRefs();
+        return;
+    }
+    printf("  light \"%s\" type %u\n", l->name, l->type);
+    print3(2, "colour", l->colour);
+    print3(2, "position", l->position);
+    print3(2, "interest", l->interest);
+    printf("    factor %g, cone %g, spread %g\n", l->factor, l->coneAngle, l->spreadAngle);
+    printf("    falloff %g to %g%s\n", l->falloff[0], l->falloff[1], l->falloffOn ? "" : " (none)");
+    printf("    shadow %u, selection %u, area shape %d\n", l->shadow, l->selection, l->areaShape);
+    if (l->mapName) printf("    map \"%s\"\n", l->mapName);
+    for (const CustomShader *s : l->shaders)
+        if (s) dumpShader(2, "shader", *s);
+    if (l->customBlocks) dumpBlocks(2, *l->customBlocks);
+    dumpPathRefs();
+    lightFree(l);
+}
+
+void dumpLattice(BinReader &r, const Prototype &, const char *) {
+    Lattice *l = latticeRead(r);
+    for (int32_t k = 0; l && k < l->keyCount; ++k) {
+        const LatticeKey &key = l->keys[k];
+        printf("  key %d: kind %u, divisions %u %u %u, %d points\n", k + 1, key.kind, key.divisions[0],
+               key.divisions[1], key.divisions[2], key.pointCount);
+    }
+    if (!l || l->keyCount == 0) printf("  no keys\n");
+    latticeFree(l);
+}
+
 struct DumpEntry {
     uint32_t id;  // file id
     DumpFn dump;  // reads and prints the records
-    int tagged;   // 1: a chunk tag stands behind the table; 0: the records follow at once
+    int tagged;   // 1: a chunk tag stands behind the table; 0: the records follow at once;
+                  // -1: the tokens follow the header, with no table
 };
 
 constexpr DumpEntry dumpers[] = {
@@ -254,6 +318,9 @@ constexpr DumpEntry dumpers[] = {
     {BIN_ID_STRUCT_KEYS, dumpAnimation, 0},
     {BIN_ID_SHAPE_KEYS, dumpShapes, 0},
     {BIN_ID_CLUSTER_KEYS, dumpClusters, 0},
+    {BIN_ID_CAMERA, dumpCamera, -1},
+    {BIN_ID_LIGHT, dumpLight, -1},
+    {BIN_ID_LATTICE, dumpLattice, -1},
 };
 
 const DumpEntry *dumperOf(uint32_t id) {
@@ -312,8 +379,8 @@ int inspect(const char *file) {
     Prototype proto;
     char tag[5] = {};
     const DumpEntry *entry = dumperOf(static_cast<uint32_t>(id));
-    if (entry && !entry->tagged) {
-        animReadProto(r, proto);
+    if (entry && entry->tagged <= 0) {
+        if (entry->tagged == 0) animReadProto(r, proto);
         printPrototypes(proto);
         if (!r.failed) entry->dump(r, proto, tag);
     } else {

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "camera.h"
 #include "fileio.h"
 #include "model.h"
 
@@ -93,6 +94,25 @@ int main(int argc, char *argv[]) {
         for (int k = 0; k < 4; ++k) pic.planes[k] = planes[k];
         picWriteImage((dir + "/runs.pic").c_str(), &pic, PIC_WRITE_RUNS);
         picWriteImage((dir + "/planes.pic").c_str(), &pic, PIC_WRITE_PLANES);
+    }
+    // A camera, a light and a lattice of two points.
+    {
+        Camera camera;
+        camera.roll = 0.25f;
+        cameraFileWrite((dir + "/eye.cam").c_str(), camera, "seed");
+        Light light;
+        light.type = 2;
+        lightFileWrite((dir + "/lamp.lig").c_str(), light, "seed");
+        float points[2][3] = {{0, 0, 0}, {1, 1, 1}};
+        LatticeKey key{};
+        key.divisions[0] = 2;
+        key.divisions[1] = key.divisions[2] = 1;
+        key.pointCount = 2;
+        key.points = points;
+        Lattice lattice{};
+        lattice.keyCount = 1;
+        lattice.keys = &key;
+        latticeFileWrite((dir + "/cage.lat").c_str(), lattice, "seed");
     }
     if (FILE *f = fopen((dir + "/relations.rsrc").c_str(), "wb")) {
         fputs("SREL 3.48\nRELATIONS\n110 parent MODELS MODELS TRANSFO TRANSFO 10 1 0 1 1 0\n"

@@ -7,11 +7,12 @@
 // newest, the whole hierarchy with a material on each model, animated: the
 // cube turns on a spline and its children turn with it, the sheet bobs up and
 // down along a linear curve that repeats, the panel grows in steps and
-// eases back. The viewer picks "demo" when no scene is named.
+// eases back; its camera looks at the cube from above and in front. The viewer picks "demo" when no scene is named.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <initializer_list>
 #include <string>
@@ -164,6 +165,14 @@ int main(int argc, char *argv[]) {
             ok = ok && !file.empty();
             if (ok) demo.add(CHP_ANIMATION, file);
         }
+        // The camera the viewer looks through: above and in front of the cube.
+        Camera eye;
+        const float position[3] = {0.0f, 6.0f, 14.0f};
+        memcpy(eye.position, position, sizeof position);
+        eye.fieldOfView = 0.7854f;
+        std::string eyeFile = tdFullName(tdWriteCamera(db, "demo-eye", eye));
+        ok = ok && !eyeFile.empty();
+        if (ok) demo.add(CHP_CAMERAS, eyeFile);
         ok = ok && !tdWriteScene(db, "demo", demo, now).empty();
     }
     if (!ok) return 1;

@@ -1,10 +1,13 @@
-// Writers of test databases on top of the database, naming and file code.
+// Writers of test databases on top of the database, naming and file code,
+// and shapes made in memory.
 #include "testdata.h"
 
 #include <sys/time.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 #include "dictionary.h"
 
@@ -82,6 +85,18 @@ std::string tdWriteTexture2D(Database *db, const std::string &name, const Textur
     return finish(db, CHP_TEXTURES2D, t, texture2DFileWrite(t.stem.c_str(), texture, nullptr));
 }
 
+std::string tdWriteCamera(Database *db, const std::string &name, const Camera &camera) {
+    Target t;
+    if (!targetFor(db, CHP_CAMERAS, name, t)) return "";
+    return finish(db, CHP_CAMERAS, t, cameraFileWrite((t.stem + "." + t.suffix).c_str(), camera, nullptr));
+}
+
+std::string tdWriteLight(Database *db, const std::string &name, const Light &light) {
+    Target t;
+    if (!targetFor(db, CHP_LIGHTS, name, t)) return "";
+    return finish(db, CHP_LIGHTS, t, lightFileWrite((t.stem + "." + t.suffix).c_str(), light, nullptr));
+}
+
 std::string tdWriteAnimation(Database *db, const std::string &name, const AnimItem *items) {
     Target t;
     if (!items || !targetFor(db, CHP_ANIMATION, name, t)) return "";
@@ -149,4 +164,64 @@ std::string tdWriteScene(Database *db, const std::string &name, TdScene &scene, 
     struct timeval times[2] = {{mtime, 0}, {mtime, 0}};
     written = written && utimes(path.c_str(), times) == 0;
     return finish(db, CHP_SCENES, t, written);
+}
+
+Mesh *tdMakeGridMesh(int32_t quadsU, int32_t quadsV) {
+    const int32_t vu = quadsU + 1, vv = quadsV + 1;
+    const int64_t triangles = int64_t{2} * quadsU * quadsV;
+    Mesh *m = static_cast<Mesh *>(calloc(1, sizeof(Mesh)));
+    m->uvDomainCount = 1;
+    m->discontinuity = 60.0f;
+    m->cosDiscontinuity = 0.5f;
+    m->vertexCount = vu * vv;
+    m->vertices = static_cast<MeshVertex *>(calloc(static_cast<size_t>(m->vertexCount), sizeof(MeshVertex)));
+    for (int32_t j = 0; j < vv; ++j)
+        for (int32_t i = 0; i < vu; ++i) {
+            float *p = m->vertices[j * vu + i].pos;
+            p[0] = static_cast<float>(i);
+            p[2] = static_cast<float>(j);
+        }
+    std::vector<std::pair<int32_t, int32_t>> edges;
+    edges.reserve(static_cast<size_t>(3) * quadsU * quadsV + quadsU + quadsV);
+    for (int32_t j = 0; j < vv; ++j)
+        for (int32_t i = 0; i < vu; ++i) {
+            const int32_t v = j * vu + i;
+            if (i + 1 < vu) edges.emplace_back(v, v + 1);
+            if (j + 1 < vv) edges.emplace_back(v, v + vu);
+            if (i + 1 < vu && j + 1 < vv) edges.emplace_back(v, v + vu + 1);
+        }
+    m->edgeCount = static_cast<int32_t>(edges.size());
+    const int32_t blocks = (m->edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
+    m->edgeBlocks = static_cast<MeshEdge **>(calloc(static_cast<size_t>(blocks), sizeof(MeshEdge *)));
+    for (int32_t b = 0; b < blocks; ++b)
+        m->edgeBlocks[b] = static_cast<MeshEdge *>(calloc(MESH_EDGE_BLOCK, sizeof(MeshEdge)));
+    for (int32_t e = 0; e < m->edgeCount; ++e) {
+        meshEdge(m, e)->vrt[0] = edges[static_cast<size_t>(e)].first;
+        meshEdge(m, e)->vrt[1] = edges[static_cast<size_t>(e)].second;
+    }
+    m->polygons = static_cast<MeshPolygon *>(calloc(static_cast<size_t>(triangles), sizeof(MeshPolygon)));
+    m->nodeBlock = static_cast<MeshNode *>(calloc(static_cast<size_t>(3 * triangles), sizeof(MeshNode)));
+    m->nodeBlockCount = 3 * triangles;
+    for (int32_t j = 0; j < quadsV; ++j)
+        for (int32_t i = 0; i < quadsU; ++i) {
+            const int32_t v = j * vu + i;
+            // Counter-clockwise seen from +Y.
+            const int32_t corners[2][3] = {{v, v + vu + 1, v + 1}, {v, v + vu, v + vu + 1}};
+            for (const auto &tri : corners) {
+                MeshPolygon &poly = m->polygons[m->polygonCount];
+                poly.nodes = &m->nodeBlock[3 * static_cast<size_t>(m->polygonCount++)];
+                poly.nrm[1] = 1.0f;
+                poly.nodeCount = 3;
+                for (int k = 0; k < 3; ++k) {
+                    MeshNode &n = poly.nodes[k];
+                    n.vrt = tri[k];
+                    n.nrm[1] = 1.0f;
+                    n.u = m->vertices[tri[k]].pos[0] / static_cast<float>(quadsU);
+                    n.v = m->vertices[tri[k]].pos[2] / static_cast<float>(quadsV);
+                    n.colour = 0xFFFFFFFFu;
+                }
+            }
+        }
+    meshLink(m);
+    return m;
 }

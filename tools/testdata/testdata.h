@@ -10,6 +10,7 @@
 #include <string>
 
 #include "animation.h"
+#include "camera.h"
 #include "database.h"
 #include "dictionary.h"
 #include "material.h"
@@ -26,6 +27,9 @@ std::string tdWriteModel(Database *db, const std::string &name, const Model *roo
 // MATERIALS and TEXTURES2D: stand-alone ".mtr" and ".txt" files.
 std::string tdWriteMaterial(Database *db, const std::string &name, const Material &material);
 std::string tdWriteTexture2D(Database *db, const std::string &name, const Texture2D &texture);
+// CAMERAS and LIGHTS: ".cam" and ".lig" files.
+std::string tdWriteCamera(Database *db, const std::string &name, const Camera &camera);
+std::string tdWriteLight(Database *db, const std::string &name, const Light &light);
 // ANIMATION: an ".ani" file of the items' curves; the element of the same
 // name (without version) is the one they animate.
 std::string tdWriteAnimation(Database *db, const std::string &name, const AnimItem *items);
@@ -56,6 +60,11 @@ struct TdScene {
     bool relate(int srcChapter, int src, int dstChapter, int dst, int32_t relid);
     Element *element(int chapter, int index);
 };
+// A flat mesh in XZ of quadsU x quadsV unit quads, each split along its
+// diagonal into two triangles facing +Y, with UV over the grid and every edge
+// listed once and linked; freed by meshFree.
+Mesh *tdMakeGridMesh(int32_t quadsU, int32_t quadsV);
+
 // SCENES: the scene's file, with modification time `mtime`.
 std::string tdWriteScene(Database *db, const std::string &name, TdScene &scene, time_t mtime,
                          float version = 4.0f);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "animation.h"
+#include "camera.h"
 #include "dict_internal.h"
 #include "material.h"
 #include "model.h"
@@ -105,6 +106,35 @@ void freeAnimation(Element &e) {
         fcurveFree(static_cast<Fcurve *>(e.data));
 }
 
+// A camera file fills the thread's current camera: the scene's camera is the
+// one the viewer looks through. The element shares that record, which the
+// layer owns.
+int readCamera(Dictionary *dict, int index, const char *path) {
+    Camera *current = static_cast<Camera *>(threadStorage()->curCamera);
+    Camera *read = cameraFileRead(path, current);
+    if (!read) return 0;
+    Element *e = elemGet(dict, CHP_CAMERAS, index);
+    e->data = read;
+    return 2;  // read, not owned
+}
+
+int readLight(Dictionary *dict, int index, const char *path) {
+    Light *light = lightFileRead(path);
+    if (!light) return 0;
+    elemGet(dict, CHP_LIGHTS, index)->data = light;
+    return 1;
+}
+
+int readLattice(Dictionary *dict, int index, const char *path) {
+    Lattice *lattice = latticeFileRead(path);
+    if (!lattice) return 0;
+    elemGet(dict, CHP_LATTICES, index)->data = lattice;
+    return 1;
+}
+
+void freeLight(Element &e) { lightFree(static_cast<Light *>(e.data)); }
+void freeLattice(Element &e) { latticeFree(static_cast<Lattice *>(e.data)); }
+
 struct ChapterReader {
     ChapterReadFn read;      // null: the chapter has no reader yet
     int substituteOnFail;    // a read that gives no data is reported and substituted
@@ -143,6 +173,9 @@ void readersInit() {
     s_readers[CHP_TEXTURES2D] = {readTexture2D, 1, freeTexture2D};
     s_readers[CHP_TEXTURES3D] = {readTexture3D, 1, freeTexture3D};
     s_readers[CHP_ANIMATION] = {readAnimation, 1, freeAnimation};
+    s_readers[CHP_CAMERAS] = {readCamera, 1, nullptr};
+    s_readers[CHP_LIGHTS] = {readLight, 1, freeLight};
+    s_readers[CHP_LATTICES] = {readLattice, 1, freeLattice};
 }
 
 // Chapters whose elements hold no file data of their own.
@@ -309,7 +342,8 @@ void readChapter(Database *db, Dictionary *dict, int chapterId) {
         if (!subdir.empty()) e->name->subdir = subdir;
         std::string path = g_elemPath;
         if (!reader.read) continue;  // named and kept; read once the chapter has a reader
-        if (!reader.read(dict, i, path.c_str())) {
+        int got = reader.read(dict, i, path.c_str());
+        if (!got) {
             char text[BW_PATH_MAX + 64];
             snprintf(text, sizeof text, "Invalid file header or content: %s", path.c_str());
             msgShow(text, TOL_CLASS_ERROR);
@@ -319,7 +353,7 @@ void readChapter(Database *db, Dictionary *dict, int chapterId) {
             continue;
         }
         e = elemGet(dict, chapterId, i);
-        e->loaded = 1;
+        e->loaded = got == 1 ? 1 : 0;  // 2: read into a record someone else owns
         struct stat st;
         if (stat(path.c_str(), &st) == 0) e->name->time = static_cast<int32_t>(st.st_mtime);
         e->name->dbPath = db->path;
@@ -523,6 +557,32 @@ void updateLatestVersions(Database *db, Dictionary *dict) {
     msgStatus(text);
 }
 
+// Cameras and lights whose points follow a path name the path's model in
+// their files: each becomes the path relation of that point.
+void resolvePathRefs(Dictionary *dict) {
+    PathRef *refs = pathRefsTake();
+    for (PathRef *r = refs; r; r = r->next) {
+        static const struct {
+            int chapter;
+            int32_t relid;
+        } kinds[] = {{CHP_CAMERAS, 1112}, {CHP_CAMERAS, 1114}, {CHP_LIGHTS, 2112}, {CHP_LIGHTS, 2114}};
+        if (r->kind < PATH_REF_CAMERA_POSITION || r->kind > PATH_REF_LIGHT_INTEREST || !r->pathName) continue;
+        const auto &k = kinds[r->kind - PATH_REF_CAMERA_POSITION];
+        int owner = elemFindByData(dict, k.chapter, r->owner);
+        ElemName *path = elemNameParse(r->pathName, nullptr, 0);
+        int model = path ? elemFindByName(dict, CHP_MODELS, -1, path->prefix.empty() ? nullptr : path->prefix.c_str(),
+                                          path->name.c_str(), -1, -1, 0)
+                         : -1;
+        elemNameFree(path);
+        if (owner < 0 || model < 0) {
+            msgShow("Cannot connect path animation to item without path.", TOL_CLASS_WARNING);
+            continue;
+        }
+        relAdd(dict, &g_relationDict, owner, model, k.relid, 1, 1, nullptr, 1);
+    }
+    pathRefsFree(refs);
+}
+
 void endLoad() {
     loadInProgress = 0;
     loadIsPrimary = 0;
@@ -563,6 +623,8 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     // 3: the element files.
     msgStatus("Read Elements");
     for (int c : readOrder(dict)) readChapter(db, dict, c);
+
+    resolvePathRefs(dict);
 
     // 4: a merge names what it brought.
     if (!primary && scenes && scenes->elementCount > 0) {

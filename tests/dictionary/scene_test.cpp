@@ -526,3 +526,40 @@ TEST_F(SceneLoad, CurvesBecomeElementsOfWhatTheyAnimate) {
     EXPECT_NE(text.find("CHAPTER ANIMATION NBELEM 1\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("113"), std::string::npos);
 }
+
+TEST_F(SceneLoad, CamerasFillTheCurrentCameraAndLightsTheirOwn) {
+    Camera eye;
+    eye.position[1] = 42.0f;
+    std::string eyeFile = tdFullName(tdWriteCamera(db, "s-eye", eye));
+    Light lamp;
+    lamp.type = 2;
+    lamp.colour[0] = 0.25f;
+    std::string lampFile = tdFullName(tdWriteLight(db, "s-lamp", lamp));
+    TdScene s;
+    s.add(CHP_CAMERAS, eyeFile);
+    s.add(CHP_LIGHTS, lampFile);
+    ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
+
+    Camera current;  // the camera the viewer looks through
+    void *saved = threadStorage()->curCamera;
+    threadStorage()->curCamera = &current;
+    ASSERT_EQ(load("s.1-0"), 1) << err;
+    threadStorage()->curCamera = saved;
+    EXPECT_EQ(current.position[1], 42.0f);
+    EXPECT_EQ(at(CHP_CAMERAS, 0)->data, &current);
+    const Light *light = static_cast<const Light *>(at(CHP_LIGHTS, 0)->data);
+    ASSERT_TRUE(light);
+    EXPECT_EQ(light->type, 2);
+    EXPECT_EQ(light->colour[0], 0.25f);
+
+    // Without a current camera the file cannot be read: the camera goes.
+    Dictionary other;
+    dictInit(&other);
+    dictCreateChapters(&other, nullptr, 1);
+    threadStorage()->curCamera = nullptr;
+    ASSERT_EQ(load("s.1-0", &other), 1);
+    threadStorage()->curCamera = saved;
+    EXPECT_NE(err.find("Missing CAMERAS [s-eye.1-0] could not be replaced: removed from scene"),
+              std::string::npos) << err;
+    dictFree(&other, 0);
+}

@@ -167,7 +167,7 @@ int main(int argc, char *argv[]) {
         }
         // The camera the viewer looks through: above and in front of the cube.
         Camera eye;
-        const float position[3] = {0.0f, 6.0f, 14.0f};
+        const float position[3] = {0.0f, 4.0f, 9.0f};
         memcpy(eye.position, position, sizeof position);
         eye.fieldOfView = 0.7854f;
         std::string eyeFile = tdFullName(tdWriteCamera(db, "demo-eye", eye));

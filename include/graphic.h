@@ -130,6 +130,7 @@ extern const GrFont8x13 grFont8x13;
 
 struct Model;
 struct Material;
+struct Texture2D;
 
 constexpr uint32_t TESS_DEFAULT_COLOUR = 0xFFB2B2B2;  // packed colour of a fresh vertex
 
@@ -190,3 +191,63 @@ void modelDropGeometry(Model *model, int recurse);
 // Plays the model's stream (or its display list under listEnable). 0, or 97.
 int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprops);
 TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops);
+
+// Vertex arrays are malloc'd with room for one UV pair per vertex behind the
+// records, so that computed UV need no allocation of their own and go with
+// the vertices: a vertex's `uv` is null or points at its slot.
+inline float *tessUvSlot(TessVertex *vertices, int32_t count, int32_t index) {
+    return reinterpret_cast<float *>(vertices + count) + 2 * index;
+}
+
+// A loop of a trimmed surface's domain, in knot values (u, v). The first loop
+// of a list is the outer boundary, the others holes; a point is inside the
+// trimmed surface when it lies inside an odd number of loops.
+struct TessTrimLoop {
+    int32_t count;           // points of the loop
+    const float (*uv)[2];    // the points, closed implicitly
+};
+
+// Tessellates a type 10 model as the plain tessellator does and keeps the
+// triangles whose centroid in the parameter plane lies inside the loops;
+// vertices no triangle uses are dropped. No loops: the whole surface. 0, or
+// 9 for a null model or another type.
+int tessellateNurbsTrimmed(Model *model, const TessTrimLoop *loops, int loopCount, int precision);
+
+// Hooks of the strip build and draw, for what materials and textures on the
+// hardware will provide. Each has a working default.
+//
+// Binds material `materialId` for the strips that follow; `shaded` is 0 for a
+// constant material, drawn unlit. Called when the id differs from curMatId,
+// and for every constant (-3) run since its colour carries the model's alpha.
+// Default: a grey through glColor and glMaterial.
+extern void (*g_stripMaterialBind)(int materialId, int shaded);
+// Id of a material in streams: its MATERIALS element index + 2. Default: a
+// look-up in the dictionary being preprocessed (else the calling thread's);
+// 1, the default material, for null or a material that is no element.
+extern int (*g_stripMaterialId)(const Material *material);
+// Id of a texture: its TEXTURES2D element index + 2, or -1 when it has none
+// (such a texture is not drawn). Default: the same look-up.
+extern int (*g_stripTextureId)(const Texture2D *texture);
+
+// Reading a strip stream without drawing it. The offsets of one vertex's
+// cells, -1 for cells it does not have.
+struct StripVertexLayout {
+    int stride;  // cells per vertex: 4, 7, 10 or 13
+    int uv;      // UV kind, u, v
+    int colour;  // r, g, b
+    int normal;  // normal
+    int pos;     // position
+};
+struct StripStreamVisitor {
+    void *user;                                          // handed to every call
+    void (*material)(void *user, float token, int id);   // a material cell pair
+    void (*texture)(void *user, int id);                 // a texture cell pair
+    void (*strip)(void *user, const float *cells, int cellCount, const StripVertexLayout *layout);
+};
+// Walks `length` cells up to the end cell. 0, or -1 when the stream breaks
+// its form (unknown cell, strip past the end, no end cell, a strip count that
+// is no multiple of the stride).
+int stripStreamWalk(const float *stream, int32_t length, const StripStreamVisitor *visitor);
+// The vertex cell holds the index of the vertex in the model's array (a
+// pointer has no room in a 32-bit cell); this reads it back.
+int32_t stripVertexIndex(const float *vertexCells);

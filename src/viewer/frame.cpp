@@ -11,6 +11,7 @@
 
 #include "graphic.h"
 #include "tol.h"
+#include "view.h"
 #include "viewer.h"
 #include "viewer_platform.h"
 
@@ -97,7 +98,7 @@ void viewerFrame() {
     viewerStatusText();
     if (viewer.gprops.texture.video && viewer.gprops.texture.active)
         TOL_siriusProcessEvents(&viewer.gprops);
-    // The scene itself is drawn here once the scene draw exists.
+    TOL_sceneDraw(&viewer.sceneCtx[viewer.drawIndex], viewer.camera[viewer.drawIndex], &viewer.gprops);
     if (viewer.showCross) grDrawCross();
     viewerScriptBeforeSwap();
     if (!viewer.singleBuffer) viewerSwapBuffers();
@@ -108,8 +109,7 @@ void viewerFrame() {
 void viewerRingStep() {
     if (loadAcquire(viewer.updateIndex) == viewer.drawIndex) {
         storeRelease(viewer.drawIndex, nextIndex(viewer.drawIndex));
-        // The per-frame preprocessing of the drawn copy runs here with -u once
-        // surfaces are tessellated.
+        if (viewer.preprocessOnDraw) TOL_preprocessALL(&viewer.sceneCtx[viewer.drawIndex], &viewer.gprops);
     }
     if (channelsActive()) {
         if (!viewer.parallel) updateChannels();
@@ -164,7 +164,7 @@ void updateNormal() {
         storeRelease(viewer.forceEval[u], 0u);
     }
     stats.workDone();
-    // The preprocessing of the updated copy runs here once surfaces are tessellated.
+    TOL_preprocessALL(&viewer.sceneCtx[u], &viewer.gprops);
     stats.preprocessDone();
     if (loadAcquire(viewer.channelCommand) == 1) {
         if (!channelsActive()) channelStart();
@@ -177,6 +177,7 @@ void updateChannels() {
     TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.updateIndex]);
     // The main update list of the capture runs here once channels exist.
     stats.workDone();
+    if (!viewer.preprocessOnDraw) TOL_preprocessALL(&viewer.sceneCtx[viewer.updateIndex], &viewer.gprops);
     stats.preprocessDone();
     if (channelsActive()) {
         switch (loadAcquire(viewer.channelCommand)) {

@@ -4,6 +4,7 @@
 
 #include "graphic.h"
 #include "tol.h"
+#include "view.h"
 #include "viewer.h"
 #include "viewer_platform.h"
 
@@ -39,15 +40,27 @@ void keyI(int shift, MouseState &) {
 void keyK(int shift, MouseState &) {
     if (!shift) glbVar.cullEnable = glbVar.cullEnable ? 0 : 1;
 }
+void keyM(int shift, MouseState &) {
+    if (!shift) displayModeSet(&viewer.gprops, VIEW_MODE_MATTE);
+}
+void keyS(int shift, MouseState &) {
+    if (!shift) displayModeSet(&viewer.gprops, VIEW_MODE_SHADED);
+}
+void keyT(int shift, MouseState &) {
+    if (!shift) displayModeSet(&viewer.gprops, VIEW_MODE_TEXTURED);
+}
+void keyW(int shift, MouseState &) {
+    if (!shift) displayModeSet(&viewer.gprops, VIEW_MODE_WIRE);
+}
 void keyX(int shift, MouseState &) {
     if (!shift) viewer.showCross = viewer.showCross ? 0 : 1;
 }
 
 const LetterCommand letterCommands[26] = {
     noCommand, noCommand, noCommand, keyD,      noCommand, noCommand, noCommand,  // a-g
-    noCommand, keyI,      noCommand, keyK,      noCommand, noCommand, noCommand,  // h-n
-    noCommand, noCommand, noCommand, noCommand, noCommand, noCommand, noCommand,  // o-u
-    noCommand, noCommand, keyX,      noCommand, noCommand,                        // v-z
+    noCommand, keyI,      noCommand, keyK,      noCommand, keyM,      noCommand,  // h-n
+    noCommand, noCommand, noCommand, noCommand, keyS,      keyT,      noCommand,  // o-u
+    noCommand, keyW,      keyX,      noCommand, noCommand,                        // v-z
 };
 
 }  // namespace
@@ -73,6 +86,10 @@ void onKeyDown(int keyCode, int shift) {
         return;
     }
     switch (keyCode) {
+    case '0':
+        viewer.gprops.icons = viewer.gprops.icons ? 0 : 1;
+        printf("Show Icons: %s\n", viewer.gprops.icons ? "ON" : "OFF");
+        break;
     case VKEY_RIGHT: viewerStartSequence(); break;
     case VKEY_LSHIFT:
         leftShiftDown = 1;

@@ -2,6 +2,7 @@
 // Scene Contexts.
 #include <sys/stat.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,6 +10,8 @@
 
 #include "database.h"
 #include "animation.h"
+#include "dictionary.h"
+#include "view.h"
 #include "viewer.h"
 #include "viewer_platform.h"
 
@@ -73,8 +76,8 @@ int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, in
         // The take directory and name go into the channel setup once it exists.
     }
     if (TOL_updatelistGet(scene) != 0) return 0;
-    // Materials and pictures are merged and surfaces preprocessed here once
-    // the display has them.
+    // Materials and pictures are merged here once the display has them.
+    if (TOL_preprocessALL(scene, &viewer.gprops) != 0) return 0;
     if (i == 0) {
         int pictures = 0, mergedPictures = 0, mergedMaterials = 0, textureMemory = 0;
         printf("Texture Summary\n");
@@ -92,6 +95,7 @@ int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, in
 void viewerPrepareContext(int i) {
     TOL_Scene *scene = &viewer.sceneCtx[i];
     TOL_sceneSetCurrent(scene);
+    boundsBuild(dictGet(static_cast<int>(scene->dict)));
     static const float colour[3] = {0.1f, 0.7f, 0.1f};
     TOL_Elem model;
     for (TOL_Elem *m = TOL_elemGetFirstInChap(scene->dict, CHP_MODELS, 0, &model); m;
@@ -167,8 +171,14 @@ int viewerStartup(const ViewerOptions &o) {
 
     TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.drawIndex]);
     TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.updateIndex]);
-    // Walking and elevator speeds come from the scene's bounding box once models
-    // have one.
+    // Walking and the elevator go at the scene's size: at full stroke, its
+    // diagonal on the ground and its height in a second.
+    float bbmin[3], bbmax[3];
+    if (TOL_scnGetBbox(&viewer.sceneCtx[viewer.drawIndex], nullptr, 0, bbmin, bbmax) == 1) {
+        float dx = bbmax[0] - bbmin[0], dy = bbmax[1] - bbmin[1], dz = bbmax[2] - bbmin[2];
+        viewer.walkSpeed = std::sqrt(dx * dx + dz * dz);
+        viewer.elevatorSpeed = std::fabs(dy);
+    }
     viewer.drawCpu = viewer.updateCpu = 0;
     if (viewer.parallel && !viewerStartUpdateThread()) return 0;
     return 1;

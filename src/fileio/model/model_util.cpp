@@ -9,6 +9,7 @@
 
 #include "database.h"
 #include "dictionary.h"
+#include "graphic.h"
 #include "model_internal.h"
 
 namespace {
@@ -221,6 +222,25 @@ Model *modelFindByName(Dictionary *dict, Model *node, const char *name) {
     return nullptr;
 }
 
+namespace {
+
+// The display form is plain malloc'd memory (computed UV lie in the vertex
+// block), released here without the graphic library. A display list that
+// took a stream over is not deleted: that needs the GL context's thread,
+// where modelDropStrips is the way.
+void displayFormFree(Model *n) {
+    free(n->vertices);
+    free(n->triangles);
+    if (n->tmesh) free(n->tmesh->stream);
+    free(n->tmesh);
+    n->vertices = nullptr;
+    n->triangles = nullptr;
+    n->tmesh = nullptr;
+    n->vertexCount = n->triangleCount = 0;
+}
+
+}  // namespace
+
 void modelFree(Model *root) {
     // By a stack of our own, since a file may nest nodes deeper than the
     // call stack would allow.
@@ -231,6 +251,7 @@ void modelFree(Model *root) {
         stack.pop_back();
         if (n->firstChild) stack.push_back(n->firstChild);
         if (n->nextSibling) stack.push_back(n->nextSibling);
+        displayFormFree(n);
         modelClearFields(n, 0);
         free(n);
     }

@@ -1,0 +1,160 @@
+// The scene draw: one evaluated scene to one frame through the fixed OpenGL
+// pipeline. Bounds of the model hierarchy and the frustum test that prunes it,
+// the camera's projection and view, the display modes at OpenGL level, the
+// per-model draw in wire, shaded and matte form, and the icons of cameras and
+// lights. Everything here runs on the draw side, with the GL context current,
+// except the bounds build (start-up) and TOL_scnGetBbox (any side).
+#pragma once
+
+#include <cstdint>
+
+#include "graphic.h"
+#include "tol.h"
+
+struct Camera;
+struct Chapter;
+struct Dictionary;
+struct Element;
+struct Model;
+
+// ---------------------------------------------------------------------------
+// Bounds, built once per scene at start-up, in world space.
+
+enum BoundsState : int32_t {
+    BOUNDS_NONE = 0,   // no usable box
+    BOUNDS_VALID = 1,  // the corners hold the box
+    BOUNDS_EMPTY = 2,  // nothing to draw: the box is all zero
+};
+
+struct BoundsRecord {
+    int32_t ownState;        // BoundsState of the model alone
+    float own[8][3];         // corners of the model's box
+    uint16_t animated;       // this model or an ancestor moves: no box below
+    int32_t branchState;     // BoundsState of the model with its descendants
+    float branch[8][3];      // corners of the branch box
+};
+
+// What the draw keeps per model entry beside the model itself.
+struct ViewModelRecord {
+    uint16_t hasBounds;      // 1 once the bounds build reached the entry
+    BoundsRecord bounds;     // see above
+    const void *boxSource;   // geometry the own box was made from; another one voids it
+    float alpha;             // the model's alpha, 1 by default; matte colour and material alpha
+    uint16_t garbageMatte;   // drawn in pass 0 only, as a matte
+};
+
+// Builds the bounds of every root entry of the dictionary's models and their
+// trees. Returns the number of entries given a record.
+int boundsBuild(Dictionary *dict);
+// The record of a models entry; null when the bounds build never saw it.
+ViewModelRecord *viewModelRecord(const Dictionary *dict, int32_t index);
+// The model's own box in its local coordinates. 1 when its geometry has
+// points, 0 for none (the box is then all zero).
+int modelLocalBox(const Model *model, float bmin[3], float bmax[3]);
+// The eight corners of a box under a row-vector matrix (null: as it stands).
+void boxCorners(const float bmin[3], const float bmax[3], const float matrix[4][4],
+                float corners[8][3]);
+// Bounds of one model (`elem`), or of all shown models when `elem` is null,
+// in world space; flat axes widened by 0.1 each way. Only types 1, 2, 4, 7
+// and 10 count. Returns 1 for a box, 0 when nothing counted, 16 (reported)
+// for a null scene or output.
+TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOnly, float *bbmin,
+                          float *bbmax);
+
+// ---------------------------------------------------------------------------
+// Camera: projection and view.
+
+constexpr uint16_t CAMERA_KIND_ORTHO = 2009;  // orthographic; the working camera is 2003
+
+// The extents the last projection load used; the frustum test reads them.
+struct ViewFrustum {
+    float left, right, bottom, top;  // at the near plane, jitter included
+    float nearPlane, farPlane;       // positive distances
+};
+extern ViewFrustum g_lastFrustum;
+
+// Unjittered extents of a perspective camera at its near plane.
+void cameraPerspectiveExtents(const Camera *camera, float *left, float *right, float *bottom,
+                              float *top);
+// Column-major (OpenGL order) matrices, the same that glFrustum and glOrtho make.
+void frustumMatrix(float left, float right, float bottom, float top, float nearPlane,
+                   float farPlane, float out[16]);
+void orthoMatrix(float left, float right, float bottom, float top, float nearPlane, float farPlane,
+                 float out[16]);
+// The view: the inverse of the camera frame that position, interest and roll
+// give (the frame is refreshed in camera->viewMatrix on the way).
+void cameraViewMatrix(Camera *camera, float out[16]);
+// Jittered perspective: stores the extents in g_lastFrustum and loads them.
+void accFrustum(Camera *camera, float left, float right, float bottom, float top, float nearPlane,
+                float farPlane, float pixdx, float pixdy, float eyedx, float eyedy, float focus);
+void cameraLoadPerspective(Camera *camera, BW_GraphicProps *gprops, float pixdx, float pixdy,
+                           float eyedx, float eyedy, float focus);
+void cameraLoadOrtho(Camera *camera, BW_GraphicProps *gprops);
+
+// ---------------------------------------------------------------------------
+// Frustum test.
+
+enum FrustumResult : int {
+    FRUSTUM_OUT = 0,      // not in sight
+    FRUSTUM_PARTIAL = 1,  // partly in sight
+    FRUSTUM_INSIDE = 2,   // completely in sight
+    FRUSTUM_UNKNOWN = 3,  // cannot tell
+};
+
+// Classifies eight world corners against the frustum of gprops->curCamera,
+// `viewMatrix` being the modelview (column-major) of the pass.
+int frustumClassify(const float corners[8][3], const BW_GraphicProps *gprops,
+                    const float viewMatrix[16]);
+
+// ---------------------------------------------------------------------------
+// Display modes of the viewer and their OpenGL state.
+
+enum ViewMode : int {
+    VIEW_MODE_WIRE = 0,
+    VIEW_MODE_SHADED = 1,
+    VIEW_MODE_TEXTURED = 2,
+    VIEW_MODE_MATTE = 3,
+    VIEW_MODE_COUNT = 4,
+};
+
+// Sets the switches of a mode and prints its console line. 0, or 16 for a
+// null record or a mode out of range.
+TOL_Status displayModeSet(BW_GraphicProps *gprops, int mode);
+// The mode a resolved dispType draws in.
+int displayModeOf(const BW_GraphicProps *gprops);
+
+// State of one pass that the mode's begin step saves for its end step.
+struct DisplayPassState {
+    uint8_t depthWasOn;  // depth test before the pass
+};
+void displayModePassBegin(const BW_GraphicProps *gprops, DisplayPassState *state);
+void displayModePassEnd(const BW_GraphicProps *gprops, const DisplayPassState *state);
+
+// glPolygonOffset as the GL of the run offers it; null when absent or switched
+// off by BW_SHADE_DISABLE_OFFSET. Looked up once.
+using PolygonOffsetFn = void (*)(float factor, float units);
+PolygonOffsetFn grPolygonOffset();
+
+// ---------------------------------------------------------------------------
+// The scene draw.
+
+// One frame of the scene. `camera` is the camera element or null.
+TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gprops);
+// The frame wrapper: loads the camera and runs the pass. 99 without a camera.
+TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, BW_GraphicProps *gprops);
+TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gprops);
+// Draws entry `index` of the models list. `pass`: 0 garbage mattes, 1 all but
+// them, 2 everything. `cull` 1 tests bounds; `recurse` 1 walks the children.
+TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_GraphicProps *gprops,
+                         int pass, int cull, int *stop, const float viewMatrix[16], int recurse);
+TOL_Status drawModel(TOL_Scene *scene, Model *model, int recurse, Element *entry,
+                     BW_GraphicProps *gprops);
+// The model's triangles as they stand, in material runs.
+void drawTrianglesDirect(const TOL_Scene *scene, Model *model, const BW_GraphicProps *gprops);
+// Wire of the model by its type, under its global matrix.
+void drawWireModel(const Model *model);
+// Light and camera icons, in world space.
+void drawLightIcons(Dictionary *dict);
+void drawCameraIcon(const Camera *camera, int selected);
+// Drawing colour from a colour code; returns 1 when the colour was set.
+int paletteColorSet(int code, int force);

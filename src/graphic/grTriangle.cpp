@@ -1,0 +1,688 @@
+// Triangle strips: the preprocess of a model (tessellate, then build the
+// strips), the strip walk over the triangles' edge table, the compile of the
+// strips into the float stream that the draw plays, and the release of the
+// display form.
+//
+// Stream cells are 32-bit. The first cell of a strip vertex holds the index
+// of its vertex record in the model's array, as the bits of an int32; a
+// pointer would not fit.
+#include <GL/gl.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unordered_map>
+#include <vector>
+
+#include "database.h"
+#include "dictionary.h"
+#include "material.h"
+#include "tess_internal.h"
+
+int g_keepOrientation = 1;
+
+namespace {
+
+constexpr uint16_t SHADING_CONSTANT = 1;  // drawn unlit
+constexpr uint16_t SHADING_SHADOW = 6;    // catches shadows only: no strips
+constexpr uint16_t MAP_UV = 4, MAP_CYLINDER = 5, MAP_SPHERE = 6;
+constexpr int32_t KIND_SKIPPED_A = 13, KIND_SKIPPED_B = 15;  // model kinds without strips
+constexpr int DEFAULT_MATERIAL_ID = 1;
+constexpr float COLOUR_SCALE = 0.00392156862745098f;  // 1 / 255
+
+// The dictionary whose models are being preprocessed; ids are looked up in
+// it, else in the calling thread's.
+thread_local Dictionary *s_preprocessDict = nullptr;
+
+Dictionary *lookupDict() { return s_preprocessDict ? s_preprocessDict : dictCurrent(); }
+
+int materialIdDefault(const Material *material) {
+    if (!material) return DEFAULT_MATERIAL_ID;
+    Dictionary *dict = lookupDict();
+    const int index = dict ? elemFindByData(dict, CHP_MATERIALS, material) : -1;
+    return index >= 0 ? index + 2 : DEFAULT_MATERIAL_ID;
+}
+
+int textureIdDefault(const Texture2D *texture) {
+    if (!texture) return -1;
+    Dictionary *dict = lookupDict();
+    const int index = dict ? elemFindByData(dict, CHP_TEXTURES2D, texture) : -1;
+    return index >= 0 ? index + 2 : -1;
+}
+
+}  // namespace
+
+int (*g_stripMaterialId)(const Material *material) = materialIdDefault;
+int (*g_stripTextureId)(const Texture2D *texture) = textureIdDefault;
+
+namespace {
+
+const Material &defaultMaterial() {
+    static const Material material;  // the record's defaults are the default material's
+    return material;
+}
+
+// The records carry no vertex colour mode; 1, the default material's, means
+// vertex colours count only when the draw recomputes them.
+int vertexColourMode(const Material *) { return 1; }
+
+BW_GlbVar &glbOf(const BW_GraphicProps *gprops) { return gprops && gprops->glbVar ? *gprops->glbVar : glbVar; }
+
+int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
+
+bool drawnType(int32_t type) {
+    return type == MODEL_PATCH || type == MODEL_FACE || type == MODEL_MESH || type == MODEL_META ||
+           type == MODEL_NURBS_SURFACE;
+}
+
+// The material a model draws with: its own first one, else that of the
+// nearest ancestor with materials; null for the default material.
+Material *modelMaterial(const Model *m) {
+    for (const Model *n = m; n; n = n->parent)
+        if (n->materials && n->materialCount > 0) return n->materials[0];
+    return nullptr;
+}
+
+const Texture2D *modelLocalTexture(const Model *m, const BW_GlbVar &g) {
+    if (!g.useLocalTexture) return nullptr;
+    for (int i = 0; m->textures2D && i < m->texture2DCount; ++i)
+        if (m->textures2D[i]) return m->textures2D[i];
+    return nullptr;
+}
+
+const Texture2D *materialTexture(const Material *material) {
+    return material && !material->textures.empty() ? &material->textures[0] : nullptr;
+}
+
+// Which texture applies to triangles of `material`.
+const Texture2D *textureResolve(const Model *model, const Material *material, const Texture2D *local,
+                                const BW_GlbVar &g) {
+    const Texture2D *own = materialTexture(material);
+    if (!own || !g.useMaterialTexture) return local;
+    if (local && g.materialOverLocal != 1) return local;
+    if (!g.currentMaterialOnly) return own;
+    return material == modelMaterial(model) ? own : local;
+}
+
+// What a header depends on besides the triangles.
+struct HeaderKey {
+    int32_t curMaterialId, curMaterialTexId, defaultMaterialId, localTextureId;
+    int32_t policy[4];
+};
+
+void headerKey(const Model *model, const BW_GlbVar &g, HeaderKey *k) {
+    const Material *material = modelMaterial(model);
+    k->curMaterialId = g_stripMaterialId(material);
+    k->curMaterialTexId = materialTexture(material) ? g_stripTextureId(materialTexture(material)) : -1;
+    k->defaultMaterialId = k->curMaterialId;
+    const Texture2D *local = modelLocalTexture(model, g);
+    k->localTextureId = local ? g_stripTextureId(local) : -1;
+    k->policy[0] = g.useLocalTexture | (int32_t{g.useMaterialTexture} << 16);
+    k->policy[1] = g.materialOverLocal;
+    k->policy[2] = g.currentMaterialOnly;
+    k->policy[3] = g.texFilter;
+}
+
+bool headerValid(const TmeshHeader *h, const HeaderKey &k, const BW_GlbVar &g, const BW_GraphicProps *gprops) {
+    if (h->curMaterialId != k.curMaterialId || h->curMaterialTexId != k.curMaterialTexId ||
+        h->defaultMaterialId != k.defaultMaterialId || h->localTextureId != k.localTextureId)
+        return false;
+    if (memcmp(h->policy, k.policy, sizeof k.policy) != 0) return false;
+    const uint16_t active = gprops ? gprops->texture.active : 0;
+    return h->listId == -1 || (h->textureState == active && g.listEnable);
+}
+
+// ---------------------------------------------------------------------------
+// Sorting by material
+
+// Orders the triangle array by material id (null first, as -1); triangles of
+// different materials with the same id stay apart, in order of appearance.
+void trianglesSort(Model *model) {
+    const int32_t n = model->triangleCount;
+    std::vector<const Material *> distinct;
+    std::unordered_map<const Material *, int32_t> slotOf;
+    std::vector<int32_t> slot(static_cast<size_t>(n));
+    const Material *last = nullptr;
+    int32_t lastSlot = -1;
+    for (int32_t i = 0; i < n; ++i) {
+        const Material *m = model->triangles[i].material;
+        if (lastSlot < 0 || m != last) {
+            auto found = slotOf.find(m);
+            if (found == slotOf.end()) {
+                found = slotOf.emplace(m, static_cast<int32_t>(distinct.size())).first;
+                distinct.push_back(m);
+            }
+            last = m;
+            lastSlot = found->second;
+        }
+        slot[static_cast<size_t>(i)] = lastSlot;
+    }
+    // Rank of each material: by id, then by appearance.
+    std::vector<int32_t> order(distinct.size()), rank(distinct.size()), id(distinct.size());
+    for (size_t s = 0; s < distinct.size(); ++s) {
+        order[s] = static_cast<int32_t>(s);
+        id[s] = distinct[s] ? g_stripMaterialId(distinct[s]) : -1;
+    }
+    std::sort(order.begin(), order.end(), [&](int32_t a, int32_t b) {
+        return id[static_cast<size_t>(a)] != id[static_cast<size_t>(b)] ? id[static_cast<size_t>(a)] < id[static_cast<size_t>(b)]
+                                                                        : a < b;
+    });
+    for (size_t r = 0; r < order.size(); ++r) rank[static_cast<size_t>(order[r])] = static_cast<int32_t>(r);
+    bool sorted = true;
+    for (int32_t i = 1; i < n && sorted; ++i)
+        sorted = rank[static_cast<size_t>(slot[static_cast<size_t>(i - 1)])] <= rank[static_cast<size_t>(slot[static_cast<size_t>(i)])];
+    if (!sorted) {
+        // Counting sort by rank into a fresh array.
+        std::vector<int64_t> start(distinct.size() + 1);
+        for (int32_t i = 0; i < n; ++i) ++start[static_cast<size_t>(rank[static_cast<size_t>(slot[static_cast<size_t>(i)])]) + 1];
+        for (size_t r = 1; r < start.size(); ++r) start[r] += start[r - 1];
+        TessTriangle *sortedArray = static_cast<TessTriangle *>(tessAlloc(static_cast<size_t>(n), sizeof(TessTriangle)));
+        for (int32_t i = 0; i < n; ++i)
+            sortedArray[start[static_cast<size_t>(rank[static_cast<size_t>(slot[static_cast<size_t>(i)])])]++] = model->triangles[i];
+        free(model->triangles);
+        model->triangles = sortedArray;
+    }
+    for (int32_t i = 0; i < n; ++i) model->triangles[i].next = i + 1 < n ? &model->triangles[i + 1] : nullptr;
+}
+
+// ---------------------------------------------------------------------------
+// Strip walk
+
+struct EdgeRecord {
+    int32_t hi;     // higher vertex index of the edge
+    int32_t tri;    // first triangle
+    int32_t tri2;   // second triangle; -1 none
+    int32_t seam;   // a seam triangle lies on the edge
+};
+
+// Edges grouped by their lower vertex, each group sorted by the higher one;
+// the first record of a pair holds both triangles.
+struct EdgeTable {
+    std::vector<int64_t> start;      // per vertex, its first record; one more at the end
+    std::vector<EdgeRecord> records;
+
+    const EdgeRecord *find(int32_t a, int32_t b) const {
+        const int32_t lo = std::min(a, b), hi = std::max(a, b);
+        const EdgeRecord *first = records.data() + start[static_cast<size_t>(lo)];
+        const EdgeRecord *end = records.data() + start[static_cast<size_t>(lo) + 1];
+        const EdgeRecord *at =
+            std::lower_bound(first, end, hi, [](const EdgeRecord &r, int32_t want) { return r.hi < want; });
+        return at != end && at->hi == hi ? at : nullptr;
+    }
+};
+
+struct Walk {
+    const Model *model;
+    std::vector<int32_t> corner;   // 3 vertex indices per triangle; -1 for a null vertex
+    std::vector<uint8_t> seam;     // seam triangles
+    std::vector<uint8_t> used;
+    EdgeTable edges;
+
+    // The triangle across edge (x, y) of `t` that may continue a strip:
+    // unused, same material, not across a seam, and running the edge the
+    // other way so that the strip keeps its turning sense. -1 for none.
+    int32_t neighbour(int32_t t, int32_t x, int32_t y) const {
+        const EdgeRecord *r = edges.find(x, y);
+        if (!r || r->seam) return -1;
+        const int32_t n = r->tri == t ? r->tri2 : (r->tri2 == t ? r->tri : -1);
+        if (n < 0 || used[static_cast<size_t>(n)]) return -1;
+        if (model->triangles[n].material != model->triangles[t].material) return -1;
+        // t runs x -> y or y -> x; n must run the other way.
+        const int32_t *ct = &corner[3 * static_cast<size_t>(t)], *cn = &corner[3 * static_cast<size_t>(n)];
+        int32_t from = -1, to = -1;
+        for (int k = 0; k < 3; ++k)
+            if ((ct[k] == x && ct[(k + 1) % 3] == y) || (ct[k] == y && ct[(k + 1) % 3] == x)) {
+                from = ct[k];
+                to = ct[(k + 1) % 3];
+            }
+        for (int k = 0; k < 3; ++k)
+            if (cn[k] == to && cn[(k + 1) % 3] == from) return n;
+        return -1;
+    }
+};
+
+// Seam of one texture: the triangle's corners fall on both sides of it.
+bool onSeam(const Model *model, int32_t t, const std::vector<const Texture2D *> &wraps) {
+    const TessTriangle &tri = model->triangles[t];
+    for (const Texture2D *tex : wraps) {
+        int sides = 0;
+        for (const TessVertex *v : tri.v) {
+            float uv[2];
+            sides |= stripTextureProject(tex, v->refPos, uv);
+        }
+        if (sides == 3) return true;
+    }
+    return false;
+}
+
+// The cylindrical and spherical textures of the model and of its materials.
+std::vector<const Texture2D *> wrapTextures(const Model *model) {
+    std::vector<const Texture2D *> out;
+    auto take = [&](const Texture2D *t) {
+        if (t && (t->method == MAP_CYLINDER || t->method == MAP_SPHERE)) out.push_back(t);
+    };
+    for (int i = 0; model->textures2D && i < model->texture2DCount; ++i) take(model->textures2D[i]);
+    std::vector<const Material *> seen;
+    auto takeMaterial = [&](const Material *m) {
+        if (!m || std::find(seen.begin(), seen.end(), m) != seen.end()) return;
+        seen.push_back(m);
+        for (const Texture2D &t : m->textures) take(&t);
+    };
+    for (int i = 0; model->materials && i < model->materialCount; ++i) takeMaterial(model->materials[i]);
+    const Material *last = nullptr;
+    for (int32_t t = 0; t < model->triangleCount; ++t)
+        if (model->triangles[t].material != last) takeMaterial(last = model->triangles[t].material);
+    return out;
+}
+
+void edgeTableMake(Walk &w) {
+    const int32_t n = w.model->triangleCount, nv = w.model->vertexCount;
+    EdgeTable &e = w.edges;
+    e.start.assign(static_cast<size_t>(nv) + 1, 0);
+    for (int32_t t = 0; t < n; ++t) {
+        const int32_t *c = &w.corner[3 * static_cast<size_t>(t)];
+        if (c[0] < 0) continue;
+        for (int k = 0; k < 3; ++k) ++e.start[static_cast<size_t>(std::min(c[k], c[(k + 1) % 3])) + 1];
+    }
+    for (size_t i = 1; i < e.start.size(); ++i) e.start[i] += e.start[i - 1];
+    e.records.resize(static_cast<size_t>(e.start.back()));
+    std::vector<int64_t> fill(e.start.begin(), e.start.end() - 1);
+    for (int32_t t = 0; t < n; ++t) {
+        const int32_t *c = &w.corner[3 * static_cast<size_t>(t)];
+        if (c[0] < 0) continue;
+        for (int k = 0; k < 3; ++k) {
+            const int32_t a = c[k], b = c[(k + 1) % 3];
+            e.records[static_cast<size_t>(fill[static_cast<size_t>(std::min(a, b))]++)] =
+                EdgeRecord{std::max(a, b), t, -1, w.seam[static_cast<size_t>(t)]};
+        }
+    }
+    for (int32_t v = 0; v < nv; ++v) {
+        EdgeRecord *first = e.records.data() + e.start[static_cast<size_t>(v)];
+        EdgeRecord *end = e.records.data() + e.start[static_cast<size_t>(v) + 1];
+        std::stable_sort(first, end, [](const EdgeRecord &a, const EdgeRecord &b) { return a.hi < b.hi; });
+        for (EdgeRecord *r = first; r + 1 < end; ++r)
+            if (r[1].hi == r->hi) {
+                r->tri2 = r[1].tri;
+                r->seam |= r[1].seam;
+                ++r;  // the pair is done
+            }
+    }
+}
+
+}  // namespace
+
+void tmeshBuildFree(TmeshBuild *build) {
+    if (build->header) free(build->header->stream);
+    free(build->header);
+    free(build->cells);
+    free(build->materials);
+    memset(build, 0, sizeof *build);
+}
+
+int modelCreateTmesh(Model *model, TmeshBuild *build) {
+    memset(build, 0, sizeof *build);
+    build->header = static_cast<TmeshHeader *>(calloc(1, sizeof(TmeshHeader)));
+    if (!build->header) {
+        fprintf(stderr, "No tmesh structure: %s %d\n", GR_TRIANGLE_SOURCE, __LINE__);
+        return 0;
+    }
+    build->header->listId = -1;
+    const int32_t n = model->triangleCount;
+    if (!model->triangles || n <= 0) {
+        fprintf(stderr, "modelCreateTmesh: No triangles!! %s %d\n", GR_TRIANGLE_SOURCE, __LINE__);
+        return 0;
+    }
+    build->cells = static_cast<int32_t *>(malloc(6 * static_cast<size_t>(n) * sizeof(int32_t)));
+    build->materials = static_cast<Material **>(malloc(sizeof(Material *)));
+    if (!build->cells || !build->materials) {
+        fprintf(stderr, "No array of tmesh: %s %d\n", GR_TRIANGLE_SOURCE, __LINE__);
+        return 0;
+    }
+    int32_t materialRoom = 1;
+
+    Walk w;
+    w.model = model;
+    w.corner.resize(3 * static_cast<size_t>(n));
+    w.seam.assign(static_cast<size_t>(n), 0);
+    w.used.assign(static_cast<size_t>(n), 0);
+    const std::vector<const Texture2D *> wraps = wrapTextures(model);
+    for (int32_t t = 0; t < n; ++t) {
+        const TessTriangle &tri = model->triangles[t];
+        const bool whole = tri.v[0] && tri.v[1] && tri.v[2];
+        for (int k = 0; k < 3; ++k)
+            w.corner[3 * static_cast<size_t>(t) + static_cast<size_t>(k)] =
+                whole ? static_cast<int32_t>(tri.v[k] - model->vertices) : -1;
+        if (!whole) w.used[static_cast<size_t>(t)] = 1;
+        else if (!wraps.empty()) w.seam[static_cast<size_t>(t)] = onSeam(model, t, wraps);
+    }
+    edgeTableMake(w);
+
+    Material *modelDefault = modelMaterial(model);
+    int32_t *out = build->cells;
+    int64_t at = 0;
+    bool first = true;
+    const Material *current = nullptr;
+    for (int32_t start = 0; start < n; ++start) {
+        if (w.used[static_cast<size_t>(start)]) continue;
+        const TessTriangle &tri = model->triangles[start];
+        const bool seam = w.seam[static_cast<size_t>(start)];
+        if (first || tri.material != current || seam) {
+            Material *m = tri.material ? tri.material : modelDefault;
+            int32_t slot = build->materialCount;
+            if (slot > 0 && build->materials[slot - 1] == m) {
+                slot -= 1;
+            } else {
+                if (slot == materialRoom) {
+                    materialRoom *= 2;
+                    Material **grown = static_cast<Material **>(realloc(build->materials, sizeof(Material *) * static_cast<size_t>(materialRoom)));
+                    if (!grown) {
+                        fprintf(stderr, "Can't allocate memory: %s %d\n", GR_TRIANGLE_SOURCE, __LINE__);
+                        return 0;
+                    }
+                    build->materials = grown;
+                }
+                build->materials[build->materialCount++] = m;
+            }
+            out[at++] = TMESH_MATERIAL;
+            out[at++] = slot;
+            current = tri.material;
+            first = false;
+        }
+        // Start on the side that has somewhere to go.
+        const int32_t *c = &w.corner[3 * static_cast<size_t>(start)];
+        int rot = 2;
+        if (w.neighbour(start, c[1], c[2]) >= 0) rot = 0;
+        else if (w.neighbour(start, c[2], c[0]) >= 0) rot = 1;
+        int32_t b = c[(rot + 1) % 3], next = c[(rot + 2) % 3];
+        out[at++] = c[rot];
+        out[at++] = b;
+        int32_t t = start;
+        for (;;) {
+            out[at++] = next;
+            w.used[static_cast<size_t>(t)] = 1;
+            if (w.seam[static_cast<size_t>(t)]) break;
+            const int32_t nb = w.neighbour(t, b, next);
+            if (nb < 0 || w.seam[static_cast<size_t>(nb)]) break;
+            const int32_t *cn = &w.corner[3 * static_cast<size_t>(nb)];
+            int32_t third = cn[0];
+            for (int k = 0; k < 3; ++k)
+                if (cn[k] != b && cn[k] != next) third = cn[k];
+            b = next;
+            next = third;
+            t = nb;
+        }
+        out[at++] = TMESH_STRIP_END;
+    }
+    build->count = at;
+    return 1;
+}
+
+// ---------------------------------------------------------------------------
+// Stream compile
+
+namespace {
+
+// How the vertices of one material run are written.
+struct RunForm {
+    float token;               // material cell
+    int32_t id;                // material id
+    const Material *material;  // the material, or the default one
+    const Texture2D *texture;  // null: no UV cells
+    int32_t textureId;         // texture cell id
+    bool shadow;               // tokens but no strips
+    bool colour;               // r, g, b cells
+    bool shaded;               // normal cells
+    int colourMode;            // vertex colour mode of the material
+    int stride;                // cells per vertex
+};
+
+void runFormMake(const Model *model, Material *material, const Texture2D *local, const BW_GlbVar &g,
+                 const BW_GraphicProps *gprops, RunForm *f) {
+    const Material &mat = material ? *material : defaultMaterial();
+    f->material = &mat;
+    f->id = g_stripMaterialId(material);
+    f->shadow = mat.shadingModel == SHADING_SHADOW;
+    f->colourMode = vertexColourMode(material);
+    f->colour = f->colourMode != 1 || (gprops && gprops->vertexColors == 1);
+    f->shaded = mat.shadingModel != SHADING_CONSTANT;
+    f->token = f->shaded ? (f->colour ? STRIP_MAT_SHADED_COLOUR : STRIP_MAT_SHADED)
+                         : (f->colour ? STRIP_MAT_CONSTANT_COLOUR : STRIP_MAT_CONSTANT);
+    f->texture = textureResolve(model, material, local, g);
+    f->textureId = f->texture ? g_stripTextureId(f->texture) : -1;
+    if (f->textureId < 0) f->texture = nullptr;
+    f->stride = 4 + (f->texture ? 3 : 0) + (f->colour ? 3 : 0) + (f->shaded ? 3 : 0);
+}
+
+// Writes one strip vertex; returns the seam side code of its UV.
+int vertexWrite(float *cell, const TessVertex *v, int32_t index, const RunForm &f, bool mirrored) {
+    memcpy(cell++, &index, sizeof index);
+    int side = 0;
+    if (f.texture) {
+        float uv[2], kind = 0.0f;
+        if (f.texture->method == MAP_UV) {
+            uv[0] = 1.0f - v->u;
+            uv[1] = 1.0f - v->v;
+            kind = 1.0f;
+        } else {
+            side = stripTextureProject(f.texture, v->refPos, uv);
+        }
+        stripTextureTransform(f.texture, uv);
+        *cell++ = kind;
+        *cell++ = uv[0];
+        *cell++ = uv[1];
+    }
+    if (f.colour) {
+        for (int k = 0; k < 3; ++k) {
+            cell[k] = static_cast<float>((v->colour >> (8 * k)) & 0xFF) * COLOUR_SCALE;
+            if (f.colourMode == 3) cell[k] += f.material->diffuse[k];
+        }
+        cell += 3;
+    }
+    if (f.shaded) {
+        for (int k = 0; k < 3; ++k) cell[k] = mirrored ? -v->normal[k] : v->normal[k];
+        cell += 3;
+    }
+    memcpy(cell, v->pos, sizeof v->pos);
+    return side;
+}
+
+// Three vertices of a strip around the wrap of a cylindrical or spherical
+// texture: their coordinates on the wrap axis are brought to one side.
+void wrapMend(const Texture2D *t, float *uv[3]) {
+    const float coverage = t->uScale;
+    const int axis = t->swap ? 1 : 0;
+    if (coverage <= 0.5f) {
+        for (int i = 0; i < 3; ++i)
+            if (uv[i][axis] > 0.5f) uv[i][axis] = -uv[i][axis];
+        return;
+    }
+    const float d = (2.0f - coverage) / (3.0f - coverage);
+    for (int i = 0; i < 3; ++i) {
+        if (axis == 1 && uv[i][1] > 0.75f) uv[i][1] -= d;
+        if (axis == 0 && uv[i][0] < 0.25f) uv[i][0] += d;
+    }
+}
+
+int streamCompile(Model *model, TmeshBuild *build, const BW_GlbVar &g, const BW_GraphicProps *gprops) {
+    std::vector<RunForm> forms(static_cast<size_t>(build->materialCount));
+    const Texture2D *local = modelLocalTexture(model, g);
+    for (int32_t s = 0; s < build->materialCount; ++s)
+        runFormMake(model, build->materials[s], local, g, gprops, &forms[static_cast<size_t>(s)]);
+    const int32_t *cells = build->cells;
+
+    // Sizing pass.
+    int64_t size = 1;
+    const RunForm *f = nullptr;
+    bool open = false;
+    for (int64_t i = 0; i < build->count; ++i) {
+        if (cells[i] == TMESH_MATERIAL) {
+            f = &forms[static_cast<size_t>(cells[++i])];
+            size += f->texture ? 4 : 2;
+            open = false;
+        } else if (cells[i] == TMESH_STRIP_END) {
+            open = false;
+        } else if (!f->shadow) {
+            if (!open) ++size;
+            open = true;
+            size += f->stride;
+        }
+    }
+    float *stream = size <= INT32_MAX ? static_cast<float *>(malloc(static_cast<size_t>(size) * sizeof(float))) : nullptr;
+    if (!stream) {
+        fprintf(stderr, "Can't allocate memory: %s %d\n", GR_TRIANGLE_SOURCE, __LINE__);
+        return 0;
+    }
+
+    // Filling pass.
+    const bool mirrored = model->scaling[0] * model->scaling[1] * model->scaling[2] < 0.0f;
+    int64_t at = 0, countAt = -1;
+    int64_t window[3];   // UV cells of the strip's last three vertices
+    int sides[3] = {0, 0, 0}, inWindow = 0;
+    for (int64_t i = 0; i < build->count; ++i) {
+        const int32_t c = cells[i];
+        if (c == TMESH_MATERIAL) {
+            f = &forms[static_cast<size_t>(cells[++i])];
+            stream[at++] = f->token;
+            stream[at++] = static_cast<float>(f->id);
+            if (f->texture) {
+                stream[at++] = STRIP_TEXTURE;
+                stream[at++] = static_cast<float>(f->textureId);
+            }
+            countAt = -1;
+        } else if (c == TMESH_STRIP_END) {
+            if (countAt >= 0) stream[countAt] = static_cast<float>(at - countAt - 1);
+            countAt = -1;
+        } else if (!f->shadow) {
+            if (countAt < 0) {
+                countAt = at;
+                stream[at++] = STRIP_PLACEHOLDER;
+                inWindow = 0;
+            }
+            const int side = vertexWrite(&stream[at], &model->vertices[c], c, *f, mirrored);
+            const bool wraps = f->texture && (f->texture->method == MAP_CYLINDER || f->texture->method == MAP_SPHERE);
+            if (wraps && !stripOldUvConversion()) {
+                window[inWindow % 3] = at + 2;
+                sides[inWindow % 3] = side;
+                if (++inWindow >= 3 && (sides[0] | sides[1] | sides[2]) == 3) {
+                    float *uv[3] = {&stream[window[0]], &stream[window[1]], &stream[window[2]]};
+                    wrapMend(f->texture, uv);
+                }
+            }
+            at += f->stride;
+        }
+    }
+    stream[at++] = STRIP_END;
+
+    TmeshHeader *h = build->header;
+    h->stream = stream;
+    h->streamLength = static_cast<int32_t>(at);
+    h->listId = -1;
+    h->compileRequest = 1;
+    h->lastMaterial = -1;
+    h->lastTexture = -1;
+    return 1;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Preprocess and release
+
+int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
+    if (!model) return 23;
+    if (model->kind == KIND_SKIPPED_A || model->kind == KIND_SKIPPED_B || !drawnType(model->type)) return 0;
+    const BW_GlbVar &g = glbOf(gprops);
+    if (model->displayFlags & MODEL_GEOMETRY_STALE) modelDropGeometry(model, 0);
+
+    if (model->vertices && model->triangles) {
+        // Strips: kept while nothing they depend on changed.
+        HeaderKey key;
+        headerKey(model, g, &key);
+        if (model->tmesh) {
+            const bool valid = headerValid(model->tmesh, key, g, gprops);
+            if (valid && !(model->displayFlags & (MODEL_STRIPS_STALE | MODEL_STRIPS_STALE_2))) return 0;
+            if (!valid) modelDropStrips(model);
+        }
+        trianglesSort(model);
+        if (stopped(gprops)) return 97;
+        TmeshBuild build;
+        if (modelCreateTmesh(model, &build) && streamCompile(model, &build, g, gprops)) {
+            TmeshHeader *h = build.header;
+            h->curMaterialId = key.curMaterialId;
+            h->curMaterialTexId = key.curMaterialTexId;
+            h->defaultMaterialId = key.defaultMaterialId;
+            h->localTextureId = key.localTextureId;
+            memcpy(h->policy, key.policy, sizeof h->policy);
+            h->textureState = gprops ? gprops->texture.active : 0;
+            // Swapped in whole: the draw never sees a half-built header.
+            modelDropStrips(model);
+            model->tmesh = h;
+            build.header = nullptr;
+            model->displayFlags &= static_cast<uint8_t>(~(MODEL_STRIPS_STALE | MODEL_STRIPS_STALE_2));
+            tmeshBuildFree(&build);
+            return stopped(gprops);
+        }
+        tmeshBuildFree(&build);
+        fprintf(stderr, "Model %s has an error in tmesher. \n", model->name ? model->name : "");
+        return 0;
+    }
+
+    // Geometry first; the strips follow at the next call.
+    if (stopped(gprops)) return 97;
+    modelDropStrips(model);
+    const int status = tessellateModel(model, 2, 0, static_cast<int16_t>(g.patch_lod));
+    if (status != 0) {
+        fprintf(stderr, "%s: tessellation of %s failed with status %d\n", GR_TRIANGLE_SOURCE,
+                model->name ? model->name : "", status);
+        return 0;
+    }
+    model->displayFlags &= static_cast<uint8_t>(~MODEL_GEOMETRY_STALE);
+    if (!g_keepOrientation)
+        for (int32_t t = 0; t < model->triangleCount; ++t) std::swap(model->triangles[t].v[0], model->triangles[t].v[2]);
+    return 0;
+}
+
+void modelDropStrips(Model *model) {
+    if (!model || !model->tmesh) return;
+    if (model->tmesh->listId >= 0) glDeleteLists(static_cast<GLuint>(model->tmesh->listId), 1);
+    free(model->tmesh->stream);
+    free(model->tmesh);
+    model->tmesh = nullptr;
+}
+
+void modelDropGeometry(Model *model, int recurse) {
+    if (!model) return;
+    std::vector<Model *> stack{model};
+    while (!stack.empty()) {
+        Model *m = stack.back();
+        stack.pop_back();
+        free(m->vertices);  // the UV slots go with it
+        free(m->triangles);
+        m->vertices = nullptr;
+        m->triangles = nullptr;
+        m->vertexCount = m->triangleCount = 0;
+        modelDropStrips(m);
+        if (!recurse) break;
+        for (Model *c = m->firstChild; c; c = c->nextSibling) stack.push_back(c);
+    }
+}
+
+TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops) {
+    if (!scene) return tol_report(16, "TOL_preprocessALL(): scene:");
+    if (!gprops) return tol_report(16, "TOL_preprocessALL(): gprops:");
+    if (!gprops->material.shade) return 0;
+    Dictionary *dict = dictGet(static_cast<int>(scene->dict));
+    Chapter *models = dict ? dictChapter(dict, CHP_MODELS) : nullptr;
+    if (!models) return 0;
+    s_preprocessDict = dict;
+    TOL_Status status = 0;
+    for (int32_t i = 0; i < models->elementCount && status == 0; ++i) {
+        const Element &e = models->elements[i];
+        Model *m = static_cast<Model *>(e.data);
+        if (e.deleted != 0 || !m || !m->visible) continue;
+        status = modelPreprocess(m, gprops);
+    }
+    s_preprocessDict = nullptr;
+    return status == 97 ? 97 : 0;
+}

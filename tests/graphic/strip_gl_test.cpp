@@ -1,0 +1,134 @@
+// Strip streams drawn by the GL of the display into an off-screen buffer:
+// directly, and through the display list that takes the stream over.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "graphic.h"
+#include "material.h"
+#include "model.h"
+#include "testdata.h"
+
+// Xlib's macros come last: they clash with names in the test framework.
+#include <GL/glx.h>
+
+namespace {
+
+constexpr int W = 64, H = 64;
+
+bool glReady() {
+    static int ready = -1;
+    if (ready >= 0) return ready;
+    ready = 0;
+    Display *display = getenv("DISPLAY") ? XOpenDisplay(nullptr) : nullptr;
+    if (!display) return false;
+    const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, GLX_RED_SIZE, 8, GLX_GREEN_SIZE, 8,
+                              GLX_BLUE_SIZE, 8, GLX_DEPTH_SIZE, 24, None};
+    int count = 0;
+    GLXFBConfig *configs = glXChooseFBConfig(display, DefaultScreen(display), attributes, &count);
+    if (!configs || count == 0) return false;
+    const int size[] = {GLX_PBUFFER_WIDTH, W, GLX_PBUFFER_HEIGHT, H, None};
+    GLXPbuffer pbuffer = glXCreatePbuffer(display, configs[0], size);
+    GLXContext context = glXCreateNewContext(display, configs[0], GLX_RGBA_TYPE, nullptr, True);
+    XFree(configs);
+    ready = pbuffer && context && glXMakeContextCurrent(display, pbuffer, pbuffer, context);
+    return ready;
+}
+
+unsigned pixel(int x, int y) {
+    unsigned char rgb[3];
+    glReadPixels(x, y, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, rgb);
+    return unsigned{rgb[0]} << 16 | unsigned{rgb[1]} << 8 | rgb[2];
+}
+
+// A unit grid square turned from XZ into XY and moved over the lower-left
+// quarter of the view.
+Model *square() {
+    Model *m = modelNew("square", MODEL_MESH, tdMakeGridMesh(1, 1));
+    const float turn[4][4] = {{1, 0, 0, 0}, {0, 0, -1, 0}, {0, 1, 0, 0}, {-1, -1, 0, 1}};
+    std::copy(&turn[0][0], &turn[0][0] + 16, &m->globalMatrix[0][0]);
+    return m;
+}
+
+class StripGl : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!glReady()) GTEST_SKIP() << "no display with GLX";
+        glViewport(0, 0, W, H);
+        glMatrixMode(GL_PROJECTION);
+        glLoadIdentity();
+        glMatrixMode(GL_MODELVIEW);
+        glLoadIdentity();
+        glDisable(GL_LIGHTING);
+        glDisable(GL_DEPTH_TEST);
+        gpropsInit(&gp);
+        glbVar.listEnable = 0;
+        glbVar.curMatId = glbVar.curTxtId = -1;
+    }
+    void TearDown() override { glbVar.listEnable = 0; }
+    void clear() {
+        glClearColor(0, 0, 0, 0);
+        glClear(GL_COLOR_BUFFER_BIT);
+    }
+    BW_GraphicProps gp;
+};
+
+}  // namespace
+
+TEST_F(StripGl, DrawnDirectlyThenFromTheListThatTakesTheStreamOver) {
+    Model *m = square();
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    ASSERT_NE(m->tmesh, nullptr);
+
+    clear();
+    ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
+    const unsigned grey = 0xB2B2B2;  // the default binding: 0.7 grey
+    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_EQ(pixel(48, 48), 0u);
+    EXPECT_EQ(glbVar.curMatId, 1);
+    EXPECT_EQ(glbVar.curTxtId, 0);
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    EXPECT_NE(m->tmesh->stream, nullptr);
+
+    // With lists on, the next draw compiles one and frees the stream.
+    glbVar.listEnable = 1;
+    clear();
+    ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
+    EXPECT_EQ(pixel(16, 16), grey);
+    ASSERT_GE(m->tmesh->listId, 0);
+    EXPECT_EQ(m->tmesh->stream, nullptr);
+    EXPECT_EQ(m->tmesh->streamLength, 0);
+    EXPECT_EQ(m->tmesh->compileRequest, 0);
+    EXPECT_EQ(m->tmesh->lastMaterial, 1);
+
+    // Played from the list alone.
+    glbVar.curMatId = -1;
+    clear();
+    ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
+    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_EQ(glbVar.curMatId, 1);
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+
+    modelFree(m);
+
+    // A constant material stays out of lists and draws unlit.
+    m = square();
+    m->materials = static_cast<Material **>(calloc(1, sizeof(Material *)));
+    m->materials[0] = new Material;
+    m->materials[0]->shadingModel = 1;
+    m->materialCount = 1;
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    glEnable(GL_LIGHTING);
+    clear();
+    ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
+    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_TRUE(glIsEnabled(GL_LIGHTING));  // restored
+    EXPECT_EQ(m->tmesh->listId, -1);
+    EXPECT_EQ(m->tmesh->compileRequest, 0);
+    EXPECT_NE(m->tmesh->stream, nullptr);
+    glDisable(GL_LIGHTING);
+    modelFree(m);
+}

@@ -14,70 +14,12 @@
 #include <vector>
 
 #include "model.h"
+#include "testdata.h"
 
 namespace {
 
 constexpr int32_t kQuadsU = 1000, kQuadsV = 500;  // two triangles per quad
 constexpr int64_t kTriangles = int64_t{2} * kQuadsU * kQuadsV;
-
-// A flat grid in XZ, each quad split along its diagonal; edges listed once.
-Mesh *makeGridMesh() {
-    const int32_t vu = kQuadsU + 1, vv = kQuadsV + 1;
-    Mesh *m = static_cast<Mesh *>(calloc(1, sizeof(Mesh)));
-    m->uvDomainCount = 1;
-    m->discontinuity = 60.0f;
-    m->cosDiscontinuity = 0.5f;
-    m->vertexCount = vu * vv;
-    m->vertices = static_cast<MeshVertex *>(calloc(static_cast<size_t>(m->vertexCount), sizeof(MeshVertex)));
-    for (int32_t j = 0; j < vv; ++j)
-        for (int32_t i = 0; i < vu; ++i) {
-            float *p = m->vertices[j * vu + i].pos;
-            p[0] = static_cast<float>(i);
-            p[2] = static_cast<float>(j);
-        }
-
-    std::vector<std::pair<int32_t, int32_t>> edges;
-    edges.reserve(static_cast<size_t>(3) * kQuadsU * kQuadsV + kQuadsU + kQuadsV);
-    for (int32_t j = 0; j < vv; ++j)
-        for (int32_t i = 0; i < vu; ++i) {
-            int32_t v = j * vu + i;
-            if (i + 1 < vu) edges.emplace_back(v, v + 1);
-            if (j + 1 < vv) edges.emplace_back(v, v + vu);
-            if (i + 1 < vu && j + 1 < vv) edges.emplace_back(v, v + vu + 1);
-        }
-    m->edgeCount = static_cast<int32_t>(edges.size());
-    int32_t blocks = (m->edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
-    m->edgeBlocks = static_cast<MeshEdge **>(calloc(static_cast<size_t>(blocks), sizeof(MeshEdge *)));
-    for (int32_t b = 0; b < blocks; ++b)
-        m->edgeBlocks[b] = static_cast<MeshEdge *>(calloc(MESH_EDGE_BLOCK, sizeof(MeshEdge)));
-    for (int32_t e = 0; e < m->edgeCount; ++e) {
-        meshEdge(m, e)->vrt[0] = edges[static_cast<size_t>(e)].first;
-        meshEdge(m, e)->vrt[1] = edges[static_cast<size_t>(e)].second;
-    }
-
-    m->polygons = static_cast<MeshPolygon *>(calloc(static_cast<size_t>(kTriangles), sizeof(MeshPolygon)));
-    for (int32_t j = 0; j < kQuadsV; ++j)
-        for (int32_t i = 0; i < kQuadsU; ++i) {
-            int32_t v = j * vu + i;
-            const int32_t corners[2][3] = {{v, v + vu + 1, v + 1}, {v, v + vu, v + vu + 1}};
-            for (const auto &tri : corners) {
-                MeshPolygon &poly = m->polygons[m->polygonCount++];
-                poly.nrm[1] = 1.0f;
-                poly.nodeCount = 3;
-                poly.nodes = static_cast<MeshNode *>(calloc(3, sizeof(MeshNode)));
-                for (int k = 0; k < 3; ++k) {
-                    MeshNode &n = poly.nodes[k];
-                    n.vrt = tri[k];
-                    n.nrm[1] = 1.0f;
-                    n.u = m->vertices[tri[k]].pos[0] / kQuadsU;
-                    n.v = m->vertices[tri[k]].pos[2] / kQuadsV;
-                    n.colour = 0xFFFFFFFFu;
-                }
-            }
-        }
-    meshLink(m);
-    return m;
-}
 
 // The model file, written once per process.
 class ModelFile {
@@ -85,7 +27,7 @@ public:
     ModelFile() {
         char pattern[] = "/tmp/model_read_bench.XXXXXX";
         if (mkdtemp(pattern)) dir_ = pattern;
-        Model *root = modelNew("grid", MODEL_MESH, makeGridMesh());
+        Model *root = modelNew("grid", MODEL_MESH, tdMakeGridMesh(kQuadsU, kQuadsV));
         if (!dir_.empty() && modelFileWritePath(path().c_str(), root)) {
             struct stat st;
             if (stat(path().c_str(), &st) == 0) size_ = st.st_size;

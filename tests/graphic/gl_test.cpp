@@ -9,38 +9,18 @@
 
 #include "graphic.h"
 
-// Xlib's macros come last: they clash with names in the test framework.
-#include <GL/glx.h>
+#include "gl_context.h"
 
 namespace {
 
 constexpr int W = 400, H = 300;
 constexpr unsigned RED = 0xFF0000, BLACK = 0;
 
-// One pbuffer and context for the whole program; false without a display.
-bool glReady() {
-    static int ready = -1;
-    if (ready >= 0) return ready;
-    ready = 0;
-    Display *display = getenv("DISPLAY") ? XOpenDisplay(nullptr) : nullptr;
-    if (!display) return false;
-    const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, GLX_RED_SIZE, 8, GLX_GREEN_SIZE, 8,
-                              GLX_BLUE_SIZE, 8, GLX_DEPTH_SIZE, 24, None};
-    int count = 0;
-    GLXFBConfig *configs = glXChooseFBConfig(display, DefaultScreen(display), attributes, &count);
-    if (!configs || count == 0) return false;
-    const int size[] = {GLX_PBUFFER_WIDTH, W, GLX_PBUFFER_HEIGHT, H, None};
-    GLXPbuffer pbuffer = glXCreatePbuffer(display, configs[0], size);
-    GLXContext context = glXCreateNewContext(display, configs[0], GLX_RGBA_TYPE, nullptr, True);
-    XFree(configs);
-    ready = pbuffer && context && glXMakeContextCurrent(display, pbuffer, pbuffer, context);
-    return ready;
-}
 
 class Gl : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!glReady()) GTEST_SKIP() << "no display with GLX";
+        if (!bwtest::glReady(W, H)) GTEST_SKIP() << "no display with GLX";
         glViewport(0, 0, W, H);
         glClearColor(0, 0, 0, 0);
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);

@@ -1,0 +1,33 @@
+// An off-screen GL context for the graphic tests: one pbuffer of the size the
+// first caller asks for, current for the rest of the program; false without a
+// display with GLX.
+#pragma once
+
+#include <cstdlib>
+
+// Xlib's macros come last in the including file: they clash with names in the
+// test framework, so this header is included after the others.
+#include <GL/glx.h>
+
+namespace bwtest {
+
+inline bool glReady(int width, int height) {
+    static int ready = -1;
+    if (ready >= 0) return ready;
+    ready = 0;
+    Display *display = getenv("DISPLAY") ? XOpenDisplay(nullptr) : nullptr;
+    if (!display) return false;
+    const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, GLX_RED_SIZE, 8, GLX_GREEN_SIZE, 8,
+                              GLX_BLUE_SIZE, 8, GLX_DEPTH_SIZE, 24, None};
+    int count = 0;
+    GLXFBConfig *configs = glXChooseFBConfig(display, DefaultScreen(display), attributes, &count);
+    if (!configs || count == 0) return false;
+    const int size[] = {GLX_PBUFFER_WIDTH, width, GLX_PBUFFER_HEIGHT, height, None};
+    GLXPbuffer pbuffer = glXCreatePbuffer(display, configs[0], size);
+    GLXContext context = glXCreateNewContext(display, configs[0], GLX_RGBA_TYPE, nullptr, True);
+    XFree(configs);
+    ready = pbuffer && context && glXMakeContextCurrent(display, pbuffer, pbuffer, context);
+    return ready;
+}
+
+}  // namespace bwtest

@@ -99,8 +99,10 @@ TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);
 // OpenGL level (src/graphic/grstate.cpp, grstring.cpp). Called on the thread that
 // owns the GL context.
 
-// The part of the graphic state initialisation that needs no scene: depth
-// function, depth test, normalisation. Returns 1 on success.
+// The graphic state initialisation: GL lights off, nothing bound, depth
+// function, depth test, normalisation, the default light and the light model;
+// the scenes' materials, lights and textures are flagged for compilation
+// (g_grStateInit). Returns 1 on success.
 int grStateInitGL(BW_GraphicProps *props);
 // Clears the frame: colour, and depth when shading; fog colour while fog is on.
 TOL_Status TOL_grClear(BW_GraphicProps *props);
@@ -251,3 +253,124 @@ int stripStreamWalk(const float *stream, int32_t length, const StripStreamVisito
 // The vertex cell holds the index of the vertex in the model's array (a
 // pointer has no room in a 32-bit cell); this reads it back.
 int32_t stripVertexIndex(const float *vertexCells);
+
+// ---------------------------------------------------------------------------
+// Materials, lights and textures on the hardware: what the scene draw binds
+// each frame. Materials and textures are display lists of fixed numbers; the
+// strip stream names them by id.
+
+constexpr int MATERIAL_LIST_BASE = 1000;  // material id n is list 1000 + n
+constexpr int TEXTURE_LIST_BASE = 1500;   // texture id n is list 1500 + n
+constexpr int DEFAULT_MATERIAL_ID = 1;    // the default material, list 1001
+constexpr int GR_MAX_LIGHTS = 8;          // GL lights a scene can use
+
+// The light that stands in when no light of the scene is on.
+struct BW_DefaultLight {
+    float colour[3];     // red, green, blue
+    float direction[3];  // towards the light at infinity; the position otherwise
+    uint16_t type;       // 3: at infinity
+};
+
+// Scene-wide lighting: the light model and the default light.
+struct BW_SceneLighting {
+    float ambient[3] = {0.2f, 0.2f, 0.2f};  // light model ambient colour, alpha 1
+    uint16_t twoSided = 0;                  // the scene lights both sides of its surfaces
+    uint16_t twoSidedOverride = 0;          // set: one side only, whatever twoSided says
+    BW_DefaultLight defaultLight = {{1.0f, 1.0f, 1.0f}, {0.4f, 0.8f, 0.6f}, 3};  // white, from above right
+};
+extern BW_SceneLighting g_sceneLighting;
+
+// State initialisations so far. The draw keeps records per scene (compiled
+// materials, loaded textures); a record that saw an older initialisation
+// flags everything again, since the lists may be gone.
+struct GrStateInitMark {
+    int32_t serial;          // initialisations so far
+    int32_t texturesSerial;  // the last one that flagged the textures too
+};
+extern GrStateInitMark g_grStateInit;
+extern int g_optimizeEditing;  // BW_SHADE_OPTIMIZE_EDITING: textures keep their flags at state init
+
+// GL_LIGHT0 from the default light, not enabled.
+void grDefaultLightSet();
+// Local or infinite viewer (BW_OGL_LIGHT_VIEWER_INFINITE, read once), the
+// scene's ambient colour, two-sided lighting; lighting on.
+void grLightModelSet();
+
+// The fixed material "default" of models without one: shading model 4,
+// ambient 0.5, diffuse 0.7, specular 1, decay 50; id 1.
+const Material &materialDefault();
+// The material a model draws with: its own first one, else that of the
+// nearest ancestor with materials; null for the default material.
+Material *modelMaterial(const Model *model);
+// The model's first local texture, null when there is none or local
+// textures do not count.
+const Texture2D *modelLocalTexture(const Model *model, const BW_GlbVar &g);
+// Which texture applies to the triangles of `material` on `model`.
+const Texture2D *textureResolve(const Model *model, const Material *material, const Texture2D *local,
+                                const BW_GlbVar &g);
+
+// Texture UV. UV of a point for the texture's method; returns the seam side
+// code of cylindrical and spherical methods (1 for u at most 0.25, 2 for u at
+// least 0.75, else 0; a triangle whose corners give 1 and 2 crosses the
+// seam), 0 for other methods.
+int stripTextureProject(const Texture2D *texture, const float point[3], float uv[2]);
+// Scale, offset and swap of a texture applied to UV.
+void stripTextureTransform(const Texture2D *texture, float uv[2]);
+// BW_OLD_UV_CONVERSION, read once.
+bool stripOldUvConversion();
+// The transformed UV of a vertex: the surface's own (method 4) or projected
+// from its reference position. Returns the seam side code; `fromSurface` (may
+// be null) is set to 1 for the surface's own UV.
+int stripVertexUv(const Texture2D *texture, const TessVertex *vertex, float uv[2], int *fromSurface);
+
+// Flag word of a texture entry.
+constexpr uint16_t TEXTURE_FLAG_LOAD = 1;     // read the picture again
+constexpr uint16_t TEXTURE_FLAG_UV = 2;       // UV computed for the current triangles
+constexpr uint16_t TEXTURE_FLAG_COMPILE = 4;  // compile the list again
+constexpr uint16_t TEXTURE_FLAG_VIDEO = 8;    // the video source was taken on
+
+// A picture made ready for the hardware.
+struct TexturePicture {
+    int32_t width;       // pixels, a power of two
+    int32_t height;      // pixels, a power of two
+    int32_t components;  // bytes a pixel: 4 (RGBA), 3 after packing
+    int32_t flipped;     // 1: the bytes of each pixel stand in reverse order
+    uint8_t *pixels;     // malloc'd, bottom row first
+};
+void texturePictureFree(TexturePicture *picture);  // the pixels and the record
+
+// Side of a texture: the largest power of two not above `side`, halved while
+// above `limit` (0: no limit). Pictures are never scaled up.
+int textureFitSize(int side, int limit);
+// The size limit a value of BW_SHADE_TEXSIZE_LIMIT gives: 256 for none or an
+// unparsable value, 0 (no limit) for "OFF" or a value not above 0, else the
+// largest power of two not above it.
+int textureSizeLimitParse(const char *value);
+// The limit of the run, BW_SHADE_TEXSIZE_LIMIT read at the first call.
+int textureSizeLimit();
+
+// The picture of a texture, prepared: read from `path` (kinds 0 and 1; kind 2
+// reads the resource "noIcon"), cropped, tiled in the image when `tile` and
+// the tile counts ask for it, widened to close the wrap of a cylindrical or
+// spherical map, resized to powers of two within the limit; with `alphaFlag`
+// a border of alpha 0, with `noAlpha` packed to RGB, with `flip` each pixel's
+// bytes reversed. Null when the picture cannot be read. Pictures of one
+// definition run are cached in gprops (textureCacheBegin): a second texture
+// of the same file and settings takes a copy.
+TexturePicture *textureLoad(const Texture2D *texture, const char *path, int alphaFlag, int flip, int tile,
+                            int noAlpha, BW_GraphicProps *gprops);
+void textureCacheBegin(BW_GraphicProps *gprops);
+void textureCacheEnd(BW_GraphicProps *gprops);  // frees the cached pictures
+
+// Compiles list 1500 + `id`: filters (texFilter, else the texture's own),
+// wrap (GL_REPEAT with `repeat`, else GL_CLAMP), the image. 0, or 98 for a
+// count of components the hardware cannot take ("Unknown number of colour
+// channels: %d\n").
+int textureListCompile(int id, const Texture2D *texture, const TexturePicture *picture, int repeat,
+                       const BW_GlbVar &g);
+// Makes texture `id` current when it is not: its list, texturing on, sphere
+// mapping for reflection maps, the colour mask for live video. Returns 0 for
+// a reflection map (no UV needed), else 1.
+int textureBindList(const Texture2D *texture, int id, const BW_GraphicProps *gprops);
+// Texturing off, sphere mapping off, nothing bound.
+void textureUnbind(BW_GlbVar &g);

@@ -209,6 +209,11 @@ TOL_Status TOL_cameraResetTilt(TOL_Scene *scene, const TOL_Elem *camera);
 TOL_Status TOL_cameraPan(TOL_Scene *scene, const TOL_Elem *camera, float dx, float dy);
 TOL_Status TOL_cameraZoom(TOL_Scene *scene, const TOL_Elem *camera, float direction);
 TOL_Status TOL_cameraDolly(TOL_Scene *scene, const TOL_Elem *camera, float distance);
+// Frames the scene's models, or only the selected ones: the interest goes to
+// the middle of their box, and the camera, keeping its direction, backs away
+// until every point is in view, then a tenth further. Nothing happens without
+// a box or a point.
+TOL_Status TOL_cameraFitScene(TOL_Scene *scene, const TOL_Elem *camera, int selectedOnly);
 // The attribute store: one saved copy per camera element index, shared by
 // the scene contexts (the last to store wins).
 TOL_Status TOL_cameraStoreAttributes(TOL_Scene *scene, const TOL_Elem *camera);

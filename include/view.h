@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "graphic.h"
 #include "tol.h"
@@ -15,7 +16,10 @@ struct Camera;
 struct Chapter;
 struct Dictionary;
 struct Element;
+struct Light;
+struct Material;
 struct Model;
+struct Texture2D;
 
 // ---------------------------------------------------------------------------
 // Bounds, built once per scene at start-up, in world space.
@@ -134,6 +138,76 @@ void displayModePassEnd(const BW_GraphicProps *gprops, const DisplayPassState *s
 // off by BW_SHADE_DISABLE_OFFSET. Looked up once.
 using PolygonOffsetFn = void (*)(float factor, float units);
 PolygonOffsetFn grPolygonOffset();
+
+// ---------------------------------------------------------------------------
+// Materials and lights on the hardware. Each material is a display list
+// (1000 + id, id being its MATERIALS index + 2; 1001 the default material)
+// that the strip stream calls by id; lights are set once a frame, in world
+// space, since they move.
+
+// All lights of the frame: the head light alone when gprops->headLight is 1,
+// else the scene's lights that are on, the first eight on GL_LIGHT0 to 7,
+// else the default light. Lights the previous frame used beyond the new
+// count go off. 0, or 97 when stopFct stopped it.
+TOL_Status lightsBind(TOL_Scene *scene, BW_GraphicProps *gprops);
+// One light on GL_LIGHT0 + `index` (below 8): colour, position (at infinity
+// for types 3 and 4), the cone of a spot (type 2), white specular. 0, or 97.
+TOL_Status lightSetup(const Light *light, int index, BW_GraphicProps *gprops);
+// Lights of the last bind that were on, counted beyond eight.
+int lightsCount();
+// Before and after the shaded part of models entry `modelIndex`: a linked
+// light that does not light the model goes off, and every one on again.
+void selectiveLightsOff(int32_t modelIndex);
+void selectiveLightsOn();
+
+// Compiles list 1000 + `id` from the material, its colours' alpha `alpha`:
+// by shading model constant (1, 7), without highlight (2, 3), with highlight
+// (4, 5), shadow (6); an empty list for other models. 0, or 98 for a null
+// material.
+int materialListCompile(const Material *material, int id, float alpha);
+// Recompiles a flagged or animated material (MATERIALS entry `index`; -1 the
+// default material). 0, 97 or 98.
+TOL_Status materialBind(TOL_Scene *scene, int32_t index, BW_GraphicProps *gprops);
+// materialBind over the scene's materials, the default one first; the status
+// of the last.
+TOL_Status materialsBind(TOL_Scene *scene, BW_GraphicProps *gprops);
+// Flags the named MATERIALS entries and binds them; a failure prints
+// "ERROR: MATERIAL %s INVALID!\n" and the next one is taken.
+TOL_Status materialsCompileList(TOL_Scene *scene, int count, const int32_t *indices,
+                                BW_GraphicProps *gprops);
+// Before a model's strips: each material whose list holds another alpha
+// than the model's is recompiled with it. No materials, or a material that is
+// no entry, stand for the default one.
+TOL_Status materialsUpdateAlpha(TOL_Scene *scene, int count, Material *const *materials, float alpha,
+                                BW_GraphicProps *gprops);
+// The alpha of a material's list now (the default one's for null or a
+// material that is no entry).
+float materialAlpha(const Dictionary *dict, const Material *material);
+
+// ---------------------------------------------------------------------------
+// Textures on the hardware: a texture's picture in display list 1500 + id
+// (id its TEXTURES2D index + 2), with its filters and wrap.
+
+// Defines every flagged texture of the scene (loads its picture, compiles its
+// list); a texture that fails prints "ERROR: TEXTURE %s INVALID!\n" and the
+// run goes on. 0, or 97.
+TOL_Status texturesBind(TOL_Scene *scene, BW_GraphicProps *gprops);
+// Flags the named TEXTURES2D entries for load and compile and defines them.
+TOL_Status texturesDefineSome(TOL_Scene *scene, int count, const int32_t *indices,
+                              BW_GraphicProps *gprops);
+// Defines TEXTURES2D entry `index` as far as its flags ask. 0, 97, or 98 for
+// a picture that cannot be had.
+int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops);
+// The flag word of TEXTURES2D entry `index`; 0 for none.
+uint16_t textureFlags(const Dictionary *dict, int32_t index);
+// The file that holds the picture of a texture: a path as it stands (".pic"
+// added when it has no suffix), else a picture of the database's PICTURES
+// chapter. A sequence (sequenceName) names its frames "<name>.<frame>". 1 if
+// a file was found.
+int texturePicturePath(Dictionary *dict, const Texture2D *texture, int32_t frame, std::string *path);
+// The frame of the pictures of sequence textures, as the evaluation gives it:
+// a texture whose frame changed loads its picture again at the next bind.
+void textureSequenceFrameSet(const Texture2D *texture, int32_t frame);
 
 // ---------------------------------------------------------------------------
 // The scene draw.

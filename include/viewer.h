@@ -156,11 +156,31 @@ void statsDrawTick(double now);   // one more frame on the draw side
 void statsDrawRates();            // rates and shares once a second has gathered
 void statsUpdateTick(double now);
 void statsUpdateRates();
+void statsDrawIdle();             // a frame without statistics: start afresh
+void statsUpdateIdle();           // the same for an update step
 
 // Keys: platform key codes, Shift state as read at the event.
 int viewerKeyGate();
 void onKeyDown(int keyCode, int shift);
 void onKeyUp(int keyCode, int shift);
+
+// Mouse: buttons 0 left, 1 middle, 2 right; positions in pixels with y growing
+// upwards. A drag comes only while a button is down; `messagePending` ends the
+// walk loop, which runs frames inside the drag.
+void onMousePress(int button, int x, int y, int doubleClick);
+void onMouseRelease(int button);
+void onMouseDrag(int x, int y, int width, int height, int left, int middle, int right, int control,
+                 int (*messagePending)());
+// On a mouse of two buttons the left one with Control is the middle one.
+int viewerButtonOf(int button, int control, int buttonCount);
+// Selects by a pick in Scene Context i at (x, y), by the button's rule.
+void pickElement(int button, int x, int y, int i);
+// The pick of the scene draw: 1 with `elem` set when a model lies in the
+// region (x0, y0)-(x1, y1) of the window, 0 for nothing. Null: nothing is
+// ever picked.
+using ViewerPickFn = int (*)(TOL_Scene *scene, BW_GraphicProps *gprops, TOL_Elem *elem, int x0,
+                             int y0, int x1, int y1);
+extern ViewerPickFn viewerModelPick;
 
 extern const char *const viewerUsageLines[];  // null-terminated
 extern const char *const keysHelp[];          // null-terminated

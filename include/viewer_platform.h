@@ -15,6 +15,7 @@ int viewerWindowExists();    // 1 while the window and its GL context exist
 void viewerMakeCurrent();    // makes the GL context current on the calling thread
 void viewerSwapBuffers();
 void viewerClientSize(int *width, int *height);  // client area in pixels
+int viewerMouseButtonCount();  // buttons of the pointer, 3 when unknown
 
 // Platform key codes are the virtual-key numbers the key table is written in
 // (VK_ values): letters are their upper-case ASCII code, digits their ASCII code.
@@ -72,6 +73,10 @@ void viewerExit();  // the one way out: exits the process with status 0
 int viewerScriptLoad(const char *path);  // 1 when loaded; reports its own errors
 void viewerScriptFrameStart(long frame); // runs the commands of frame `frame` (from 1)
 void viewerScriptBeforeSwap();           // writes the snapshot asked for this frame
+// 1 when a command is due by the next frame: a handler that runs frames of its
+// own (the walk loop) stops for it. Frames run inside a command's handler leave
+// the commands and snapshots to the frame that ran it.
+int viewerScriptPending();
 
 // Writes the current colour buffer (the back buffer when double-buffered) as an
 // 8-bit RGB PNG, bottom row last. Returns 1 on success.

@@ -2,37 +2,119 @@
 //
 // OUTDIR/DatabaseDir.rsrc names the database "demo", OUTDIR/demo holds its
 // chapters: one model file with a small hierarchy of every surface kind the
-// display handles, a few stand-alone materials of clearly different colours,
-// and two scenes: "intro", the older, shows the cube alone; "demo", the
-// newest, the whole hierarchy with a material on each model, animated: the
-// cube turns on a spline and its children turn with it, the sheet bobs up and
-// down along a linear curve that repeats, the panel grows in steps and
-// eases back; its camera looks at the cube from above and in front. The viewer picks "demo" when no scene is named.
+// display handles, a second with a row of props, stand-alone materials of
+// clearly different colours and finishes, two generated pictures and the
+// textures that map them, lights, and three scenes. "intro", the oldest,
+// shows the cube alone. "gallery" shows the props: a checkered globe, a
+// glass drum with a band round it, a sign and a chrome bead. "demo", the
+// newest, the whole hierarchy with a material and a picture on each model,
+// animated: the cube turns on a spline and its children turn with it, the
+// sheet bobs up and down along a linear curve that repeats, the panel grows
+// in steps and eases back. A key light at infinity, a spot on the floor and
+// a warm lamp that circles the stage light it. Its camera looks at the cube
+// from above and in front. The viewer picks "demo" when no scene is named.
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "testdata.h"
 
 namespace {
 
-// A cube at the root; a patch, a NURBS surface and a face around it.
+// A cube at the root; a patch, a NURBS surface and a face around it. The
+// ground's surface runs through its inner control points: 8 by 8.
 Model *makeWorld() {
     Model *root = modelNew("world", MODEL_MESH, meshMakeCube(2.0f));
-    Model *ground = modelNew("ground", MODEL_PATCH, patchMakeGrid(4, 4, 8.0f));
+    Patch *floor = patchMakeGrid(4, 4, 24.0f);
+    // Lights are reckoned at the vertices: fine steps let the spot's cone show.
+    floor->step[0] = floor->step[1] = 16;
+    Model *ground = modelNew("ground", MODEL_PATCH, floor);
     ground->translation[1] = -1.0f;
+    // The sheet and the panel are made facing down: turned to the camera and up.
     Model *sheet = modelNew("sheet", MODEL_NURBS_SURFACE, nurbsSurfaceMakePlane(2.0f));
     sheet->translation[0] = 3.0f;
-    sheet->rotation[0] = 1.5707964f;
+    sheet->rotation[0] = -1.5707964f;
     Model *panel = modelNew("panel", MODEL_FACE, faceMakeSquare(2.0f, 1));
     panel->translation[0] = -3.0f;
+    panel->rotation[0] = 3.1415927f;
     for (Model *child : {ground, sheet, panel}) modelAddChild(root, child);
     return root;
+}
+
+// A row of props, behind the stage and above it: a globe, a drum, a sign
+// facing +z and a bead.
+constexpr float SIGN_HALF[2] = {1.0f, 0.6f};
+constexpr float DRUM_HEIGHT = 1.6f;
+
+Model *makeProps() {
+    Model *root = modelNew("props", MODEL_BARE, nullptr);
+    const float quad[4][3] = {{-SIGN_HALF[0], -SIGN_HALF[1], 0}, {SIGN_HALF[0], -SIGN_HALF[1], 0},
+                              {SIGN_HALF[0], SIGN_HALF[1], 0}, {-SIGN_HALF[0], SIGN_HALF[1], 0}};
+    const float front[4][3] = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}, {0, 0, 1}};
+    const int32_t halves[2][3] = {{0, 1, 2}, {0, 2, 3}};
+    const struct {
+        const char *name;
+        Mesh *mesh;
+        float x;
+    } props[] = {{"globe", tdMakeSphereMesh(24, 12, 0.9f), -4.2f},
+                 {"drum", tdMakeTubeMesh(24, 0.6f, DRUM_HEIGHT), -1.6f},
+                 {"sign", tdMakeMesh(quad, front, 4, halves, 2), 1.6f},
+                 {"bead", tdMakeSphereMesh(24, 12, 0.6f), 4.2f}};
+    for (const auto &prop : props) {
+        Model *m = modelNew(prop.name, MODEL_MESH, prop.mesh);
+        m->translation[0] = prop.x;
+        m->translation[1] = 1.2f;
+        m->translation[2] = -4.5f;
+        modelAddChild(root, m);
+    }
+    return root;
+}
+
+// Pictures with plain corners: a checker of eight by eight in two colours,
+// and a gradient from red on the left to blue on the right, dark at the
+// bottom and bright at the top.
+PictureInfo checkerPicture() {
+    PictureInfo p = tdPictureNew(128, 128, false);
+    for (int y = 0; y < 128; ++y)
+        for (int x = 0; x < 128; ++x) {
+            const bool light = ((x / 16) + (y / 16)) % 2 == 0;
+            const size_t at = static_cast<size_t>(y) * 128 + x;
+            p.planes[0][at] = light ? 240 : 30;
+            p.planes[1][at] = light ? 230 : 40;
+            p.planes[2][at] = light ? 200 : 90;
+        }
+    return p;
+}
+
+PictureInfo gradientPicture() {
+    PictureInfo p = tdPictureNew(200, 100, false);
+    for (int y = 0; y < 100; ++y)
+        for (int x = 0; x < 200; ++x) {
+            const float across = x / 199.0f, up = 0.3f + 0.7f * y / 99.0f;
+            const size_t at = static_cast<size_t>(y) * 200 + x;
+            p.planes[0][at] = static_cast<uint8_t>(255 * up * (1.0f - across));
+            p.planes[1][at] = static_cast<uint8_t>(255 * up * 0.5f);
+            p.planes[2][at] = static_cast<uint8_t>(255 * up * across);
+        }
+    return p;
+}
+
+// A texture of `picture` by `method`, in a box of `size` about the model's origin.
+Texture2D texture(const std::string &picture, uint16_t method, float sx, float sy, float sz) {
+    Texture2D t;
+    t.pictureName = picture;
+    t.method = method;
+    t.boxSize[0] = sx;
+    t.boxSize[1] = sy;
+    t.boxSize[2] = sz;
+    return t;
 }
 
 struct Key {
@@ -40,9 +122,10 @@ struct Key {
     float value;
 };
 
-// A curve of `type` through keys given in frames of the demo's 30 frames a second.
+// A curve of `type` through keys given in frames of the demo's 30 frames a
+// second, for an element of `chapter`.
 AnimItem *curve(int32_t relid, int32_t type, int16_t interpolation, std::initializer_list<Key> keys,
-                int16_t post = FCV_EXTRA_CONSTANT) {
+                int16_t post = FCV_EXTRA_CONSTANT, int32_t chapter = CHP_MODELS) {
     Fcurve *c = fcurveCreate(type, 0);
     c->interpolation = static_cast<uint16_t>(interpolation);
     c->postMode = post;
@@ -54,7 +137,7 @@ AnimItem *curve(int32_t relid, int32_t type, int16_t interpolation, std::initial
         fcurveAddKey(c, key, 0, 0, 0);
     }
     AnimItem *item = static_cast<AnimItem *>(calloc(1, sizeof(AnimItem)));
-    *item = AnimItem{c, relid, CHP_MODELS, 0, 1, nullptr};
+    *item = AnimItem{c, relid, chapter, 0, 1, nullptr};
     return item;
 }
 
@@ -68,7 +151,8 @@ AnimItem *chain(std::initializer_list<AnimItem *> items) {
     return head;
 }
 
-Material colouredMaterial(const char *name, float r, float g, float b) {
+// A material with a highlight; `decay` sharpens it.
+Material colouredMaterial(const char *name, float r, float g, float b, float decay = 50.0f) {
     Material m;
     m.name = name;
     const float diffuse[3] = {r, g, b};
@@ -76,7 +160,34 @@ Material colouredMaterial(const char *name, float r, float g, float b) {
         m.diffuse[k] = diffuse[k];
         m.ambient[k] = diffuse[k] * 0.3f;
     }
+    m.specularDecay = decay;
     return m;
+}
+
+// White without a highlight, for pictures in their own colours.
+Material paperMaterial() {
+    Material m = colouredMaterial("paper", 0.95f, 0.95f, 0.95f);
+    m.shadingModel = 3;
+    return m;
+}
+
+// Half transparent: the renderer shows it so, the viewer draws its colour.
+Material glassMaterial() {
+    Material m = colouredMaterial("glass", 0.6f, 0.9f, 1.0f, 100.0f);
+    for (float &c : m.transparencyColour) c = 0.5f;
+    m.transparency = 0.5f;
+    return m;
+}
+
+Light light(uint16_t type, float r, float g, float b, std::initializer_list<float> at,
+            std::initializer_list<float> aim = {0, 0, 0}) {
+    Light l;
+    l.type = type;
+    const float colour[3] = {r, g, b};
+    memcpy(l.colour, colour, sizeof colour);
+    std::copy(at.begin(), at.end(), l.position);
+    std::copy(aim.begin(), aim.end(), l.interest);
+    return l;
 }
 
 }  // namespace
@@ -105,28 +216,146 @@ int main(int argc, char *argv[]) {
         return 1;
     }
 
-    Model *world = makeWorld();
+    Model *world = makeWorld(), *props = makeProps();
     std::string worldFile = tdFullName(tdWriteModel(db, "demo-world", world));
+    std::string propsFile = tdFullName(tdWriteModel(db, "demo-props", props));
     modelFree(world);
-    bool ok = !worldFile.empty();
-    const Material materials[] = {colouredMaterial("red", 0.9f, 0.1f, 0.1f),
+    modelFree(props);
+    bool ok = !worldFile.empty() && !propsFile.empty();
+    // The first four dress the world's models; the red cube shines.
+    const Material materials[] = {colouredMaterial("red", 0.9f, 0.1f, 0.1f, 90.0f),
                                   colouredMaterial("green", 0.1f, 0.8f, 0.2f),
                                   colouredMaterial("blue", 0.1f, 0.2f, 0.9f),
-                                  colouredMaterial("gold", 0.9f, 0.7f, 0.1f)};
-    std::string materialFile[4];
-    for (int i = 0; i < 4; ++i) {
+                                  colouredMaterial("gold", 0.9f, 0.7f, 0.1f),
+                                  paperMaterial(),
+                                  glassMaterial(),
+                                  colouredMaterial("chrome", 0.5f, 0.5f, 0.55f, 128.0f)};
+    constexpr int MATERIALS = 7;
+    std::string materialFile[MATERIALS];
+    for (int i = 0; i < MATERIALS; ++i) {
         materialFile[i] = tdFullName(tdWriteMaterial(db, "demo-" + materials[i].name, materials[i]));
         ok = ok && !materialFile[i].empty();
     }
+    PictureInfo pictures[2] = {checkerPicture(), gradientPicture()};
+    const std::string checker = tdFullName(tdWritePicture(db, "demo-checker", pictures[0]));
+    const std::string gradient = tdFullName(tdWritePicture(db, "demo-gradient", pictures[1]));
+    for (PictureInfo &p : pictures) picFree(&p);
+    ok = ok && !checker.empty() && !gradient.empty();
     if (!ok) return 1;
 
+    // Pictures on the models, a way of mapping each. On the stage: the
+    // floor's checker from above, the sheet's gradient by the surface's own
+    // parameters, the panel's gradient round it as round a sphere, a colour
+    // wheel; the cube keeps its shine. In the gallery: the globe's
+    // checker round a sphere, the drum's checker round a cylinder, the sign's
+    // gradient cropped to its left half and turned by the swap, the bead's
+    // reflection.
+    Texture2D floor = texture(checker, 2, 8.0f, 1.0f, 8.0f);
+    floor.interpolate = 0;  // crisp squares
+    Texture2D sign = texture(gradient, 1, 2 * SIGN_HALF[0], 2 * SIGN_HALF[1], 1);
+    sign.cropOn = 1;
+    const float leftHalf[4] = {0, 100, 0, 100};
+    memcpy(sign.crop, leftHalf, sizeof leftHalf);
+    sign.swap = 1;
+    const std::pair<const char *, Texture2D> textures[] = {
+        {"demo-floor", floor},
+        {"demo-sky", texture(gradient, 4, 1, 1, 1)},
+        {"demo-pinwheel", texture(gradient, 6, 1, 1, 1)},
+        {"demo-globe-map", texture(checker, 6, 1, 1, 1)},
+        {"demo-band", texture(checker, 5, 1, DRUM_HEIGHT, 1)},
+        {"demo-sign-map", sign},
+        {"demo-bead-map", texture(gradient, 8, 1, 1, 1)}};
+    constexpr int TEXTURES = 7;
+    std::string textureFile[TEXTURES];
+    for (int i = 0; i < TEXTURES; ++i) {
+        textureFile[i] = tdFullName(tdWriteTexture2D(db, textures[i].first, textures[i].second));
+        ok = ok && !textureFile[i].empty();
+    }
+
+    // A key light at infinity from the upper left, a spot on the floor that
+    // lights nothing else, and a warm lamp circling the stage.
+    Light spot = light(2, 0.9f, 0.9f, 1.0f, {2.0f, 5.0f, 2.5f}, {2.0f, -1.0f, 2.5f});
+    spot.coneAngle = 0.3f;
+    const std::pair<const char *, Light> lights[] = {
+        {"demo-sun", light(3, 0.75f, 0.75f, 0.7f, {-0.4f, 0.8f, 0.6f})},
+        {"demo-spot", spot},
+        {"demo-lamp", light(1, 0.8f, 0.55f, 0.3f, {3.0f, 2.5f, 0.0f})}};
+    std::string lightFile[3];
+    for (int i = 0; i < 3; ++i) {
+        lightFile[i] = tdFullName(tdWriteLight(db, lights[i].first, lights[i].second));
+        ok = ok && !lightFile[i].empty();
+    }
+
+    // Rotation in degrees about y, a full turn over the play range.
+    AnimItem *turn = chain({curve(101, 4, FCV_SPLINE, {{1, 0}}),
+                            curve(101, 5, FCV_SPLINE, {{1, 0}, {50, 200}, {100, 360}}),
+                            curve(101, 6, FCV_SPLINE, {{1, 0}})});
+    // Up and down twice a second-and-a-half, repeating past its last key.
+    AnimItem *bob = chain({curve(113, 139, FCV_LINEAR, {{1, 3}}),
+                           curve(113, 140, FCV_LINEAR, {{1, 0}, {13, 1.5f}, {25, 0}},
+                                 FCV_EXTRA_PERIODIC),
+                           curve(113, 141, FCV_LINEAR, {{1, 0}})});
+    // Steps up, then a flat-tangent ease back down.
+    AnimItem *grow = chain({curve(100, 1, FCV_CONSTANT, {{1, 1}, {25, 1.5f}, {50, 2}}),
+                            curve(100, 2, FCV_SLOPE0, {{1, 1}, {50, 2}, {100, 1}}),
+                            curve(100, 3, FCV_PLATEAU, {{1, 1}, {50, 2}, {75, 2}, {100, 1}})});
+    // Round the stage once every hundred frames, at the height of the cube's top.
+    AnimItem *circle = chain({curve(2113, 148, FCV_SPLINE, {{1, 3}, {26, 0}, {51, -3}, {76, 0}, {101, 3}},
+                                    FCV_EXTRA_PERIODIC, CHP_LIGHTS),
+                              curve(2113, 149, FCV_SPLINE, {{1, 2.5f}}, FCV_EXTRA_CONSTANT, CHP_LIGHTS),
+                              curve(2113, 150, FCV_SPLINE, {{1, 0}, {26, -3}, {51, 0}, {76, 3}, {101, 0}},
+                                    FCV_EXTRA_PERIODIC, CHP_LIGHTS)});
+    const std::pair<const char *, AnimItem *> curves[] = {
+        {"demo-world", turn}, {"demo-sheet", bob}, {"demo-panel", grow}, {"demo-lamp", circle}};
+    std::string curveFile[4];
+    for (int i = 0; i < 4; ++i) {
+        curveFile[i] = tdFullName(tdWriteAnimation(db, curves[i].first, curves[i].second));
+        animItemsFree(curves[i].second);
+        ok = ok && !curveFile[i].empty();
+    }
+
+    // The cameras the viewer looks through: above and in front of the cube,
+    // and in front of the gallery.
+    Camera eye, visitor;
+    const float position[3] = {0.0f, 4.0f, 9.0f}, gallery[3] = {0.0f, 3.0f, 6.0f}, row[3] = {0.0f, 1.2f, -4.5f};
+    memcpy(eye.position, position, sizeof position);
+    memcpy(visitor.position, gallery, sizeof gallery);
+    memcpy(visitor.interest, row, sizeof row);
+    eye.fieldOfView = visitor.fieldOfView = 0.7854f;
+    const std::string eyeFile = tdFullName(tdWriteCamera(db, "demo-eye", eye));
+    const std::string visitorFile = tdFullName(tdWriteCamera(db, "demo-visitor", visitor));
+    ok = ok && !eyeFile.empty() && !visitorFile.empty();
+    if (!ok) return 1;
+
+    // A model with its material and, when it has one, its texture.
+    auto dress = [&](TdScene &scene, int model, int materialIndex, int textureIndex) {
+        ok = ok && scene.relate(CHP_MODELS, model, CHP_MATERIALS, scene.add(CHP_MATERIALS, materialFile[materialIndex]), 300);
+        if (textureIndex >= 0)
+            ok = ok && scene.relate(CHP_MODELS, model, CHP_TEXTURES2D,
+                                    scene.add(CHP_TEXTURES2D, textureFile[textureIndex]), 500);
+    };
     time_t now = time(nullptr);
     {
         TdScene intro;
         int cube = intro.add(CHP_MODELS, worldFile);
-        int gold = intro.add(CHP_MATERIALS, materialFile[3]);
-        ok = intro.relate(CHP_MODELS, cube, CHP_MATERIALS, gold, 300) &&
-             !tdWriteScene(db, "intro", intro, now - 3600).empty();
+        dress(intro, cube, 3, -1);
+        ok = ok && !tdWriteScene(db, "intro", intro, now - 3600).empty();
+    }
+    {
+        // The props in their materials and pictures, by the sun and the lamp.
+        TdScene shelf;
+        int root = shelf.add(CHP_MODELS, propsFile);
+        const char *nodes[4] = {"demo-globe.1-0", "demo-drum.1-0", "demo-sign.1-0", "demo-bead.1-0"};
+        const int dressing[4][2] = {{4, 3}, {5, 4}, {4, 5}, {6, 6}};  // paper, glass, paper, chrome
+        for (int i = 0; i < 4; ++i) {
+            int prop = shelf.add(CHP_MODELS, nodes[i], false);
+            ok = ok && shelf.relate(CHP_MODELS, prop, CHP_MODELS, root, 110);
+            dress(shelf, prop, dressing[i][0], dressing[i][1]);
+        }
+        for (int i : {0, 2}) shelf.add(CHP_LIGHTS, lightFile[i]);
+        shelf.add(CHP_ANIMATION, curveFile[3]);
+        shelf.add(CHP_CAMERAS, visitorFile);
+        ok = ok && !tdWriteScene(db, "gallery", shelf, now - 1800).empty();
     }
     {
         // The root names the file; each member names its node.
@@ -138,41 +367,13 @@ int main(int argc, char *argv[]) {
             members[i] = demo.add(CHP_MODELS, nodes[i], false);
             ok = ok && demo.relate(CHP_MODELS, members[i], CHP_MODELS, root, 110);
         }
-        int material[4];
-        for (int i = 0; i < 4; ++i) material[i] = demo.add(CHP_MATERIALS, materialFile[i]);
-        ok = ok && demo.relate(CHP_MODELS, root, CHP_MATERIALS, material[0], 300);
-        for (int i = 0; i < 3; ++i)
-            ok = ok && demo.relate(CHP_MODELS, members[i], CHP_MATERIALS, material[i + 1], 300);
-
-        // Rotation in degrees about y, a full turn over the play range.
-        AnimItem *turn = chain({curve(101, 4, FCV_SPLINE, {{1, 0}}),
-                                curve(101, 5, FCV_SPLINE, {{1, 0}, {50, 200}, {100, 360}}),
-                                curve(101, 6, FCV_SPLINE, {{1, 0}})});
-        // Up and down twice a second-and-a-half, repeating past its last key.
-        AnimItem *bob = chain({curve(113, 139, FCV_LINEAR, {{1, 3}}),
-                               curve(113, 140, FCV_LINEAR, {{1, 0}, {13, 1.5f}, {25, 0}},
-                                     FCV_EXTRA_PERIODIC),
-                               curve(113, 141, FCV_LINEAR, {{1, 0}})});
-        // Steps up, then a flat-tangent ease back down.
-        AnimItem *grow = chain({curve(100, 1, FCV_CONSTANT, {{1, 1}, {25, 1.5f}, {50, 2}}),
-                                curve(100, 2, FCV_SLOPE0, {{1, 1}, {50, 2}, {100, 1}}),
-                                curve(100, 3, FCV_PLATEAU, {{1, 1}, {50, 2}, {75, 2}, {100, 1}})});
-        const std::pair<const char *, AnimItem *> files[] = {
-            {"demo-world", turn}, {"demo-sheet", bob}, {"demo-panel", grow}};
-        for (const auto &[name, items] : files) {
-            std::string file = tdFullName(tdWriteAnimation(db, name, items));
-            animItemsFree(items);
-            ok = ok && !file.empty();
-            if (ok) demo.add(CHP_ANIMATION, file);
-        }
-        // The camera the viewer looks through: above and in front of the cube.
-        Camera eye;
-        const float position[3] = {0.0f, 4.0f, 9.0f};
-        memcpy(eye.position, position, sizeof position);
-        eye.fieldOfView = 0.7854f;
-        std::string eyeFile = tdFullName(tdWriteCamera(db, "demo-eye", eye));
-        ok = ok && !eyeFile.empty();
-        if (ok) demo.add(CHP_CAMERAS, eyeFile);
+        dress(demo, root, 0, -1);
+        for (int i = 0; i < 3; ++i) dress(demo, members[i], i + 1, i);
+        int light[3];
+        for (int i = 0; i < 3; ++i) light[i] = demo.add(CHP_LIGHTS, lightFile[i]);
+        ok = ok && demo.relate(CHP_LIGHTS, light[1], CHP_MODELS, members[0], 2200);
+        for (const std::string &file : curveFile) demo.add(CHP_ANIMATION, file);
+        demo.add(CHP_CAMERAS, eyeFile);
         ok = ok && !tdWriteScene(db, "demo", demo, now).empty();
     }
     if (!ok) return 1;

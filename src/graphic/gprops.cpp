@@ -6,11 +6,9 @@
 
 BW_GlbVar glbVar;
 
-namespace {
 // Presence of BW_SHADE_OPTIMIZE_EDITING keeps textures from being re-flagged at
 // state init; read by the graphic state initialiser.
-int optimizeEditing = 0;
-}  // namespace
+int g_optimizeEditing = 0;
 
 void gpropsInit(BW_GraphicProps *props) {
     if (!props) return;
@@ -19,7 +17,7 @@ void gpropsInit(BW_GraphicProps *props) {
     props->useHiddenForMatte = getenv("BW_OVERLOAD_HIDDEN") ? 1 : 0;
     if (const char *width = getenv("BW_SHADE_HIGHLIGHT_WIDTH"))
         props->highlightWidth = static_cast<float>(atof(width));
-    optimizeEditing = getenv("BW_SHADE_OPTIMIZE_EDITING") ? 1 : 0;
+    g_optimizeEditing = getenv("BW_SHADE_OPTIMIZE_EDITING") ? 1 : 0;
 }
 
 void gpropsCopy(const BW_GraphicProps *from, BW_GraphicProps *to) {

@@ -14,7 +14,13 @@
 namespace {
 
 constexpr uint16_t MAP_REFLECT_A = 7, MAP_REFLECT_B = 8;  // drawn with sphere mapping
-constexpr int TEXTURE_LIST_BASE = 1500;
+
+// Reflection mapping off. Unconditional: a display list played may have
+// switched it on behind the player's back.
+void sphereMapOff() {
+    glDisable(GL_TEXTURE_GEN_S);
+    glDisable(GL_TEXTURE_GEN_T);
+}
 
 StripVertexLayout layoutOf(float token, bool textured) {
     const bool colour = token == STRIP_MAT_CONSTANT_COLOUR || token == STRIP_MAT_SHADED_COLOUR;
@@ -47,6 +53,35 @@ void materialBindDefault(int materialId, int shaded) {
 }  // namespace
 
 void (*g_stripMaterialBind)(int materialId, int shaded) = materialBindDefault;
+
+int textureBindList(const Texture2D *t, int id, const BW_GraphicProps *gprops) {
+    BW_GlbVar &g = gprops && gprops->glbVar ? *gprops->glbVar : glbVar;
+    const bool reflection = t && (t->method == MAP_REFLECT_A || t->method == MAP_REFLECT_B);
+    if (id == g.curTxtId) return reflection ? 0 : 1;
+    sphereMapOff();
+    const bool nothingBound = g.curTxtId <= 0;
+    g.curTxtId = id;
+    if (t && t->video && gprops && gprops->texture.video) {
+        // Live video fills the colour: the picture's alpha must not reach the frame.
+        g.curTxtId = 1;
+        glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
+    }
+    if (reflection) {
+        glTexGeni(GL_S, GL_TEXTURE_GEN_MODE, GL_SPHERE_MAP);
+        glTexGeni(GL_T, GL_TEXTURE_GEN_MODE, GL_SPHERE_MAP);
+        glEnable(GL_TEXTURE_GEN_S);
+        glEnable(GL_TEXTURE_GEN_T);
+    }
+    if (nothingBound) glEnable(GL_TEXTURE_2D);
+    glCallList(static_cast<GLuint>(id + TEXTURE_LIST_BASE));
+    return reflection ? 0 : 1;
+}
+
+void textureUnbind(BW_GlbVar &g) {
+    sphereMapOff();
+    g.curTxtId = 0;
+    glDisable(GL_TEXTURE_2D);
+}
 
 namespace {
 
@@ -113,17 +148,9 @@ struct Player {
     GLboolean litAtEntry;      // lighting before the play
     float token;               // material token in force
     bool textureCell;          // the material had a texture cell
-    bool sphereMap;            // reflection mapping is on
     bool compiling;            // a display list is being made
     GLuint list;               // that list
 };
-
-void sphereMapOff(Player &p) {
-    if (!p.sphereMap) return;
-    glDisable(GL_TEXTURE_GEN_S);
-    glDisable(GL_TEXTURE_GEN_T);
-    p.sphereMap = false;
-}
 
 void playMaterial(void *user, float token, int id) {
     Player &p = *static_cast<Player *>(user);
@@ -155,32 +182,13 @@ void playTexture(void *user, int id) {
     Player &p = *static_cast<Player *>(user);
     p.textureCell = true;
     if (!p.gprops->texture.active || id == p.g->curTxtId) return;
-    sphereMapOff(p);
-    const bool nothingBound = p.g->curTxtId <= 0;
-    p.g->curTxtId = id;
     const Element *e = p.dict ? elemGet(p.dict, CHP_TEXTURES2D, id - 2) : nullptr;
-    const Texture2D *t = e ? static_cast<const Texture2D *>(e->data) : nullptr;
-    if (t && t->video && p.gprops->texture.video) {
-        p.g->curTxtId = 1;
-        glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
-    }
-    if (t && (t->method == MAP_REFLECT_A || t->method == MAP_REFLECT_B)) {
-        glTexGeni(GL_S, GL_TEXTURE_GEN_MODE, GL_SPHERE_MAP);
-        glTexGeni(GL_T, GL_TEXTURE_GEN_MODE, GL_SPHERE_MAP);
-        glEnable(GL_TEXTURE_GEN_S);
-        glEnable(GL_TEXTURE_GEN_T);
-        p.sphereMap = true;
-    }
-    if (nothingBound) glEnable(GL_TEXTURE_2D);
-    glCallList(static_cast<GLuint>(id + TEXTURE_LIST_BASE));
+    textureBindList(e ? static_cast<const Texture2D *>(e->data) : nullptr, id, p.gprops);
 }
 
 void playStrip(void *user, const float *cells, int count, const StripVertexLayout *l) {
     Player &p = *static_cast<Player *>(user);
-    if (!p.textureCell && p.g->curTxtId > 0) {
-        glDisable(GL_TEXTURE_2D);
-        p.g->curTxtId = 0;
-    }
+    if (!p.textureCell && p.g->curTxtId > 0) textureUnbind(*p.g);
     const bool diffuse = p.token == STRIP_MAT_SHADED_COLOUR;
     glBegin(GL_TRIANGLE_STRIP);
     for (const float *v = cells; v < cells + count; v += l->stride) {
@@ -246,9 +254,7 @@ int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprop
             h->textureState = gprops->texture.active;
         }
     }
-    sphereMapOff(p);
-    g->curTxtId = 0;
-    glDisable(GL_TEXTURE_2D);
+    textureUnbind(*g);
     if (lit) glEnable(GL_LIGHTING);
     else glDisable(GL_LIGHTING);
     glPopMatrix();

@@ -1,6 +1,6 @@
-// Texture coordinates as the strip build needs them: the projection of a
-// point for a texture's mapping method, with the seam side of cylindrical and
-// spherical maps, and the texture's scale, offset and swap.
+// Texture coordinates, for the strip build and the direct draw alike: the
+// projection of a point for a texture's mapping method, with the seam side
+// of cylindrical and spherical maps, and the texture's scale, offset and swap.
 #include <cmath>
 #include <cstdlib>
 
@@ -90,4 +90,17 @@ void stripTextureTransform(const Texture2D *t, float uv[2]) {
     }
     uv[0] = u;
     uv[1] = v;
+}
+
+int stripVertexUv(const Texture2D *t, const TessVertex *v, float uv[2], int *fromSurface) {
+    int side = 0;
+    if (t->method == MAP_UV) {
+        uv[0] = 1.0f - v->u;
+        uv[1] = 1.0f - v->v;
+    } else {
+        side = stripTextureProject(t, v->refPos, uv);
+    }
+    if (fromSurface) *fromSurface = t->method == MAP_UV ? 1 : 0;
+    stripTextureTransform(t, uv);
+    return side;
 }

@@ -26,9 +26,8 @@ namespace {
 
 constexpr uint16_t SHADING_CONSTANT = 1;  // drawn unlit
 constexpr uint16_t SHADING_SHADOW = 6;    // catches shadows only: no strips
-constexpr uint16_t MAP_UV = 4, MAP_CYLINDER = 5, MAP_SPHERE = 6;
+constexpr uint16_t MAP_CYLINDER = 5, MAP_SPHERE = 6;
 constexpr int32_t KIND_SKIPPED_A = 13, KIND_SKIPPED_B = 15;  // model kinds without strips
-constexpr int DEFAULT_MATERIAL_ID = 1;
 constexpr float COLOUR_SCALE = 0.00392156862745098f;  // 1 / 255
 
 // The dictionary whose models are being preprocessed; ids are looked up in
@@ -36,6 +35,10 @@ constexpr float COLOUR_SCALE = 0.00392156862745098f;  // 1 / 255
 thread_local Dictionary *s_preprocessDict = nullptr;
 
 Dictionary *lookupDict() { return s_preprocessDict ? s_preprocessDict : dictCurrent(); }
+
+const Texture2D *materialTexture(const Material *material) {
+    return material && !material->textures.empty() ? &material->textures[0] : nullptr;
+}
 
 int materialIdDefault(const Material *material) {
     if (!material) return DEFAULT_MATERIAL_ID;
@@ -56,28 +59,11 @@ int textureIdDefault(const Texture2D *texture) {
 int (*g_stripMaterialId)(const Material *material) = materialIdDefault;
 int (*g_stripTextureId)(const Texture2D *texture) = textureIdDefault;
 
-namespace {
-
-const Material &defaultMaterial() {
+const Material &materialDefault() {
     static const Material material;  // the record's defaults are the default material's
     return material;
 }
 
-// The records carry no vertex colour mode; 1, the default material's, means
-// vertex colours count only when the draw recomputes them.
-int vertexColourMode(const Material *) { return 1; }
-
-BW_GlbVar &glbOf(const BW_GraphicProps *gprops) { return gprops && gprops->glbVar ? *gprops->glbVar : glbVar; }
-
-int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
-
-bool drawnType(int32_t type) {
-    return type == MODEL_PATCH || type == MODEL_FACE || type == MODEL_MESH || type == MODEL_META ||
-           type == MODEL_NURBS_SURFACE;
-}
-
-// The material a model draws with: its own first one, else that of the
-// nearest ancestor with materials; null for the default material.
 Material *modelMaterial(const Model *m) {
     for (const Model *n = m; n; n = n->parent)
         if (n->materials && n->materialCount > 0) return n->materials[0];
@@ -91,11 +77,6 @@ const Texture2D *modelLocalTexture(const Model *m, const BW_GlbVar &g) {
     return nullptr;
 }
 
-const Texture2D *materialTexture(const Material *material) {
-    return material && !material->textures.empty() ? &material->textures[0] : nullptr;
-}
-
-// Which texture applies to triangles of `material`.
 const Texture2D *textureResolve(const Model *model, const Material *material, const Texture2D *local,
                                 const BW_GlbVar &g) {
     const Texture2D *own = materialTexture(material);
@@ -103,6 +84,21 @@ const Texture2D *textureResolve(const Model *model, const Material *material, co
     if (local && g.materialOverLocal != 1) return local;
     if (!g.currentMaterialOnly) return own;
     return material == modelMaterial(model) ? own : local;
+}
+
+namespace {
+
+// The records carry no vertex colour mode; 1, the default material's, means
+// vertex colours count only when the draw recomputes them.
+int vertexColourMode(const Material *) { return 1; }
+
+BW_GlbVar &glbOf(const BW_GraphicProps *gprops) { return gprops && gprops->glbVar ? *gprops->glbVar : glbVar; }
+
+int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
+
+bool drawnType(int32_t type) {
+    return type == MODEL_PATCH || type == MODEL_FACE || type == MODEL_MESH || type == MODEL_META ||
+           type == MODEL_NURBS_SURFACE;
 }
 
 // What a header depends on besides the triangles.
@@ -439,7 +435,7 @@ struct RunForm {
 
 void runFormMake(const Model *model, Material *material, const Texture2D *local, const BW_GlbVar &g,
                  const BW_GraphicProps *gprops, RunForm *f) {
-    const Material &mat = material ? *material : defaultMaterial();
+    const Material &mat = material ? *material : materialDefault();
     f->material = &mat;
     f->id = g_stripMaterialId(material);
     f->shadow = mat.shadingModel == SHADING_SHADOW;
@@ -459,16 +455,10 @@ int vertexWrite(float *cell, const TessVertex *v, int32_t index, const RunForm &
     memcpy(cell++, &index, sizeof index);
     int side = 0;
     if (f.texture) {
-        float uv[2], kind = 0.0f;
-        if (f.texture->method == MAP_UV) {
-            uv[0] = 1.0f - v->u;
-            uv[1] = 1.0f - v->v;
-            kind = 1.0f;
-        } else {
-            side = stripTextureProject(f.texture, v->refPos, uv);
-        }
-        stripTextureTransform(f.texture, uv);
-        *cell++ = kind;
+        float uv[2];
+        int fromSurface = 0;
+        side = stripVertexUv(f.texture, v, uv, &fromSurface);
+        *cell++ = static_cast<float>(fromSurface);
         *cell++ = uv[0];
         *cell++ = uv[1];
     }

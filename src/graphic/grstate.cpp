@@ -1,14 +1,49 @@
-// The OpenGL state the display starts from, the frame clear, the thin state
-// wrappers and the alignment cross.
+// The OpenGL state the display starts from, the light model, the frame
+// clear, the thin state wrappers and the alignment cross.
 #include <GL/gl.h>
+
+#include <cstdlib>
 
 #include "graphic.h"
 
+BW_SceneLighting g_sceneLighting;
+GrStateInitMark g_grStateInit = {0, 0};
+
+void grDefaultLightSet() {
+    const BW_DefaultLight &d = g_sceneLighting.defaultLight;
+    const GLfloat colour[4] = {d.colour[0], d.colour[1], d.colour[2], 1.0f};
+    const GLfloat position[4] = {d.direction[0], d.direction[1], d.direction[2], d.type == 3 ? 0.0f : 1.0f};
+    glLightfv(GL_LIGHT0, GL_DIFFUSE, colour);
+    glLightfv(GL_LIGHT0, GL_POSITION, position);
+    glLightf(GL_LIGHT0, GL_SPOT_EXPONENT, 0.0f);
+    glLightf(GL_LIGHT0, GL_SPOT_CUTOFF, 180.0f);
+}
+
+void grLightModelSet() {
+    static const int viewerInfinite = getenv("BW_OGL_LIGHT_VIEWER_INFINITE") ? 1 : 0;
+    const BW_SceneLighting &s = g_sceneLighting;
+    const GLfloat ambient[4] = {s.ambient[0], s.ambient[1], s.ambient[2], 1.0f};
+    glLightModeli(GL_LIGHT_MODEL_LOCAL_VIEWER, viewerInfinite ? 0 : 1);
+    glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, s.twoSided && !s.twoSidedOverride ? 1 : 0);
+    glEnable(GL_LIGHTING);
+}
+
 int grStateInitGL(BW_GraphicProps *props) {
     if (!props) return 0;
+    // The scenes' records see the new serial at their next bind and flag
+    // their lights, materials and textures for compilation.
+    ++g_grStateInit.serial;
+    if (!g_optimizeEditing) g_grStateInit.texturesSerial = g_grStateInit.serial;
+    for (int i = 0; i < GR_MAX_LIGHTS; ++i) glDisable(static_cast<GLenum>(GL_LIGHT0 + i));
+    BW_GlbVar &g = props->glbVar ? *props->glbVar : glbVar;
+    g.curMatId = -1;
+    g.curTxtId = -1;
     glDepthFunc(GL_LEQUAL);
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_NORMALIZE);
+    grDefaultLightSet();
+    grLightModelSet();
     return 1;
 }
 

@@ -114,18 +114,6 @@ Mesh *faceToMesh(const Face *face);
 // points (x, y, z); returns their count (tessAlloc'd array in `out`).
 int nurbsCurveSample(const NurbsCurve *curve, int step, float (**out)[3]);
 
-// ---------------------------------------------------------------------------
-// Texture projection used by the strip build for seams and projected UV.
-
-// UV of a point for the texture's method; returns the seam side code of
-// cylindrical and spherical methods (1 near u = 0, 2 near u = 1, 3 between),
-// 0 for others.
-int stripTextureProject(const Texture2D *texture, const float point[3], float uv[2]);
-// Scale, offset and swap of a texture applied to projected UV.
-void stripTextureTransform(const Texture2D *texture, float uv[2]);
-// BW_OLD_UV_CONVERSION, read once.
-bool stripOldUvConversion();
-
 // modelCreateTmesh's output, kept for the stream compile: per strip a
 // material token, the vertex indices, an end.
 constexpr int32_t TMESH_MATERIAL = -4;   // followed by the material slot

@@ -7,8 +7,12 @@
 #include "animation.h"
 #include "camera.h"
 #include "dictionary.h"
+#include "geometry.h"
+#include "graphic.h"
+#include "model.h"
 #include "tol.h"
 #include "tol_internal.h"
+#include "view.h"
 
 namespace {
 
@@ -171,6 +175,195 @@ TOL_Status TOL_cameraDolly(TOL_Scene *scene, const TOL_Elem *camera, float dista
         // Never through the interest.
         if (distance < 0.0f && r <= length(m)) return;
         for (int k = 0; k < 3; ++k) c.position[k] -= m[k];
+    });
+}
+
+// ---------------------------------------------------------------------------
+// Framing: the camera keeps its direction and slides so that every point of
+// the models falls inside the view, with a tenth of the distance to spare.
+
+namespace {
+
+// The camera frame of a fit: rows side, up, back and the eye, as
+// cameraViewUpdate builds them. Its inverse takes a world point into camera
+// coordinates, where the view looks along -z.
+struct FitFrame {
+    float axis[3][3];      // side, up, back
+    float origin[3];       // where the camera stands
+    float tx, ty;          // half-view tangents across and up
+    float shear[2];        // window centre off the axis, per unit of depth (shifted lens)
+    float best;            // how far back along the fit line the eye must go
+    int points;            // points seen
+};
+
+void fitPoint(FitFrame &f, const float local[3], const float m[4][4]) {
+    float w[3];
+    for (int k = 0; k < 3; ++k)
+        w[k] = local[0] * m[0][k] + local[1] * m[1][k] + local[2] * m[2][k] + m[3][k];
+    float v[3];
+    sub(w, f.origin, v);
+    float p[3];
+    for (int r = 0; r < 3; ++r) p[r] = v[0] * f.axis[r][0] + v[1] * f.axis[r][1] + v[2] * f.axis[r][2];
+    // Measured from the window's centre line: on a plain lens that is the axis.
+    float x = std::fabs(p[0] + f.shear[0] * p[2]) / f.tx;
+    float y = std::fabs(p[1] + f.shear[1] * p[2]) / f.ty;
+    float t = p[2] + (x > y ? x : y);
+    if (t > f.best) f.best = t;
+    ++f.points;
+}
+
+void fitPointD(FitFrame &f, const double *local, const float m[4][4]) {
+    const float p[3] = {static_cast<float>(local[0]), static_cast<float>(local[1]),
+                        static_cast<float>(local[2])};
+    fitPoint(f, p, m);
+}
+
+void fitSpline(FitFrame &f, const Spline &s, const float m[4][4]) {
+    for (int i = 0; s.vertices && i < s.vertexCount; ++i) fitPoint(f, s.vertices[i].pos, m);
+}
+
+// The points of a model: its tessellation where the display made one, which is
+// what the window shows; otherwise the points of its geometry (control points
+// for patches, surfaces and curves, which hold the surface within their hull).
+// References and meta groups without a tessellation have no points.
+void fitModel(FitFrame &f, const Model *model) {
+    const float (*m)[4] = model->globalMatrix;
+    if (model->vertices && model->vertexCount > 0) {
+        for (int i = 0; i < model->vertexCount; ++i) fitPoint(f, model->vertices[i].pos, m);
+        return;
+    }
+    if (!model->geometry.any) return;
+    switch (model->type) {
+    case MODEL_PATCH: {
+        const Patch *p = model->geometry.patch;
+        for (int i = 0; p->cvs && i < p->uCount * p->vCount; ++i) fitPoint(f, p->cvs[i], m);
+        break;
+    }
+    case MODEL_FACE: {
+        const Face *face = model->geometry.face;
+        fitSpline(f, face->boundary, m);
+        for (int h = 0; h < face->holeCount; ++h) {
+            if (face->isSpline && face->holes) {
+                fitSpline(f, face->holes[h], m);
+            } else if (!face->isSpline && face->curveHoles) {
+                const NurbsCurve &c = face->curveHoles[h];
+                for (int i = 0; c.cvs && i < c.cvCount; ++i) fitPointD(f, c.cvs[i], m);
+            }
+        }
+        break;
+    }
+    case MODEL_MESH: {
+        const Mesh *mesh = model->geometry.mesh;
+        for (int i = 0; mesh->vertices && i < mesh->vertexCount; ++i) fitPoint(f, mesh->vertices[i].pos, m);
+        break;
+    }
+    case MODEL_SPLINE: fitSpline(f, *model->geometry.spline, m); break;
+    case MODEL_NURBS_CURVE: {
+        const NurbsCurve *c = model->geometry.curve;
+        for (int i = 0; c->cvs && i < c->cvCount; ++i) fitPointD(f, c->cvs[i], m);
+        break;
+    }
+    case MODEL_NURBS_SURFACE: {
+        const NurbsSurface *s = model->geometry.surface;
+        for (int i = 0; s->cvs && i < s->cvCount[0] * s->cvCount[1]; ++i) fitPointD(f, s->cvs[i], m);
+        break;
+    }
+    default: break;
+    }
+}
+
+// Widens an axis thinner than the zero length by 0.1 each way.
+void widenFlat(float bbmin[3], float bbmax[3]) {
+    for (int k = 0; k < 3; ++k)
+        if (bbmax[k] - bbmin[k] < kZero) {
+            bbmin[k] -= 0.1f;
+            bbmax[k] += 0.1f;
+        }
+}
+
+// Fits `c` to the models of `dict` (the selected ones with `selectedOnly`)
+// around the box. Returns 0, with `c` untouched, when no model has a point.
+int fitCamera(Camera &camera, Dictionary *dict, int selectedOnly, float bbmin[3], float bbmax[3]) {
+    Camera c = camera;
+    widenFlat(bbmin, bbmax);
+    if (c.position[0] == c.interest[0] && c.position[1] == c.interest[1] && c.position[2] == c.interest[2])
+        c.position[2] += 5.0f;
+    float d[3];
+    sub(c.position, c.interest, d);
+    for (int k = 0; k < 3; ++k) {
+        c.interest[k] = (bbmin[k] + bbmax[k]) / 2.0f;
+        c.position[k] = c.interest[k] + d[k];
+    }
+    float r = length(d), n[3] = {d[0], d[1], d[2]};
+    if (r >= kZero)
+        for (float &x : n) x /= r;
+
+    cameraViewUpdate(&c, nullptr);
+    FitFrame f{};
+    for (int i = 0; i < 3; ++i)
+        for (int k = 0; k < 3; ++k) f.axis[i][k] = c.viewMatrix[i][k];
+    memcpy(f.origin, c.position, sizeof f.origin);
+    f.best = -1e8f;
+    const float focal = c.lens[0], halfWidth = c.lens[1] / 2.0f, halfHeight = c.lens[2] / 2.0f;
+    if (c.offsetLens && focal > 0.0f && halfWidth > 0.0f && halfHeight > 0.0f) {
+        // A shifted film back sees through a window off the axis: its centre
+        // line leans by shift / focal length in the camera's x and y. The eye
+        // first steps aside by that lean at the interest's distance, so that
+        // the line passes through the middle of the box. Measured across the
+        // leaning line (a shear of camera space, which keeps the window's
+        // edges straight), the edges lie at the film's half-sizes over the
+        // focal length, whatever the shift: those are the tangents, and moving
+        // the eye back along the line scales the picture about its centre as
+        // the plain lens does about the axis.
+        const float lean[2] = {c.lens[3] / focal, c.lens[4] / focal};
+        for (int k = 0; k < 3; ++k)
+            f.origin[k] -= r * (lean[0] * f.axis[0][k] + lean[1] * f.axis[1][k]);
+        f.shear[0] = lean[0];
+        f.shear[1] = lean[1];
+        f.tx = halfWidth / focal;
+        f.ty = halfHeight / focal;
+    } else {
+        f.ty = std::tan(c.fieldOfView / 2.0f);
+        f.tx = f.ty * c.aspect;
+    }
+    if (!(f.tx > 0.0f) || !(f.ty > 0.0f)) return 0;
+
+    // Points come from the models alone: the scene's select list holds its
+    // cameras and lights, which have none. Hidden models are left out, as the
+    // box that placed the interest leaves them out: what is framed is what shows.
+    Chapter *models = dictChapter(dict, CHP_MODELS);
+    for (int32_t i = 0; models && i < models->elementCount; ++i) {
+        const Element &e = models->elements[i];
+        const Model *model = static_cast<const Model *>(e.data);
+        if (e.deleted || !model || !model->visible || (selectedOnly && !e.selected)) continue;
+        fitModel(f, model);
+    }
+    if (f.points == 0) return 0;
+
+    c.upVector[0] = c.upVector[1] = c.upVector[2] = 0.0f;
+    c.upVector[3] = 1.0f;
+    // Back along the centre line of the window: the axis, leaning with a shift.
+    for (int k = 0; k < 3; ++k) {
+        float line = f.axis[2][k] - f.shear[0] * f.axis[0][k] - f.shear[1] * f.axis[1][k];
+        c.position[k] = f.origin[k] + f.best * line;
+    }
+    for (int k = 0; k < 3; ++k) c.position[k] = c.interest[k] + 1.1f * (c.position[k] - c.interest[k]);
+    // The interest goes back on the view line, at the depth of the box's middle.
+    float e = 0.0f;
+    for (int k = 0; k < 3; ++k) e += n[k] * (c.position[k] - c.interest[k]);
+    for (int k = 0; k < 3; ++k) c.interest[k] = c.position[k] - e * n[k];
+    cameraViewUpdate(&c, nullptr);
+    camera = c;
+    return 1;
+}
+
+}  // namespace
+
+TOL_Status TOL_cameraFitScene(TOL_Scene *scene, const TOL_Elem *camera, int selectedOnly) {
+    return navigate(scene, camera, "TOL_cameraFitScene(): scene:", [&](Camera &c) {
+        float bbmin[3], bbmax[3];
+        if (TOL_scnGetBbox(scene, nullptr, selectedOnly, bbmin, bbmax) != 1) return;
+        fitCamera(c, dictGet(static_cast<int>(scene->dict)), selectedOnly, bbmin, bbmax);
     });
 }
 

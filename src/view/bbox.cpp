@@ -3,12 +3,13 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <vector>
 
 #include "dictionary.h"
 #include "geometry.h"
 #include "model.h"
-#include "view.h"
+#include "view_internal.h"
 
 namespace {
 
@@ -90,18 +91,9 @@ const BoxFn boxByType[MODEL_TYPE_END] = {
 // ---------------------------------------------------------------------------
 // Records of each dictionary, by models entry.
 
-struct ViewScene {
-    const Dictionary *dict;               // the scene's dictionary
-    std::vector<ViewModelRecord> models;  // by element index of MODELS
-};
-std::vector<ViewScene> scenes;
+std::deque<ViewScene> scenes;
 
-std::vector<ViewModelRecord> &recordsOf(const Dictionary *dict) {
-    for (ViewScene &s : scenes)
-        if (s.dict == dict) return s.models;
-    scenes.push_back(ViewScene{dict, {}});
-    return scenes.back().models;
-}
+std::vector<ViewModelRecord> &recordsOf(const Dictionary *dict) { return viewSceneOf(dict).models; }
 
 ViewModelRecord *recordOf(std::vector<ViewModelRecord> &records, const Model *m) {
     if (m->elementIndex < 0 || static_cast<size_t>(m->elementIndex) >= records.size()) return nullptr;
@@ -264,6 +256,16 @@ int boundsBuild(Dictionary *dict) {
     int count = 0;
     for (const ViewModelRecord &r : records) count += r.hasBounds;
     return count;
+}
+
+ViewScene &viewSceneOf(const Dictionary *dict) {
+    for (ViewScene &s : scenes)
+        if (s.dict == dict) return s;
+    scenes.push_back(ViewScene{});
+    ViewScene &s = scenes.back();
+    s.dict = dict;
+    s.shadeSerial = s.texturesSerial = -1;  // flagged at the first bind, initialised or not
+    return s;
 }
 
 ViewModelRecord *viewModelRecord(const Dictionary *dict, int32_t index) {

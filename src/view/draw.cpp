@@ -11,7 +11,7 @@
 #include "geometry.h"
 #include "material.h"
 #include "model.h"
-#include "view.h"
+#include "view_internal.h"
 
 namespace {
 
@@ -22,20 +22,14 @@ constexpr int32_t KIND_NO_SHADE = 13;        // models of this kind are never fi
 constexpr int32_t KIND_INSTANCE = 15;        // instances draw without strips, yellow in wire
 constexpr int32_t KIND_HELPER_FIRST = 18;    // helper kinds, shown with the helper switch
 constexpr int32_t KIND_HELPER_LAST = 29;
-constexpr int MAX_GL_LIGHTS = 8;
+constexpr uint16_t SHADING_CONSTANT = 1;     // drawn unlit in the material's colour
 
 int debugCulling = -1;      // DEBUG_CULLING begins with "Y"; read at the first pass
 int drawFrame = 0;          // frames drawn, for the culling lines
 int showHelpers = 1;        // helper kinds are drawn
-int lightsUsedLast = 0;     // GL lights enabled by the previous frame
-Dictionary *drawDict = nullptr;  // scene of the pass in progress
-float drawAlpha = 1.0f;     // alpha of the model whose strips are playing
 
 const char *const cullWords[4] = {"NOT IN SIGHT", "PARTIALLY IN SIGHT", "COMPLETLY IN SIGHT",
                                   "CANT TELL IF IN SIGHT"};
-
-// The default material of models without one of their own or of an ancestor.
-const Material defaultMaterial;
 
 // ---------------------------------------------------------------------------
 // What the draw reads of a models entry.
@@ -59,115 +53,17 @@ bool hasSurface(const Model *m) {
            m->type == MODEL_META || m->type == MODEL_NURBS_SURFACE;
 }
 
-// Own materials, else those of the nearest ancestor that has some.
-const Material *modelMaterial(const Model *m) {
+// Own materials, else those of the nearest ancestor that has some; none for
+// the default material.
+void modelMaterials(const Model *m, int *count, Material *const **materials) {
     for (; m; m = m->parent)
-        if (m->materialCount > 0 && m->materials && m->materials[0]) return m->materials[0];
-    return &defaultMaterial;
-}
-
-// ---------------------------------------------------------------------------
-// Materials and lights, as far as the pass itself sets them.
-
-enum MaterialForm { FORM_NONE, FORM_CONSTANT, FORM_PLAIN, FORM_HIGHLIGHT, FORM_SHADOW };
-// By shading model 0 to 7.
-const MaterialForm materialForms[8] = {FORM_NONE,      FORM_CONSTANT,  FORM_PLAIN,  FORM_PLAIN,
-                                       FORM_HIGHLIGHT, FORM_HIGHLIGHT, FORM_SHADOW, FORM_CONSTANT};
-
-MaterialForm formOf(const Material *m) {
-    return m->shadingModel < 8 ? materialForms[m->shadingModel] : FORM_NONE;
-}
-
-void materialApply(const Material *m, float alpha) {
-    MaterialForm form = formOf(m);
-    if (form == FORM_NONE) return;
-    const float black[4] = {0, 0, 0, 1};
-    float ambient[4] = {m->ambient[0], m->ambient[1], m->ambient[2], alpha};
-    float diffuse[4] = {m->diffuse[0], m->diffuse[1], m->diffuse[2], alpha};
-    float specular[4] = {m->specular[0], m->specular[1], m->specular[2], alpha};
-    float shininess = m->specularDecay < 128.0f ? m->specularDecay : 128.0f;
-    if (form == FORM_CONSTANT) {
-        ambient[0] = ambient[1] = ambient[2] = 0.0f, ambient[3] = 1.0f;
-    } else if (form == FORM_SHADOW) {
-        for (int k = 0; k < 4; ++k) ambient[k] = diffuse[k] = 0.0f;
-    }
-    if (form != FORM_HIGHLIGHT) shininess = 0.0f;
-    glMaterialfv(GL_FRONT, GL_AMBIENT, ambient);
-    glMaterialfv(GL_FRONT, GL_DIFFUSE, diffuse);
-    glMaterialfv(GL_FRONT, GL_SPECULAR, form == FORM_HIGHLIGHT ? specular : black);
-    glMaterialf(GL_FRONT, GL_SHININESS, shininess);
-}
-
-// Materials of the strips by their stream id: 1 the default, else the
-// MATERIALS element index + 2 of the scene being drawn. A constant material
-// carries the model's alpha in its colour.
-void stripMaterialBind(int materialId, int shaded) {
-    const Material *m = &defaultMaterial;
-    if (materialId >= 2)
-        if (Element *e = elemGet(drawDict, CHP_MATERIALS, materialId - 2))
-            if (!e->deleted && e->data) m = static_cast<const Material *>(e->data);
-    glColor4f(m->diffuse[0], m->diffuse[1], m->diffuse[2], drawAlpha);
-    if (shaded) materialApply(m, drawAlpha);
-}
-
-void lightSetup(GLenum gl, const Light &l) {
-    const float white[4] = {1, 1, 1, 1};
-    const float diffuse[4] = {l.colour[0], l.colour[1], l.colour[2], 1.0f};
-    const float position[4] = {l.position[0], l.position[1], l.position[2],
-                               l.type == 3 || l.type == 4 ? 0.0f : 1.0f};
-    glLightfv(gl, GL_DIFFUSE, diffuse);
-    glLightfv(gl, GL_POSITION, position);
-    glLightf(gl, GL_SPOT_EXPONENT, 0.0f);
-    if (l.type == 2) {
-        const float direction[3] = {l.interest[0] - l.position[0], l.interest[1] - l.position[1],
-                                    l.interest[2] - l.position[2]};
-        glLightfv(gl, GL_SPOT_DIRECTION, direction);
-        glLightf(gl, GL_SPOT_CUTOFF, static_cast<float>(l.coneAngle * 57.29577951308232));
-    } else {
-        glLightf(gl, GL_SPOT_CUTOFF, 180.0f);
-    }
-    glLightfv(gl, GL_SPECULAR, white);
-    glEnable(gl);
-}
-
-// A white light from above, in front and to the right of the origin, at
-// infinity: every face of a model turned to the viewer gets some of it.
-void defaultLightSetup() {
-    Light l;
-    l.type = 3;
-    l.position[0] = 0.4f, l.position[1] = 0.8f, l.position[2] = 0.6f;
-    lightSetup(GL_LIGHT0, l);
-}
-
-// The scene's lights that are on, up to eight, in world space (the view is
-// loaded); the default light when none is on. Lights the previous frame used
-// beyond the new count are switched off.
-void lightsSet(Dictionary *dict, const BW_GraphicProps *gprops) {
-    int count = 0;
-    const Camera *camera = static_cast<const Camera *>(gprops->curCamera);
-    if (gprops->headLight == 1 && camera) {
-        Light head;
-        head.type = 3;
-        for (int k = 0; k < 3; ++k) head.position[k] = camera->position[k] - camera->interest[k];
-        lightSetup(GL_LIGHT0, head);
-        count = 1;
-    } else {
-        Chapter *lights = dictChapter(dict, CHP_LIGHTS);
-        for (int32_t i = 0; lights && i < lights->elementCount; ++i) {
-            const Element &e = lights->elements[i];
-            const Light *l = static_cast<const Light *>(e.data);
-            if (e.deleted || !l || !l->on) continue;
-            if (count < MAX_GL_LIGHTS) lightSetup(static_cast<GLenum>(GL_LIGHT0 + count), *l);
-            ++count;
+        if (m->materialCount > 0 && m->materials) {
+            *count = m->materialCount;
+            *materials = m->materials;
+            return;
         }
-        if (count == 0) {
-            defaultLightSetup();
-            count = 1;
-        }
-    }
-    for (int i = count; i < lightsUsedLast && i < MAX_GL_LIGHTS; ++i)
-        glDisable(static_cast<GLenum>(GL_LIGHT0 + i));
-    lightsUsedLast = count;
+    *count = 0;
+    *materials = nullptr;
 }
 
 void fogBegin(const BW_GraphicProps *gprops) {
@@ -211,20 +107,28 @@ TOL_Status shadedPart(TOL_Scene *scene, Model *m, const Element *entry, BW_Graph
         if (word & ENTRY_ALPHA_ZERO) r->alpha = 0.0f;
         else if (word & ENTRY_ALPHA_ONE) r->alpha = 1.0f;
     }
+    // The lists of the model's materials hold its alpha before they are called.
+    const float alpha = r ? r->alpha : 1.0f;
+    int materialCount = 0;
+    Material *const *materials = nullptr;
+    modelMaterials(m, &materialCount, &materials);
+    TOL_Status status = materialsUpdateAlpha(scene, materialCount, materials, alpha, gprops);
+    if (status != 0) return status;
     // Lines drawn over the fill need the fill pushed back a little.
     PolygonOffsetFn offset = (gprops->dispType & DISP_WIRE) ? grPolygonOffset() : nullptr;
     if (offset) {
         glEnable(GL_POLYGON_OFFSET_FILL);
         offset(1.0f, 1.0f);
     }
-    TOL_Status status = 0;
+    selectiveLightsOff(m->elementIndex);
     if (stripsDraw(m, r, gprops)) {
-        drawAlpha = r ? r->alpha : 1.0f;
+        shadeStripsBegin(dict, alpha);
         status = drawStripStream(scene, m, gprops);
     } else {
         if (m->tmesh && !m->tmesh->stream && m->tmesh->listId < 0) modelDropStrips(m);
         drawTrianglesDirect(scene, m, gprops);
     }
+    selectiveLightsOn();
     if (offset) glDisable(GL_POLYGON_OFFSET_FILL);
     return status;
 }
@@ -261,16 +165,19 @@ void cullLine(const char *what, const Model *m, int result) {
 
 void drawTrianglesDirect(const TOL_Scene *scene, Model *model, const BW_GraphicProps *gprops) {
     if (!model || !model->triangles) return;
-    const Dictionary *dict = dictGet(static_cast<int>(scene->dict));
+    Dictionary *dict = dictGet(static_cast<int>(scene->dict));
     const ViewModelRecord *r = viewModelRecord(dict, model->elementIndex);
     const float alpha = r ? r->alpha : 1.0f;
     const bool garbage = r && r->garbageMatte, matte = gprops->material.matte != 0;
     const bool lit = glIsEnabled(GL_LIGHTING);
+    BW_GlbVar &g = gprops->glbVar ? *gprops->glbVar : glbVar;
+    const bool textured = gprops->texture.active && !garbage && !matte;
+    const Texture2D *local = textured ? modelLocalTexture(model, g) : nullptr;
     // A mirrored model turns its triangles inside out: swap the winding back.
     const bool mirrored = model->globalScale[0] * model->globalScale[1] * model->globalScale[2] < 0.0f;
     const float flip = mirrored ? -1.0f : 1.0f;
     const int order[2][3] = {{0, 1, 2}, {0, 2, 1}};
-    glDisable(GL_TEXTURE_2D);
+    textureUnbind(g);
     glPushMatrix();
     glMultMatrixf(&model->globalMatrix[0][0]);
     if (garbage || matte) {
@@ -279,31 +186,53 @@ void drawTrianglesDirect(const TOL_Scene *scene, Model *model, const BW_GraphicP
         glColor4f(a, a, a, a);
     }
     const Material *current = nullptr;
-    bool open = false;
-    for (const TessTriangle *t = model->triangles; t; t = t->next) {
+    const Texture2D *texture = nullptr;  // of the run; null: no UV
+    bool open = false, first = true;
+    for (TessTriangle *t = model->triangles; t; t = t->next) {
         if (!t->v[0] || !t->v[1] || !t->v[2]) continue;
         const Material *m = t->material ? t->material : modelMaterial(model);
-        if (!garbage && !matte && m != current) {
+        if (!garbage && !matte && (first || m != current)) {
             if (open) glEnd();
             open = false;
+            first = false;
             current = m;
-            if (formOf(m) == FORM_CONSTANT) {
+            const Material &mat = m ? *m : materialDefault();
+            if (mat.shadingModel == SHADING_CONSTANT) {
                 grLighting(0);
-                glColor4f(m->diffuse[0], m->diffuse[1], m->diffuse[2], alpha);
+                glColor4f(mat.diffuse[0], mat.diffuse[1], mat.diffuse[2], alpha);
             } else {
                 grLighting(lit ? 1 : 0);
-                materialApply(m, alpha);
+                const int id = shadeMaterialId(dict, m);
+                if (id != g.curMatId) {
+                    g.curMatId = id;
+                    glCallList(static_cast<GLuint>(MATERIAL_LIST_BASE + id));
+                }
+            }
+            texture = textured ? textureResolve(model, m, local, g) : nullptr;
+            const int textureId = shadeEntryOf(dict, CHP_TEXTURES2D, texture);
+            if (textureId < 0) {
+                texture = nullptr;
+                if (g.curTxtId > 0) textureUnbind(g);
+            } else if (!textureBindList(texture, textureId + 2, gprops)) {
+                texture = nullptr;  // a reflection map makes its own coordinates
             }
         }
         if (!open) glBegin(GL_TRIANGLES);
         open = true;
         for (int k : order[mirrored ? 1 : 0]) {
-            const TessVertex *v = t->v[k];
+            TessVertex *v = t->v[k];
+            if (texture) {
+                // UV are made on demand, into the vertex's own slot.
+                v->uv = tessUvSlot(model->vertices, model->vertexCount, static_cast<int32_t>(v - model->vertices));
+                stripVertexUv(texture, v, v->uv, nullptr);
+                glTexCoord2fv(v->uv);
+            }
             glNormal3f(flip * v->normal[0], flip * v->normal[1], flip * v->normal[2]);
             glVertex3fv(v->pos);
         }
     }
     if (open) glEnd();
+    textureUnbind(g);
     grLighting(lit ? 1 : 0);
     glPopMatrix();
 }
@@ -374,7 +303,15 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
                 *stop = 1;
                 return 0;
             }
+            // Only the selected models show their textures when asked.
+            const uint16_t active = gprops->texture.active, dispType = gprops->dispType;
+            if (gprops->texture.selected && (dispType & DISP_TEXTURED) && !entry->selected) {
+                gprops->texture.active = 0;
+                gprops->dispType = static_cast<uint16_t>(dispType & ~DISP_TEXTURED);
+            }
             status = drawModel(scene, model, recurse, entry, gprops);
+            gprops->texture.active = active;
+            gprops->dispType = dispType;
         }
     }
     if (recurse && status == 0 && branch != FRUSTUM_OUT)
@@ -391,8 +328,6 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gpro
     }
     paletteColorSet(8, 0);
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));
-    drawDict = dict;
-    g_stripMaterialBind = stripMaterialBind;
     if (loadCamera) {
         void **current = tol_sidCamera(scene);
         Camera *camera = current ? static_cast<Camera *>(*current) : nullptr;
@@ -403,14 +338,20 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gpro
     float viewMatrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     if (glbVar.cullEnable) glGetFloatv(GL_MODELVIEW_MATRIX, viewMatrix);
     gpropsResolveDispType(gprops);
-    lightsSet(dict, gprops);
+    TOL_Status status = lightsBind(scene, gprops);
+    if (status == 0) status = materialsBind(scene, gprops);
+    if (status == 0 && (gprops->dispType & DISP_TEXTURED)) status = texturesBind(scene, gprops);
+    if (status != 0) {
+        glbVar.curMatId = -1;
+        glbVar.curTxtId = -1;
+        return status;
+    }
     fogBegin(gprops);
     DisplayPassState state{};
     displayModePassBegin(gprops, &state);
 
     Chapter *list = dictChapter(dict, CHP_MODELS);
     const int count = list ? list->elementCount : 0;
-    TOL_Status status = 0;
     int stop = 0;
     int mainPass = 2;
     if (gprops->material.shade) {

@@ -7,8 +7,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
+#include "camera.h"
+#include "database.h"
+#include "dictionary.h"
 #include "graphic.h"
 #include "tol.h"
 #include "view.h"
@@ -30,6 +34,8 @@ struct UpdateStats {
         if (level >= 1) {
             t0 = viewerClock();
             statsUpdateTick(t0);
+        } else {
+            statsUpdateIdle();
         }
     }
     void workDone() { add(viewer.loUpdAcc); }
@@ -44,6 +50,18 @@ struct UpdateStats {
         t0 = t;
     }
 };
+
+// The record of the camera viewed in Scene Context i: the viewer's camera
+// element, or the scene's first camera.
+Camera *cameraOf(int i) {
+    const TOL_Scene &scene = viewer.sceneCtx[i];
+    TOL_Elem first;
+    const TOL_Elem *elem = viewer.camera[i];
+    if (!elem) elem = TOL_elemGetFirstInChap(scene.dict, CHP_CAMERAS, 0, &first);
+    if (!elem) return nullptr;
+    Element *entry = elemGet(dictGet(static_cast<int>(elem->dict)), CHP_CAMERAS, static_cast<int>(elem->index));
+    return entry ? static_cast<Camera *>(entry->data) : nullptr;
+}
 
 // Evaluates the update side's copy at a frame.
 void evaluateAt(int frame) {
@@ -81,6 +99,8 @@ void viewerFrame() {
     if (stats >= 1) {
         t0 = viewerClock();
         statsDrawTick(t0);
+    } else {
+        statsDrawIdle();
     }
     viewerRingStep();
     viewerMakeCurrent();
@@ -117,7 +137,15 @@ void viewerRingStep() {
     } else if (!viewer.parallel) {
         updateNormal();
     }
-    // Held zoom buttons zoom once a frame once the camera moves.
+    // Held zoom buttons zoom once a frame.
+    if (viewer.zoomIn) {
+        TOL_cameraZoom(&viewer.sceneCtx[viewer.drawIndex], nullptr, 1.0f);
+        cameraMirror();
+    }
+    if (viewer.zoomOut) {
+        TOL_cameraZoom(&viewer.sceneCtx[viewer.drawIndex], nullptr, -1.0f);
+        cameraMirror();
+    }
 }
 
 void updateThreadProc() {
@@ -261,7 +289,26 @@ void viewerStopSequence() {
 }
 
 void cameraMirror() {
-    // The camera's view data is copied across once cameras move.
+    const Camera *from = cameraOf(viewer.drawIndex);
+    if (!from) return;
+    for (int i = 0; i < viewer.processCount; ++i) {
+        if (i == viewer.drawIndex) continue;
+        Camera *to = cameraOf(i);
+        if (!to) continue;
+        // The view data only: the rest of the record is each copy's own.
+        memcpy(to->position, from->position, sizeof to->position);
+        memcpy(to->interest, from->interest, sizeof to->interest);
+        to->roll = from->roll;
+        to->fieldOfView = from->fieldOfView;
+        memcpy(to->upVector, from->upVector, sizeof to->upVector);
+        to->aspect = from->aspect;
+        to->offsetLens = from->offsetLens;
+        memcpy(to->lens, from->lens, sizeof to->lens);
+        to->focalLength = from->focalLength;
+        to->filmWidth = from->filmWidth;
+        to->nearClip = from->nearClip;
+        to->farClip = from->farClip;
+    }
 }
 
 void viewerExit() {

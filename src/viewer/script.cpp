@@ -35,6 +35,8 @@ size_t nextCommand = 0;
 std::vector<std::string> snapshots;  // asked for by the frame being drawn
 int buttonHeld[3];
 int pointerX = 0, pointerY = 0;
+long lastFrame = 0;    // the frame last started, nested ones included
+bool running = false;  // a command's handler is at work
 
 std::vector<std::string> splitWords(const std::string &line) {
     std::vector<std::string> words;
@@ -201,6 +203,8 @@ int viewerScriptLoad(const char *path) {
     snapshots.clear();
     buttonHeld[0] = buttonHeld[1] = buttonHeld[2] = 0;
     pointerX = pointerY = 0;
+    lastFrame = 0;
+    running = false;
     if (!path) return 0;
     FILE *file = fopen(path, "r");
     if (!file) {
@@ -233,13 +237,21 @@ int viewerScriptLoad(const char *path) {
 }
 
 void viewerScriptFrameStart(long frame) {
+    lastFrame = frame;
+    if (running) return;
     snapshots.clear();
+    running = true;
     while (nextCommand < commands.size() && commands[nextCommand].frame <= frame)
         runCommand(commands[nextCommand++]);
+    running = false;
+}
+
+int viewerScriptPending() {
+    return nextCommand < commands.size() && commands[nextCommand].frame <= lastFrame + 1 ? 1 : 0;
 }
 
 void viewerScriptBeforeSwap() {
-    if (snapshots.empty()) return;
+    if (running || snapshots.empty()) return;
     int width = 0, height = 0;
     viewerClientSize(&width, &height);
     for (const std::string &file : snapshots) snapshotWritePng(file.c_str(), width, height);

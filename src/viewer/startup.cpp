@@ -160,6 +160,9 @@ int viewerStartup(const ViewerOptions &o) {
 
     for (int i = 0; i < viewer.processCount; ++i) viewerPrepareContext(i);
     viewerSetAspect(static_cast<float>(o.width) / static_cast<float>(o.height > 0 ? o.height : 1));
+    // What key R goes back to.
+    for (int i = 0; i < viewer.processCount; ++i)
+        TOL_cameraStoreAttributes(&viewer.sceneCtx[i], viewer.camera[i]);
 
     viewer.sceneName = strdup(scenes[0]);
     if (const TOL_PlayCtrl *play = tol_sidPlayCtrl(&viewer.sceneCtx[0])) {

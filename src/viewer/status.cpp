@@ -92,9 +92,11 @@ namespace {
 
 // One more call of a side: the time since its previous call is gathered.
 void tick(double now, double &last, double &sum, int32_t &count) {
-    if (last > 0.0) sum += now - last;
+    if (last > 0.0) {
+        sum += now - last;
+        ++count;
+    }
     last = now;
-    ++count;
 }
 
 // Once more than a second has gathered: the side's rate, and 0 to start again.
@@ -119,6 +121,22 @@ void statsDrawRates() {
     share(viewer.drawAcc, viewer.drawShare, sum);
     share(viewer.hiUpdAcc, viewer.hiUpdShare, sum);
     share(viewer.hiPreAcc, viewer.hiPreShare, sum);
+}
+
+// A side whose statistics are off forgets what it gathered, so that the time
+// spent so does not count as one long frame once they are back on.
+void statsDrawIdle() {
+    viewer.drawLast = 0.0;
+    viewer.drawTimeSum = 0.0;
+    viewer.drawCount = 0;
+    viewer.drawUpdateAcc = viewer.clearAcc = viewer.drawAcc = viewer.hiUpdAcc = viewer.hiPreAcc = 0.0;
+}
+
+void statsUpdateIdle() {
+    viewer.updateLast = 0.0;
+    viewer.updateTimeSum = 0.0;
+    viewer.updateCount = 0;
+    viewer.loUpdAcc = viewer.loPreAcc = 0.0;
 }
 
 void statsUpdateTick(double now) {

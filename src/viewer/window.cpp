@@ -21,6 +21,7 @@ GLXContext context = nullptr;
 Atom wmDeleteWindow = 0;
 int clientWidth = 0, clientHeight = 0;
 bool closeRequested = false;
+int pointerButtons = 3;  // buttons of the pointer, as the server maps them
 
 bool keyDown[256];  // X key codes held, to tell auto-repeat from a new press
 
@@ -378,6 +379,9 @@ int viewerCreateWindow(const char *title, int width, int height, const char *geo
     display = XOpenDisplay(nullptr);
     if (!display) return 0;
     int screen = DefaultScreen(display);
+    unsigned char buttonMap[32];
+    pointerButtons = XGetPointerMapping(display, buttonMap, sizeof buttonMap);
+    if (pointerButtons < 1) pointerButtons = 3;
     Bool detectable = False;
     XkbSetDetectableAutoRepeat(display, True, &detectable);
 
@@ -465,3 +469,5 @@ void viewerClientSize(int *width, int *height) {
 }
 
 void viewerRequestClose() { closeRequested = true; }
+
+int viewerMouseButtonCount() { return pointerButtons; }

@@ -4,8 +4,12 @@
 
 #include <sys/time.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -83,6 +87,22 @@ std::string tdWriteTexture2D(Database *db, const std::string &name, const Textur
     Target t;
     if (!targetFor(db, CHP_TEXTURES2D, name, t)) return "";
     return finish(db, CHP_TEXTURES2D, t, texture2DFileWrite(t.stem.c_str(), texture, nullptr));
+}
+
+std::string tdWritePicture(Database *db, const std::string &name, const PictureInfo &picture) {
+    Target t;
+    if (!targetFor(db, CHP_PICTURES, name, t)) return "";
+    return finish(db, CHP_PICTURES, t, picWriteImage((t.stem + "." + t.suffix).c_str(), &picture, PIC_WRITE_RUNS));
+}
+
+PictureInfo tdPictureNew(uint16_t width, uint16_t height, bool alpha) {
+    PictureInfo p{};
+    p.width = width;
+    p.height = height;
+    p.ratio = height ? static_cast<float>(width) / height : 1.0f;
+    for (int k = 0; k < (alpha ? 4 : 3); ++k)
+        p.planes[k] = static_cast<uint8_t *>(calloc(static_cast<size_t>(width) * height, 1));
+    return p;
 }
 
 std::string tdWriteCamera(Database *db, const std::string &name, const Camera &camera) {
@@ -224,4 +244,232 @@ Mesh *tdMakeGridMesh(int32_t quadsU, int32_t quadsV) {
         }
     meshLink(m);
     return m;
+}
+
+Mesh *tdMakeSphereMesh(int32_t slices, int32_t stacks, float radius) {
+    if (slices < 3 || stacks < 2 || radius <= 0.0f) return nullptr;
+    const int32_t rings = stacks - 1;
+    const int32_t south = 1 + rings * slices;
+    const int64_t triangles = int64_t{2} * slices * rings;
+    Mesh *m = static_cast<Mesh *>(calloc(1, sizeof(Mesh)));
+    m->uvDomainCount = 1;
+    m->discontinuity = 60.0f;
+    m->cosDiscontinuity = 0.5f;
+    m->vertexCount = south + 1;
+    m->vertices = static_cast<MeshVertex *>(calloc(static_cast<size_t>(m->vertexCount), sizeof(MeshVertex)));
+    const double pi = 3.14159265358979323846;
+    // Latitude from the north pole (+Y), longitude turning from +X towards -Z.
+    auto unit = [&](int32_t j, int32_t i, float out[3]) {
+        const double theta = pi * j / stacks, phi = 2.0 * pi * i / slices;
+        out[0] = static_cast<float>(std::sin(theta) * std::cos(phi));
+        out[1] = static_cast<float>(std::cos(theta));
+        out[2] = static_cast<float>(-std::sin(theta) * std::sin(phi));
+    };
+    // Vertex at ring j (0 the north pole, stacks the south pole), meridian i.
+    auto vertexAt = [&](int32_t j, int32_t i) -> int32_t {
+        if (j == 0) return 0;
+        if (j == stacks) return south;
+        return 1 + (j - 1) * slices + i % slices;
+    };
+    for (int32_t j = 0; j <= stacks; ++j)
+        for (int32_t i = 0; i < ((j == 0 || j == stacks) ? 1 : slices); ++i) {
+            float *p = m->vertices[vertexAt(j, i)].pos;
+            unit(j, i, p);
+            for (int k = 0; k < 3; ++k) p[k] *= radius;
+        }
+
+    m->polygons = static_cast<MeshPolygon *>(calloc(static_cast<size_t>(triangles), sizeof(MeshPolygon)));
+    m->nodeBlock = static_cast<MeshNode *>(calloc(static_cast<size_t>(3 * triangles), sizeof(MeshNode)));
+    m->nodeBlockCount = 3 * triangles;
+    std::vector<int64_t> edges;
+    edges.reserve(static_cast<size_t>(3 * triangles));
+    // Corners as (ring, meridian), counter-clockwise seen from outside.
+    auto addTriangle = [&](const int32_t corner[3][2]) {
+        MeshPolygon &poly = m->polygons[m->polygonCount];
+        poly.nodes = &m->nodeBlock[3 * static_cast<size_t>(m->polygonCount++)];
+        poly.nodeCount = 3;
+        int32_t v[3];
+        for (int k = 0; k < 3; ++k) v[k] = vertexAt(corner[k][0], corner[k][1]);
+        const float *a = m->vertices[v[0]].pos, *b = m->vertices[v[1]].pos, *c = m->vertices[v[2]].pos;
+        const float e1[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+        const float e2[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+        float n[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2], e1[0] * e2[1] - e1[1] * e2[0]};
+        const float len = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+        for (int k = 0; k < 3 && len > 0.0f; ++k) poly.nrm[k] = n[k] / len;
+        for (int k = 0; k < 3; ++k) {
+            MeshNode &node = poly.nodes[k];
+            node.vrt = v[k];
+            for (int c3 = 0; c3 < 3; ++c3) node.nrm[c3] = m->vertices[v[k]].pos[c3] / radius;
+            const int32_t j = corner[k][0];
+            // A pole's corner takes the middle of its triangle's meridians.
+            const bool pole = j == 0 || j == stacks;
+            const int32_t other = corner[k == 0 ? 1 : 0][1];
+            node.u = pole ? (static_cast<float>(other) + 0.5f) / static_cast<float>(slices)
+                          : static_cast<float>(corner[k][1]) / static_cast<float>(slices);
+            node.v = static_cast<float>(j) / static_cast<float>(stacks);
+            node.colour = 0xFFFFFFFFu;
+            const int32_t x = v[k], y = v[(k + 1) % 3];
+            edges.push_back(int64_t{std::min(x, y)} << 32 | std::max(x, y));
+        }
+    };
+    for (int32_t j = 0; j < stacks; ++j)
+        for (int32_t i = 0; i < slices; ++i) {
+            // The quad (j, i) (j, i + 1) (j + 1, i + 1) (j + 1, i); at a pole
+            // it keeps only the triangle that is not flat.
+            const int32_t upper[3][2] = {{j, i}, {j + 1, i}, {j, i + 1}};
+            const int32_t lower[3][2] = {{j, i + 1}, {j + 1, i}, {j + 1, i + 1}};
+            if (j != 0) addTriangle(upper);
+            if (j != stacks - 1) addTriangle(lower);
+        }
+
+    std::sort(edges.begin(), edges.end());
+    edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
+    m->edgeCount = static_cast<int32_t>(edges.size());
+    const int32_t blocks = (m->edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
+    m->edgeBlocks = static_cast<MeshEdge **>(calloc(static_cast<size_t>(blocks), sizeof(MeshEdge *)));
+    for (int32_t b = 0; b < blocks; ++b)
+        m->edgeBlocks[b] = static_cast<MeshEdge *>(calloc(MESH_EDGE_BLOCK, sizeof(MeshEdge)));
+    for (int32_t e = 0; e < m->edgeCount; ++e) {
+        meshEdge(m, e)->vrt[0] = static_cast<int32_t>(edges[static_cast<size_t>(e)] >> 32);
+        meshEdge(m, e)->vrt[1] = static_cast<int32_t>(edges[static_cast<size_t>(e)] & 0xFFFFFFFF);
+    }
+    meshLink(m);
+    return m;
+}
+
+int tdWriteObj(const std::string &path, const Mesh *mesh, bool zUp) {
+    if (!mesh || !mesh->vertices || !mesh->polygons) return 0;
+    FILE *f = fopen(path.c_str(), "wb");
+    if (!f) {
+        fprintf(stderr, "testdata: cannot write %s\n", path.c_str());
+        return 0;
+    }
+    std::vector<char> buffer(size_t{1} << 20);
+    setvbuf(f, buffer.data(), _IOFBF, buffer.size());
+    fprintf(f, "# %d vertices, %d polygons%s\n", mesh->vertexCount, mesh->polygonCount, zUp ? ", Z up" : "");
+    auto put = [&](const char *key, int digits, const float *a) {
+        const double x = a[0], y = zUp ? -a[2] : a[1], z = zUp ? a[1] : a[2];
+        fprintf(f, "%s %.*g %.*g %.*g\n", key, digits, x, digits, y, digits, z);
+    };
+    for (int32_t i = 0; i < mesh->vertexCount; ++i) put("v", 7, mesh->vertices[i].pos);
+    // A corner's normal is its own, else its polygon's. Each vertex takes the
+    // normal of the first corner at it; a corner that disagrees gets its own.
+    auto cornerNormal = [](const MeshPolygon &poly, const MeshNode &node) -> const float * {
+        const float *n = node.nrm;
+        return n[0] != 0.0f || n[1] != 0.0f || n[2] != 0.0f ? n : poly.nrm;
+    };
+    std::vector<const float *> vertexNormal(static_cast<size_t>(mesh->vertexCount), nullptr);
+    for (int32_t p = 0; p < mesh->polygonCount; ++p) {
+        const MeshPolygon &poly = mesh->polygons[p];
+        for (int k = 0; poly.nodes && k < poly.nodeCount; ++k) {
+            const int32_t v = poly.nodes[k].vrt;
+            if (v >= 0 && v < mesh->vertexCount && !vertexNormal[static_cast<size_t>(v)])
+                vertexNormal[static_cast<size_t>(v)] = cornerNormal(poly, poly.nodes[k]);
+        }
+    }
+    static const float up[3] = {0.0f, 1.0f, 0.0f};
+    for (const float *n : vertexNormal) {
+        put("vn", 6, n ? n : up);
+    }
+    int64_t extra = mesh->vertexCount;  // normals written so far
+    for (int32_t p = 0; p < mesh->polygonCount; ++p) {
+        const MeshPolygon &poly = mesh->polygons[p];
+        if (!poly.nodes || poly.nodeCount < 3) continue;
+        int64_t normal[64];
+        const int count = poly.nodeCount < 64 ? poly.nodeCount : 64;
+        bool ok = true;
+        for (int k = 0; k < count; ++k) {
+            const int32_t v = poly.nodes[k].vrt;
+            ok = ok && v >= 0 && v < mesh->vertexCount;
+            if (!ok) break;
+            const float *n = cornerNormal(poly, poly.nodes[k]);
+            if (memcmp(n, vertexNormal[static_cast<size_t>(v)], 3 * sizeof(float)) == 0) {
+                normal[k] = v + 1;
+            } else {
+                put("vn", 6, n);
+                normal[k] = ++extra;
+            }
+        }
+        if (!ok) continue;
+        fputc('f', f);
+        for (int k = 0; k < count; ++k)
+            fprintf(f, " %d//%lld", poly.nodes[k].vrt + 1, static_cast<long long>(normal[k]));
+        fputc('\n', f);
+    }
+    const bool written = !ferror(f);
+    if (fclose(f) != 0 || !written) {
+        fprintf(stderr, "testdata: cannot write %s\n", path.c_str());
+        return 0;
+    }
+    return 1;
+}
+
+Mesh *tdMakeMesh(const float (*points)[3], const float (*normals)[3], int32_t pointCount,
+                 const int32_t (*triangles)[3], int32_t triangleCount) {
+    if (pointCount <= 0 || triangleCount <= 0) return nullptr;
+    Mesh *m = static_cast<Mesh *>(calloc(1, sizeof(Mesh)));
+    m->uvDomainCount = 1;
+    m->discontinuity = 60.0f;
+    m->cosDiscontinuity = 0.5f;
+    m->vertexCount = pointCount;
+    m->vertices = static_cast<MeshVertex *>(calloc(static_cast<size_t>(pointCount), sizeof(MeshVertex)));
+    for (int32_t i = 0; i < pointCount; ++i)
+        for (int k = 0; k < 3; ++k) m->vertices[i].pos[k] = points[i][k];
+    // Each edge once, in the order the triangles meet it.
+    std::map<std::pair<int32_t, int32_t>, int32_t> edgeOf;
+    std::vector<std::pair<int32_t, int32_t>> edges;
+    for (int32_t t = 0; t < triangleCount; ++t)
+        for (int k = 0; k < 3; ++k) {
+            const int32_t a = triangles[t][k], b = triangles[t][(k + 1) % 3];
+            const auto key = std::make_pair(std::min(a, b), std::max(a, b));
+            if (edgeOf.emplace(key, static_cast<int32_t>(edges.size())).second) edges.push_back(key);
+        }
+    m->edgeCount = static_cast<int32_t>(edges.size());
+    const int32_t blocks = (m->edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
+    m->edgeBlocks = static_cast<MeshEdge **>(calloc(static_cast<size_t>(blocks > 0 ? blocks : 1), sizeof(MeshEdge *)));
+    for (int32_t b = 0; b < blocks; ++b)
+        m->edgeBlocks[b] = static_cast<MeshEdge *>(calloc(MESH_EDGE_BLOCK, sizeof(MeshEdge)));
+    for (int32_t e = 0; e < m->edgeCount; ++e) {
+        meshEdge(m, e)->vrt[0] = edges[static_cast<size_t>(e)].first;
+        meshEdge(m, e)->vrt[1] = edges[static_cast<size_t>(e)].second;
+    }
+    m->polygons = static_cast<MeshPolygon *>(calloc(static_cast<size_t>(triangleCount), sizeof(MeshPolygon)));
+    m->nodeBlock = static_cast<MeshNode *>(calloc(3 * static_cast<size_t>(triangleCount), sizeof(MeshNode)));
+    m->nodeBlockCount = 3 * static_cast<int64_t>(triangleCount);
+    for (int32_t t = 0; t < triangleCount; ++t) {
+        MeshPolygon &poly = m->polygons[m->polygonCount];
+        poly.nodes = &m->nodeBlock[3 * static_cast<size_t>(m->polygonCount++)];
+        poly.nodeCount = 3;
+        for (int k = 0; k < 3; ++k) {
+            MeshNode &n = poly.nodes[k];
+            n.vrt = triangles[t][k];
+            for (int c = 0; c < 3; ++c) {
+                n.nrm[c] = normals[n.vrt][c];
+                poly.nrm[c] += normals[n.vrt][c] / 3.0f;
+            }
+            n.colour = 0xFFFFFFFFu;
+        }
+    }
+    meshLink(m);
+    return m;
+}
+
+Mesh *tdMakeTubeMesh(int32_t segments, float radius, float height) {
+    std::vector<float> points, normals;  // the top ring, then the bottom one
+    for (int ring = 0; ring < 2; ++ring)
+        for (int32_t i = 0; i < segments; ++i) {
+            // Around y from +x towards -z.
+            const double around = 2.0 * M_PI * i / segments;
+            const float n[3] = {static_cast<float>(std::cos(around)), 0.0f, static_cast<float>(-std::sin(around))};
+            points.insert(points.end(), {radius * n[0], ring ? -0.5f * height : 0.5f * height, radius * n[2]});
+            normals.insert(normals.end(), n, n + 3);
+        }
+    std::vector<int32_t> triangles;  // two a side, facing out
+    for (int32_t i = 0; i < segments; ++i) {
+        const int32_t j = (i + 1) % segments;
+        triangles.insert(triangles.end(), {i, segments + i, segments + j, i, segments + j, j});
+    }
+    return tdMakeMesh(reinterpret_cast<const float(*)[3]>(points.data()),
+                      reinterpret_cast<const float(*)[3]>(normals.data()), 2 * segments,
+                      reinterpret_cast<const int32_t(*)[3]>(triangles.data()), 2 * segments);
 }

@@ -27,6 +27,12 @@ std::string tdWriteModel(Database *db, const std::string &name, const Model *roo
 // MATERIALS and TEXTURES2D: stand-alone ".mtr" and ".txt" files.
 std::string tdWriteMaterial(Database *db, const std::string &name, const Material &material);
 std::string tdWriteTexture2D(Database *db, const std::string &name, const Texture2D &texture);
+// PICTURES: a ".pic" picture, run-length coded. Textures name it by the
+// full name of the path returned (tdFullName).
+std::string tdWritePicture(Database *db, const std::string &name, const PictureInfo &picture);
+// A picture of zero pixels, with an alpha plane when asked; picFree releases
+// its planes.
+PictureInfo tdPictureNew(uint16_t width, uint16_t height, bool alpha);
 // CAMERAS and LIGHTS: ".cam" and ".lig" files.
 std::string tdWriteCamera(Database *db, const std::string &name, const Camera &camera);
 std::string tdWriteLight(Database *db, const std::string &name, const Light &light);
@@ -64,6 +70,28 @@ struct TdScene {
 // diagonal into two triangles facing +Y, with UV over the grid and every edge
 // listed once and linked; freed by meshFree.
 Mesh *tdMakeGridMesh(int32_t quadsU, int32_t quadsV);
+
+// A sphere of `radius` about the origin: `slices` meridians by `stacks` bands,
+// one vertex at each pole, 2 * slices * (stacks - 1) triangles facing out,
+// corner normals along the radius so that every vertex is smooth, UV by
+// longitude and latitude; edges listed once and linked; freed by meshFree.
+// At least 3 slices and 2 stacks.
+Mesh *tdMakeSphereMesh(int32_t slices, int32_t stacks, float radius);
+
+// The mesh as a Wavefront OBJ file: "v" per vertex, "vn" per vertex (from its
+// first corner, plus one per corner whose normal differs from its vertex's),
+// "f v//vn ..." per polygon. With zUp, positions and normals are turned a
+// quarter turn about X, +Y becoming +Z and +Z becoming -Y, for programs whose
+// up is +Z. 1 or 0 (reported on stderr).
+int tdWriteObj(const std::string &path, const Mesh *mesh, bool zUp = false);
+
+// A mesh of triangles (counter-clockwise seen from the front) over the
+// points, with a normal per point, every edge listed once and linked; freed
+// by meshFree. Null without points or triangles.
+Mesh *tdMakeMesh(const float (*points)[3], const float (*normals)[3], int32_t pointCount,
+                 const int32_t (*triangles)[3], int32_t triangleCount);
+// An open tube about the y axis from -height / 2 to height / 2.
+Mesh *tdMakeTubeMesh(int32_t segments, float radius, float height);
 
 // SCENES: the scene's file, with modification time `mtime`.
 std::string tdWriteScene(Database *db, const std::string &name, TdScene &scene, time_t mtime,

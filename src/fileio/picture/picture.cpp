@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "fileio.h"
 
@@ -156,60 +157,164 @@ int picOpenRead(const char *name, FILE **stream, PictureInfo *info, float *ratio
     return 1;
 }
 
-int picReadScanline(FILE *stream, PicturePacket *packets, PictureInfo *info, int row) {
+namespace {
+
+// Where scan lines come from: an open stream that others read on, or one read
+// ahead. take() hands out the next `n` bytes, fewer at the end of the data.
+struct StreamSource {
+    FILE *stream;
+    std::vector<uint8_t> buffer;  // what take() handed out last
+
+    int get() { return getc(stream); }
+    const uint8_t *take(size_t n, size_t *got) {
+        if (buffer.size() < n) buffer.resize(n);
+        *got = fread(buffer.data(), 1, n, stream);
+        return buffer.data();
+    }
+    void toEnd() { fseek(stream, 0, SEEK_END); }
+};
+
+// Reads ahead in large blocks, for a reader that owns the stream.
+struct BlockSource {
+    FILE *stream;
+    std::vector<uint8_t> buffer;  // what was read ahead
+    size_t at = 0, end = 0;       // the bytes not handed out yet
+
+    // At least `n` bytes ahead, when the stream has them.
+    void fill(size_t n) {
+        if (end - at >= n) return;
+        memmove(buffer.data(), buffer.data() + at, end - at);
+        end -= at;
+        at = 0;
+        if (buffer.size() < n) buffer.resize(n);
+        end += fread(buffer.data() + end, 1, buffer.size() - end, stream);
+    }
+    int get() {
+        if (at == end) fill(1);
+        return at < end ? buffer[at++] : EOF;
+    }
+    const uint8_t *take(size_t n, size_t *got) {
+        fill(n);
+        *got = n < end - at ? n : end - at;
+        const uint8_t *p = buffer.data() + at;
+        at += *got;
+        return p;
+    }
+    void toEnd() {
+        at = end;
+        fseek(stream, 0, SEEK_END);
+    }
+};
+
+// The mixed run-length form of one packet's line. N is the packet's count of
+// planes when every one of them is kept (1 or 3, the usual packets, made
+// into loops of known length), 0 for any packet, whose planes may be dropped.
+template <int N, typename Source>
+int runsRead(Source &src, uint8_t *const dest[4], int n, int width) {
+    const int planes = N ? N : n;
+    for (int x = 0; x < width;) {
+        int c = src.get();
+        if (c == EOF) return 0;
+        int count;
+        bool literal = c < 128;
+        size_t got = 0;
+        if (literal) {
+            count = c + 1;
+        } else if (c == 128) {
+            const uint8_t *b = src.take(2, &got);
+            if (got < 2) return 0;
+            count = be16(b);
+        } else {
+            count = c - 127;
+        }
+        if (x + count > width) {
+            // A run past the line: the picture cannot be trusted further.
+            src.toEnd();
+            return 0;
+        }
+        const size_t want = static_cast<size_t>(literal ? count : 1) * planes;
+        const uint8_t *pixels = src.take(want, &got);
+        const int whole = static_cast<int>(got / planes);
+        if (literal && N == 3) {
+            uint8_t *r = dest[0] + x, *g = dest[1] + x, *b = dest[2] + x;
+            for (int i = 0; i < whole; ++i, pixels += 3) {
+                r[i] = pixels[0];
+                g[i] = pixels[1];
+                b[i] = pixels[2];
+            }
+        } else if (literal) {
+            for (int k = 0; k < planes; ++k)
+                if (uint8_t *d = dest[k]) {
+                    d += x;
+                    for (int i = 0; i < whole; ++i) d[i] = pixels[i * planes + k];
+                }
+        } else if (whole == 1 && N == 3 && count < 32) {
+            uint8_t *r = dest[0] + x, *g = dest[1] + x, *b = dest[2] + x;
+            for (int i = 0; i < count; ++i) {
+                r[i] = pixels[0];
+                g[i] = pixels[1];
+                b[i] = pixels[2];
+            }
+        } else if (whole == 1) {
+            for (int k = 0; k < planes; ++k)
+                if (uint8_t *d = dest[k]) {
+                    if (count < 32) {
+                        for (int i = 0; i < count; ++i) d[x + i] = pixels[k];
+                    } else {
+                        memset(d + x, pixels[k], static_cast<size_t>(count));
+                    }
+                }
+        }
+        if (got < want) return 0;
+        x += count;
+    }
+    return 1;
+}
+
+// One scan line, every packet of the chain; what was read before a failure
+// stays in the planes.
+template <typename Source>
+int scanlineRead(Source &src, PicturePacket *packets, PictureInfo *info, int row) {
     const int width = info->width;
     for (PicturePacket *p = packets; p; p = p->next) {
         int planes[4];
         int n = packetPlanes(*p, planes);
         if (n == 0 || (p->compression != 0 && p->compression != 2)) continue;  // ignored
-        uint8_t *dest[4];
+        uint8_t *dest[4] = {nullptr, nullptr, nullptr, nullptr};
+        bool all = true;
         for (int k = 0; k < n; ++k) {
             uint8_t *plane = info->planes[planes[k]];
             dest[k] = plane ? plane + static_cast<size_t>(row) * width : nullptr;
+            all = all && dest[k];
         }
-        uint8_t pixel[4];
-        auto store = [&](int x) {
-            for (int k = 0; k < n; ++k)
-                if (dest[k]) dest[k][x] = pixel[k];
-        };
         if (p->compression == 0) {
-            for (int x = 0; x < width; ++x) {
-                if (!readExact(stream, pixel, static_cast<size_t>(n))) return 0;
-                store(x);
-            }
+            // Uncompressed: the pixels of the line, their planes interleaved.
+            size_t got = 0;
+            const size_t want = static_cast<size_t>(width) * n;
+            const uint8_t *line = src.take(want, &got);
+            const int whole = static_cast<int>(got / n);
+            for (int k = 0; k < n; ++k)
+                if (uint8_t *d = dest[k]) {
+                    if (n == 1) memcpy(d, line, static_cast<size_t>(whole));
+                    else
+                        for (int i = 0; i < whole; ++i) d[i] = line[i * n + k];
+                }
+            if (got < want) return 0;
             continue;
         }
-        for (int x = 0; x < width;) {
-            int c = getc(stream);
-            if (c == EOF) return 0;
-            int count;
-            bool literal = c < 128;
-            if (literal) {
-                count = c + 1;
-            } else if (c == 128) {
-                uint8_t b[2];
-                if (!readExact(stream, b, 2)) return 0;
-                count = be16(b);
-            } else {
-                count = c - 127;
-            }
-            if (x + count > width) {
-                // A run past the line: the picture cannot be trusted further.
-                fseek(stream, 0, SEEK_END);
-                return 0;
-            }
-            if (literal) {
-                for (int i = 0; i < count; ++i, ++x) {
-                    if (!readExact(stream, pixel, static_cast<size_t>(n))) return 0;
-                    store(x);
-                }
-            } else {
-                if (!readExact(stream, pixel, static_cast<size_t>(n))) return 0;
-                for (int i = 0; i < count; ++i, ++x) store(x);
-            }
-        }
+        const int ok = all && n == 3 ? runsRead<3>(src, dest, n, width)
+                       : all && n == 1 ? runsRead<1>(src, dest, n, width)
+                                       : runsRead<0>(src, dest, n, width);
+        if (!ok) return 0;
     }
     return 1;
+}
+
+}  // namespace
+
+int picReadScanline(FILE *stream, PicturePacket *packets, PictureInfo *info, int row) {
+    StreamSource src{stream, {}};
+    return scanlineRead(src, packets, info, row);
 }
 
 int picRead(const char *name, PictureInfo *info) {
@@ -240,10 +345,12 @@ int picRead(const char *name, PictureInfo *info) {
             return 0;
         }
     }
+    // The lines are decoded from blocks read ahead: no call per pixel.
+    BlockSource src{f, std::vector<uint8_t>(size_t{1} << 18)};
     // First line on top; in memory the bottom row is row 0. A file that ends
     // early leaves the rest zero.
     for (int line = 0; line < in.height; ++line)
-        if (!picReadScanline(f, packets, &in, in.height - 1 - line)) break;
+        if (!scanlineRead(src, packets, &in, in.height - 1 - line)) break;
     picPacketsFree(packets);
     closeStream(f);
     *info = in;

@@ -1,0 +1,422 @@
+// Materials and lights on the hardware: one display list per material, with
+// its colours in the alpha of the models that use it, bound by the strip
+// stream through its hooks; and the lights of a frame, set in world space
+// once the camera is loaded, with the links that keep a light off the models
+// it is not linked to.
+#include <GL/gl.h>
+
+#include <cstdio>
+
+#include "camera.h"
+#include "dictionary.h"
+#include "material.h"
+#include "model.h"
+#include "view_internal.h"
+
+namespace {
+
+constexpr int32_t REL_LIGHT_LINK = 2200;    // light to a model it lights alone
+constexpr int32_t REL_EXPRESSION = 20010;   // an expression drives a value of the element
+constexpr int32_t REL_MATERIAL_FIRST = 301; // curves of a material's colours and values
+constexpr int32_t REL_MATERIAL_LAST = 312;
+constexpr double DEGREES_PER_RADIAN = 57.29577951308232;
+
+int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
+
+Dictionary *dictOf(const TOL_Scene *scene) { return scene ? dictGet(static_cast<int>(scene->dict)) : nullptr; }
+
+// ---------------------------------------------------------------------------
+// Material lists
+
+// Where each colour of a list comes from.
+enum ColourSource : uint8_t {
+    COLOUR_OWN,    // the material's, in the list's alpha
+    COLOUR_BLACK,  // black, alpha 1
+    COLOUR_ZERO,   // all four zero
+};
+
+struct MaterialForm {
+    uint8_t compiled;   // 0: the list stays empty
+    uint8_t ambient;    // ColourSource of GL_AMBIENT
+    uint8_t diffuse;    // ColourSource of GL_DIFFUSE
+    uint8_t specular;   // ColourSource of GL_SPECULAR
+    uint8_t shininess;  // 1: the specular decay, at most 128; 0: none
+};
+
+constexpr MaterialForm FORM_NONE = {0, COLOUR_BLACK, COLOUR_BLACK, COLOUR_BLACK, 0};
+constexpr MaterialForm FORM_CONSTANT = {1, COLOUR_BLACK, COLOUR_OWN, COLOUR_BLACK, 0};
+constexpr MaterialForm FORM_PLAIN = {1, COLOUR_OWN, COLOUR_OWN, COLOUR_BLACK, 0};
+constexpr MaterialForm FORM_HIGHLIGHT = {1, COLOUR_OWN, COLOUR_OWN, COLOUR_OWN, 1};
+constexpr MaterialForm FORM_SHADOW = {1, COLOUR_ZERO, COLOUR_ZERO, COLOUR_BLACK, 0};
+
+// By shading model.
+constexpr int SHADING_MODELS = 8;
+const MaterialForm materialForms[SHADING_MODELS] = {FORM_NONE,      FORM_CONSTANT,  FORM_PLAIN,  FORM_PLAIN,
+                                                    FORM_HIGHLIGHT, FORM_HIGHLIGHT, FORM_SHADOW, FORM_CONSTANT};
+constexpr float MAX_SHININESS = 128.0f;
+
+const MaterialForm &formOf(const Material *m) {
+    return m->shadingModel < SHADING_MODELS ? materialForms[m->shadingModel] : FORM_NONE;
+}
+
+void colourOf(uint8_t source, const float rgb[3], float alpha, float out[4]) {
+    for (int k = 0; k < 3; ++k) out[k] = source == COLOUR_OWN ? rgb[k] : 0.0f;
+    out[3] = source == COLOUR_OWN ? alpha : (source == COLOUR_BLACK ? 1.0f : 0.0f);
+}
+
+// The default material's list is one for the whole run.
+ShadeMaterial defaultState = {1, 1.0f};
+
+// A material with curves or an expression on one of its values changes
+// each frame.
+bool materialAnimated(const Element *e) {
+    return relCountRange(e, 1, RELGR_PARAM, REL_MATERIAL_FIRST, REL_MATERIAL_LAST, -1) > 0 ||
+           relCount(e, 1, RELGR_PARAM, REL_EXPRESSION, -1) > 0;
+}
+
+// The record of a material: MATERIALS entry `index`, or -1 the default one.
+ShadeMaterial *materialState(ViewScene &s, int32_t index) {
+    if (index < 0) return &defaultState;
+    return static_cast<size_t>(index) < s.materials.size() ? &s.materials[static_cast<size_t>(index)] : nullptr;
+}
+
+const char *materialName(const Dictionary *dict, int32_t index) {
+    const Element *e = elemGet(const_cast<Dictionary *>(dict), CHP_MATERIALS, index);
+    if (e && e->data) return static_cast<const Material *>(e->data)->name.c_str();
+    return e && e->name ? e->name->fullName.c_str() : "";
+}
+
+// ---------------------------------------------------------------------------
+// Lights
+
+// The light of a type: where it stands and whether it is a spot.
+struct LightForm {
+    float w;    // fourth coordinate of GL_POSITION: 0 at infinity
+    bool spot;  // aims at its interest within its cone
+};
+constexpr LightForm LIGHT_POINT = {1.0f, false};
+constexpr LightForm LIGHT_SPOT = {1.0f, true};
+constexpr LightForm LIGHT_INFINITE = {0.0f, false};
+
+// By light type: 1 point, 2 spot, 3 and 4 infinite, 5 area (lit as a point).
+constexpr int LIGHT_TYPES = 6;
+const LightForm lightForms[LIGHT_TYPES] = {LIGHT_POINT,    LIGHT_POINT,    LIGHT_SPOT,
+                                           LIGHT_INFINITE, LIGHT_INFINITE, LIGHT_POINT};
+
+const LightForm &lightFormOf(uint16_t type) { return lightForms[type < LIGHT_TYPES ? type : 1]; }
+
+// Every light reaches every model, and no cone.
+void lightRoundAbout(GLenum gl) {
+    glLightf(gl, GL_SPOT_EXPONENT, 0.0f);
+    glLightf(gl, GL_SPOT_CUTOFF, 180.0f);
+}
+
+int lightsUsedLast = 0;  // GL lights the previous frame enabled
+int lightsOn = 0;        // lights the last bind found on, beyond eight too
+
+// Linked lights of the frame and their GL light.
+struct SelectiveLight {
+    int32_t light;  // LIGHTS entry
+    int gl;         // GL_LIGHT0 + gl
+};
+SelectiveLight selectiveLights[GR_MAX_LIGHTS];
+int selectiveCount = 0;
+const ViewScene *selectiveScene = nullptr;  // the scene whose lights they are
+
+// Links of a light from its light link relations: the mode word is 1 when
+// it has any, and the table holds 1 at each linked model.
+void lightLinksMake(const Element &e, ShadeLight &l) {
+    l.mode = 0;
+    l.table.clear();
+    if (!e.childGroups || RELGR_RENDER >= e.childGroupCount) return;
+    const RelationGroup &g = e.childGroups[RELGR_RENDER];
+    for (int k = 0; k < g.count; ++k) {
+        const RelationInst &r = g.items[k];
+        if (r.relid != REL_LIGHT_LINK || r.chp != CHP_MODELS || r.elem < 0) continue;
+        l.mode = 1;
+        if (l.table.size() <= static_cast<size_t>(r.elem)) l.table.resize(static_cast<size_t>(r.elem) + 1, 0);
+        l.table[static_cast<size_t>(r.elem)] = l.mode;
+    }
+}
+
+// ---------------------------------------------------------------------------
+// The strip stream's hooks
+
+Dictionary *hookDict = nullptr;  // scene whose strips are playing
+float hookAlpha = 1.0f;          // alpha of the model whose strips are playing
+
+const Material *materialOfId(Dictionary *dict, int id) {
+    if (id == DEFAULT_MATERIAL_ID) return &materialDefault();
+    const Element *e = dict && id >= 2 ? elemGet(dict, CHP_MATERIALS, id - 2) : nullptr;
+    return e && !e->deleted && e->data ? static_cast<const Material *>(e->data) : nullptr;
+}
+
+// A shaded material is its list; a constant one is drawn unlit in its
+// diffuse colour with the model's alpha, black when it cannot be found.
+void stripMaterialBind(int id, int shaded) {
+    if (shaded) {
+        glCallList(static_cast<GLuint>(MATERIAL_LIST_BASE + id));
+        return;
+    }
+    const Material *m = materialOfId(hookDict, id);
+    if (m) glColor4f(m->diffuse[0], m->diffuse[1], m->diffuse[2], hookAlpha);
+    else glColor4f(0.0f, 0.0f, 0.0f, hookAlpha);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Records
+
+ViewScene &shadeSceneOf(const Dictionary *dict) {
+    ViewScene &s = viewSceneOf(dict);
+    Dictionary *d = const_cast<Dictionary *>(dict);
+    const Chapter *materials = dictChapter(d, CHP_MATERIALS), *lights = dictChapter(d, CHP_LIGHTS);
+    const Chapter *textures = dictChapter(d, CHP_TEXTURES2D);
+    const ShadeMaterial freshMaterial = {1, 1.0f};
+    const ShadeTexture freshTexture = {TEXTURE_FLAG_LOAD | TEXTURE_FLAG_UV | TEXTURE_FLAG_COMPILE, -1};
+    if (s.shadeSerial != g_grStateInit.serial) {
+        // The lists may be gone: everything is compiled again, and the links
+        // are made again from the relations.
+        s.shadeSerial = g_grStateInit.serial;
+        s.materials.clear();
+        s.lights.clear();
+        defaultState.recompile = 1;
+        selectiveCount = 0;
+    }
+    if (s.texturesSerial != g_grStateInit.texturesSerial) {
+        s.texturesSerial = g_grStateInit.texturesSerial;
+        for (ShadeTexture &t : s.textures) t.flags = freshTexture.flags;
+        s.textureWalk = 0;
+    }
+    // Elements added since: their records are fresh.
+    for (int32_t i = static_cast<int32_t>(s.materials.size()); materials && i < materials->elementCount; ++i) {
+        ShadeMaterial m = freshMaterial;
+        // An opaque material's list holds alpha 1, as the models that use it.
+        if (const Material *data = static_cast<const Material *>(materials->elements[i].data))
+            m.alpha = 1.0f - data->transparency;
+        s.materials.push_back(m);
+    }
+    for (int32_t i = static_cast<int32_t>(s.lights.size()); lights && i < lights->elementCount; ++i) {
+        s.lights.push_back(ShadeLight{});
+        lightLinksMake(lights->elements[i], s.lights.back());
+    }
+    if (textures && s.textures.size() < static_cast<size_t>(textures->elementCount))
+        s.textures.resize(static_cast<size_t>(textures->elementCount), freshTexture);
+    return s;
+}
+
+void shadeStripsBegin(Dictionary *dict, float alpha) {
+    hookDict = dict;
+    hookAlpha = alpha;
+    g_stripMaterialBind = stripMaterialBind;
+}
+
+int32_t shadeEntryOf(Dictionary *dict, int chapterId, const void *data) {
+    const Chapter *chapter = dictChapter(dict, chapterId);
+    if (!chapter || !data) return -1;
+    ShadeEntries &entries = chapterId == CHP_MATERIALS ? viewSceneOf(dict).materialEntries
+                                                       : viewSceneOf(dict).textureEntries;
+    auto live = [&](int32_t i) {
+        return i < 0 || (chapter->elements[i].deleted == 0 && chapter->elements[i].data == data);
+    };
+    auto found = entries.of.find(data);
+    if (entries.count == chapter->elementCount && found != entries.of.end() && live(found->second))
+        return found->second;
+    if (entries.count != chapter->elementCount || found != entries.of.end()) {
+        // Elements came, went or changed: the index is made again.
+        entries.of.clear();
+        entries.count = chapter->elementCount;
+        for (int32_t i = 0; i < chapter->elementCount; ++i)
+            if (chapter->elements[i].deleted == 0 && chapter->elements[i].data)
+                entries.of.emplace(chapter->elements[i].data, i);
+    }
+    // A record that is no entry is remembered as none.
+    return entries.of.emplace(data, -1).first->second;
+}
+
+int shadeMaterialId(Dictionary *dict, const Material *material) {
+    const int32_t index = shadeEntryOf(dict, CHP_MATERIALS, material);
+    return index >= 0 ? index + 2 : DEFAULT_MATERIAL_ID;
+}
+
+// ---------------------------------------------------------------------------
+// Materials
+
+int materialListCompile(const Material *m, int id, float alpha) {
+    if (!m) return 98;
+    const MaterialForm &form = formOf(m);
+    glNewList(static_cast<GLuint>(MATERIAL_LIST_BASE + id), GL_COMPILE);
+    if (form.compiled) {
+        float ambient[4], diffuse[4], specular[4];
+        colourOf(form.ambient, m->ambient, alpha, ambient);
+        colourOf(form.diffuse, m->diffuse, alpha, diffuse);
+        colourOf(form.specular, m->specular, alpha, specular);
+        const float decay = m->specularDecay < MAX_SHININESS ? m->specularDecay : MAX_SHININESS;
+        glMaterialfv(GL_FRONT, GL_AMBIENT, ambient);
+        glMaterialfv(GL_FRONT, GL_DIFFUSE, diffuse);
+        glMaterialfv(GL_FRONT, GL_SPECULAR, specular);
+        glMaterialf(GL_FRONT, GL_SHININESS, form.shininess ? decay : 0.0f);
+    }
+    glEndList();
+    return 0;
+}
+
+TOL_Status materialBind(TOL_Scene *scene, int32_t index, BW_GraphicProps *gprops) {
+    Dictionary *dict = dictOf(scene);
+    if (!dict) return 98;
+    ViewScene &s = shadeSceneOf(dict);
+    ShadeMaterial *state = materialState(s, index);
+    if (!state) return 98;
+    const Material *material = &materialDefault();
+    if (index >= 0) {
+        const Element *e = elemGet(dict, CHP_MATERIALS, index);
+        if (!e || !e->data) return 98;
+        material = static_cast<const Material *>(e->data);
+        if (materialAnimated(e)) state->recompile = 1;
+    }
+    if (!state->recompile) return 0;
+    state->recompile = 0;
+    if (stopped(gprops)) return 97;
+    return materialListCompile(material, index < 0 ? DEFAULT_MATERIAL_ID : index + 2, state->alpha);
+}
+
+TOL_Status materialsBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
+    Dictionary *dict = dictOf(scene);
+    if (!dict) return 0;
+    TOL_Status status = materialBind(scene, -1, gprops);
+    const Chapter *materials = dictChapter(dict, CHP_MATERIALS);
+    for (int32_t i = 0; materials && i < materials->elementCount && status != 97; ++i) {
+        const Element &e = materials->elements[i];
+        if (e.deleted || !e.data) continue;
+        status = materialBind(scene, i, gprops);
+        materials = dictChapter(dict, CHP_MATERIALS);
+    }
+    return status;
+}
+
+TOL_Status materialsCompileList(TOL_Scene *scene, int count, const int32_t *indices, BW_GraphicProps *gprops) {
+    Dictionary *dict = dictOf(scene);
+    if (!dict || !indices) return 0;
+    ViewScene &s = shadeSceneOf(dict);
+    TOL_Status status = 0;
+    for (int i = 0; i < count && status != 97; ++i) {
+        if (ShadeMaterial *state = materialState(s, indices[i])) state->recompile = 1;
+        status = materialBind(scene, indices[i], gprops);
+        if (status == 98) fprintf(stderr, "ERROR: MATERIAL %s INVALID!\n", materialName(dict, indices[i]));
+    }
+    return status;
+}
+
+TOL_Status materialsUpdateAlpha(TOL_Scene *scene, int count, Material *const *materials, float alpha,
+                                BW_GraphicProps *gprops) {
+    Dictionary *dict = dictOf(scene);
+    if (!dict) return 0;
+    ViewScene &s = shadeSceneOf(dict);
+    TOL_Status status = 0;
+    for (int i = 0; i < (count > 0 ? count : 1) && status != 97; ++i) {
+        // A material that is no entry draws as the default one.
+        const Material *m = count > 0 && materials ? materials[i] : nullptr;
+        const int32_t index = shadeEntryOf(dict, CHP_MATERIALS, m);
+        ShadeMaterial *state = materialState(s, index);
+        if (!state || state->alpha == alpha) continue;
+        state->alpha = alpha;
+        state->recompile = 1;
+        status = materialBind(scene, index, gprops) == 97 ? 97 : 0;
+    }
+    return status;
+}
+
+float materialAlpha(const Dictionary *dict, const Material *material) {
+    ViewScene &s = shadeSceneOf(dict);
+    const int32_t index = shadeEntryOf(const_cast<Dictionary *>(dict), CHP_MATERIALS, material);
+    const ShadeMaterial *state = materialState(s, index);
+    return state ? state->alpha : -1.0f;
+}
+
+// ---------------------------------------------------------------------------
+// Lights
+
+TOL_Status lightSetup(const Light *l, int index, BW_GraphicProps *gprops) {
+    if (stopped(gprops)) return 97;
+    if (!l || index < 0 || index >= GR_MAX_LIGHTS) return 0;
+    const GLenum gl = static_cast<GLenum>(GL_LIGHT0 + index);
+    const LightForm &form = lightFormOf(l->type);
+    const GLfloat colour[4] = {l->colour[0], l->colour[1], l->colour[2], 1.0f};
+    const GLfloat position[4] = {l->position[0], l->position[1], l->position[2], form.w};
+    static const GLfloat white[4] = {1.0f, 1.0f, 1.0f, 1.0f};
+    glLightfv(gl, GL_DIFFUSE, colour);
+    glLightfv(gl, GL_POSITION, position);
+    if (form.spot) {
+        const GLfloat aim[3] = {l->interest[0] - l->position[0], l->interest[1] - l->position[1],
+                                l->interest[2] - l->position[2]};
+        glLightfv(gl, GL_SPOT_DIRECTION, aim);
+        glLightf(gl, GL_SPOT_EXPONENT, 0.0f);
+        glLightf(gl, GL_SPOT_CUTOFF, static_cast<float>(l->coneAngle * DEGREES_PER_RADIAN));
+    } else {
+        lightRoundAbout(gl);
+    }
+    glLightfv(gl, GL_SPECULAR, white);
+    glEnable(gl);
+    return 0;
+}
+
+TOL_Status lightsBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
+    Dictionary *dict = dictOf(scene);
+    if (!dict || !gprops) return 0;
+    ViewScene &s = shadeSceneOf(dict);
+    selectiveCount = 0;
+    selectiveScene = &s;
+    int count = 0;
+    TOL_Status status = 0;
+    const Camera *camera = static_cast<const Camera *>(gprops->curCamera);
+    if (gprops->headLight == 1 && camera) {
+        // One light from the eye along the view, in the default light's colour.
+        const float *c = g_sceneLighting.defaultLight.colour;
+        const GLfloat colour[4] = {c[0], c[1], c[2], 1.0f};
+        const GLfloat position[4] = {camera->position[0] - camera->interest[0],
+                                     camera->position[1] - camera->interest[1],
+                                     camera->position[2] - camera->interest[2], 0.0f};
+        glLightfv(GL_LIGHT0, GL_DIFFUSE, colour);
+        glLightfv(GL_LIGHT0, GL_POSITION, position);
+        lightRoundAbout(GL_LIGHT0);
+        glEnable(GL_LIGHT0);
+        count = 1;
+    } else {
+        grDefaultLightSet();
+        const Chapter *lights = dictChapter(dict, CHP_LIGHTS);
+        for (int32_t i = 0; lights && i < lights->elementCount && status == 0; ++i) {
+            const Element &e = lights->elements[i];
+            const Light *l = static_cast<const Light *>(e.data);
+            if (e.deleted || !l || !l->on) continue;
+            if (count < GR_MAX_LIGHTS) {
+                status = lightSetup(l, count, gprops);
+                if (s.lights[static_cast<size_t>(i)].mode != 0) selectiveLights[selectiveCount++] = SelectiveLight{i, count};
+            }
+            ++count;  // the ninth and later are counted, never set
+        }
+        if (count == 0) {
+            glEnable(GL_LIGHT0);
+            count = 1;
+        }
+    }
+    lightsOn = count;
+    for (int n = count; n < lightsUsedLast && n < GR_MAX_LIGHTS; ++n) glDisable(static_cast<GLenum>(GL_LIGHT0 + n));
+    lightsUsedLast = count;
+    return status;
+}
+
+int lightsCount() { return lightsOn; }
+
+void selectiveLightsOff(int32_t modelIndex) {
+    for (int i = 0; i < selectiveCount; ++i) {
+        const ShadeLight &l = selectiveScene->lights[static_cast<size_t>(selectiveLights[i].light)];
+        const bool beyond = modelIndex < 0 || static_cast<size_t>(modelIndex) >= l.table.size();
+        const bool off = beyond ? l.mode != 0 : l.table[static_cast<size_t>(modelIndex)] != l.mode;
+        if (off) glDisable(static_cast<GLenum>(GL_LIGHT0 + selectiveLights[i].gl));
+    }
+}
+
+void selectiveLightsOn() {
+    for (int i = 0; i < selectiveCount; ++i) glEnable(static_cast<GLenum>(GL_LIGHT0 + selectiveLights[i].gl));
+}

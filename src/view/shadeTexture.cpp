@@ -1,0 +1,203 @@
+// Textures on the hardware: each texture element's picture, found in the
+// database, prepared and compiled into its display list when its flags ask
+// for it: after a state initialisation, and for a picture sequence each time
+// the evaluation moves it to another frame.
+#include <GL/gl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "animation.h"
+#include "dictionary.h"
+#include "material.h"
+#include "view_internal.h"
+
+namespace {
+
+constexpr uint16_t MAP_UV = 4;
+constexpr uint16_t DEFINE_FLAGS = TEXTURE_FLAG_LOAD | TEXTURE_FLAG_COMPILE;
+constexpr const char *PICTURE_SUFFIX = ".pic";
+
+int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
+
+BW_GlbVar &glbOf(const BW_GraphicProps *gprops) { return gprops && gprops->glbVar ? *gprops->glbVar : glbVar; }
+
+int32_t roundHalfAway(double v) { return static_cast<int32_t>(v < 0.0 ? v - 0.5 : v + 0.5); }
+
+int textureEnvSerial = -1;  // state initialisation after which the texture environment was set
+int repeatAll = 0;          // BW_SHADE_TEXTURE_REPEAT: every texture repeats
+
+// Frames of the sequence textures: the evaluation writes them on the update
+// side, the draw reads them; the two sides meet only here.
+std::mutex sequenceLock;
+std::vector<std::pair<const Texture2D *, int32_t>> sequenceFrames;
+
+int32_t sequenceFrameOf(const Texture2D *t) {
+    std::lock_guard<std::mutex> hold(sequenceLock);
+    for (const auto &[texture, frame] : sequenceFrames)
+        if (texture == t) return frame;
+    return -1;
+}
+
+// The image sequence relation of a texture: the frame of its time.
+void evalImageSequence(UpdateRecord *record, float time, int *) {
+    if (const Texture2D *t = static_cast<const Texture2D *>(record->data))
+        textureSequenceFrameSet(t, roundHalfAway(static_cast<double>(time) * g_playCtrl.framesPerSecond));
+}
+
+// Records find their handler when an update list is built, at the load:
+// the handler is in the table before any scene is.
+[[maybe_unused]] const int sequenceHandler =
+    (updateHandlerRegister(RELGR_PARAM, REL_IMAGE_SEQUENCE, evalImageSequence), 1);
+
+const char *textureName(Dictionary *dict, int32_t index) {
+    const Element *e = elemGet(dict, CHP_TEXTURES2D, index);
+    return e && e->name ? e->name->fullName.c_str() : "";
+}
+
+bool endsWith(const std::string &text, const char *tail) {
+    const std::string t = tail;
+    return text.size() >= t.size() && text.compare(text.size() - t.size(), t.size(), t) == 0;
+}
+
+}  // namespace
+
+void textureSequenceFrameSet(const Texture2D *texture, int32_t frame) {
+    std::lock_guard<std::mutex> hold(sequenceLock);
+    for (auto &entry : sequenceFrames)
+        if (entry.first == texture) {
+            entry.second = frame;
+            return;
+        }
+    sequenceFrames.emplace_back(texture, frame);
+}
+
+int texturePicturePath(Dictionary *dict, const Texture2D *t, int32_t frame, std::string *path) {
+    if (!t || !path) return 0;
+    std::string name = t->pictureName;
+    if (!t->sequenceName.empty() && frame >= 0) name = t->sequenceName + "." + std::to_string(frame);
+    if (name.empty()) return 0;
+    if (name.find('/') != std::string::npos || name[0] == '$') {
+        char expanded[BW_PATH_MAX];
+        dbExpandPath(name.c_str(), expanded);
+        for (const std::string &candidate : {std::string(expanded), std::string(expanded) + PICTURE_SUFFIX})
+            if (access(candidate.c_str(), R_OK) == 0) {
+                *path = candidate;
+                return 1;
+            }
+        return 0;
+    }
+    Database *db = dict ? dict->database : nullptr;
+    if (!db) return 0;
+    if (endsWith(name, PICTURE_SUFFIX)) name.resize(name.size() - 4);
+    Element probe{};
+    probe.name = elemNameParse(name.c_str(), nullptr, 0);
+    const int found = probe.name && elemFindFile(db, dict, "PICTURES", CHP_PICTURES, &probe, nullptr, 0);
+    if (found) *path = g_elemPath;
+    elemNameFree(probe.name);
+    return found;
+}
+
+uint16_t textureFlags(const Dictionary *dict, int32_t index) {
+    ViewScene &s = shadeSceneOf(dict);
+    return index >= 0 && static_cast<size_t>(index) < s.textures.size() ? s.textures[static_cast<size_t>(index)].flags : 0;
+}
+
+int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops) {
+    if (!gprops || !gprops->texture.active) return 0;
+    const Element *e = elemGet(dict, CHP_TEXTURES2D, index);
+    const Texture2D *t = e ? static_cast<const Texture2D *>(e->data) : nullptr;
+    ViewScene &s = shadeSceneOf(dict);
+    if (!t || static_cast<size_t>(index) >= s.textures.size()) return 0;
+    ShadeTexture &state = s.textures[static_cast<size_t>(index)];
+    BW_GlbVar &g = glbOf(gprops);
+    if (textureEnvSerial != g_grStateInit.serial) {
+        textureEnvSerial = g_grStateInit.serial;
+        glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, g.blending ? GL_DECAL : GL_MODULATE);
+        glEnable(GL_TEXTURE_2D);
+        repeatAll = getenv("BW_SHADE_TEXTURE_REPEAT") ? 1 : 0;
+    }
+    if (t->video) state.flags |= TEXTURE_FLAG_VIDEO;
+    if (!(state.flags & DEFINE_FLAGS)) return 0;
+    if (stopped(gprops)) return 97;
+    // A picture of its own alpha, or textures that modulate, go as RGB.
+    const int components = t->alpha || !g.blending ? 3 : 4;
+    const int repeat = repeatAll || t->alpha || (t->method == MAP_UV && t->explicitUV == 1);
+    // Whatever happens now, a texture that fails says so once.
+    state.flags &= static_cast<uint16_t>(~DEFINE_FLAGS);
+    std::string line = std::string("Defining: ") + textureName(dict, index);
+    msgStatus(line.c_str());
+    if (stopped(gprops)) return 97;
+    std::string path;
+    texturePicturePath(dict, t, state.frame, &path);
+    // A decal that is clamped ends at its picture: its border lets the surface through.
+    TexturePicture *picture =
+        textureLoad(t, path.c_str(), components == 4 && !repeat, 0, g.tiling, components == 3, gprops);
+    if (!picture) return 98;
+    const int status = textureListCompile(index + 2, t, picture, repeat, g);
+    texturePictureFree(picture);
+    return status;
+}
+
+TOL_Status texturesBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
+    Dictionary *dict = scene ? dictGet(static_cast<int>(scene->dict)) : nullptr;
+    if (!dict || !gprops || !gprops->texture.active) return 0;
+    ViewScene &s = shadeSceneOf(dict);
+    const Chapter *textures = dictChapter(dict, CHP_TEXTURES2D);
+    const int32_t count = textures ? textures->elementCount : 0;
+    bool pending = false;
+    for (int32_t i = 0; i < count; ++i) {
+        const Element &e = textures->elements[i];
+        const Texture2D *t = static_cast<const Texture2D *>(e.data);
+        if (e.deleted || !t) continue;
+        ShadeTexture &state = s.textures[static_cast<size_t>(i)];
+        if (!t->sequenceName.empty()) {
+            const int32_t frame = sequenceFrameOf(t);
+            if (frame >= 0 && frame != state.frame) {
+                state.frame = frame;
+                state.flags |= DEFINE_FLAGS;
+            }
+        }
+        pending = pending || (state.flags & DEFINE_FLAGS);
+    }
+    if (!pending) return 0;
+    textureCacheBegin(gprops);
+    TOL_Status status = 0;
+    for (int32_t i = s.textureWalk; i < count && status == 0; ++i) {
+        if (textures->elements[i].deleted) continue;
+        const int result = textureDefine(dict, i, gprops);
+        if (result == 98) {
+            fprintf(stderr, "ERROR: TEXTURE %s INVALID!\n", textureName(dict, i));
+        } else if (result != 0) {
+            status = result;
+            s.textureWalk = i;  // the next run goes on from here
+        }
+    }
+    if (status == 0) s.textureWalk = 0;
+    textureCacheEnd(gprops);
+    // The models bind what they use.
+    textureUnbind(glbOf(gprops));
+    return status;
+}
+
+TOL_Status texturesDefineSome(TOL_Scene *scene, int count, const int32_t *indices, BW_GraphicProps *gprops) {
+    Dictionary *dict = scene ? dictGet(static_cast<int>(scene->dict)) : nullptr;
+    if (!dict || !indices) return 0;
+    ViewScene &s = shadeSceneOf(dict);
+    TOL_Status status = 0;
+    textureCacheBegin(gprops);
+    for (int i = 0; i < count && status != 97; ++i) {
+        if (indices[i] < 0 || static_cast<size_t>(indices[i]) >= s.textures.size()) continue;
+        s.textures[static_cast<size_t>(indices[i])].flags |= DEFINE_FLAGS;
+        status = textureDefine(dict, indices[i], gprops);
+        if (status == 98) fprintf(stderr, "ERROR: TEXTURE %s INVALID!\n", textureName(dict, indices[i]));
+    }
+    textureCacheEnd(gprops);
+    textureUnbind(glbOf(gprops));
+    return status;
+}

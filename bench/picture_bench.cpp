@@ -6,14 +6,12 @@
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build-rel/bin/picture_bench
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "../tests/capture.h"
-#include "../tests/integration/run_viewer.h"
+#include "demo_frames.h"
 #include "fileio.h"
 
 namespace {
@@ -67,25 +65,7 @@ void decode(benchmark::State &state, int kind, int mode) {
 
 // Frames per second of the demo in display mode `mode` (-d 2 shaded, 3 textured).
 void demoFrames(benchmark::State &state, const char *mode) {
-    if (!getenv("DISPLAY")) {
-        state.SkipWithError("needs an X display");
-        return;
-    }
-    bwtest::TempDir dir;
-    bwtest::runProgram(BW_BWDEMO_BIN, {dir.path()}, dir.path());
-    dir.write("script.txt", "at " + std::to_string(kFrames) + "\nkey Escape\n");
-    for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        bwtest::RunResult r = bwtest::runViewer({"-R", BW_RSRC_DIR, "-d", mode}, dir.path(),
-                                                {"BW_VIEWER_SCRIPT=script.txt"});
-        double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        if (r.status != 0) {
-            state.SkipWithError("the viewer did not end cleanly");
-            return;
-        }
-        state.SetIterationTime(seconds);
-        state.counters["frames_per_second"] = static_cast<double>(kFrames) / seconds;
-    }
+    demoFrameRate(state, kFrames, {"-d", mode});
 }
 
 }  // namespace

@@ -359,7 +359,13 @@ TOL_Status TOL_updatelistEvalScene(TOL_Scene *scene, float time) {
     TOL_Status status = frame.status();
     if (status == 0) {
         int32_t savedFrame = g_currentFrame;
-        double frames = static_cast<double>(time) * g_playCtrl.framesPerSecond;
+        float rate;
+        {
+            // The draw side swaps the play globals in and out under this lock.
+            std::lock_guard<std::mutex> lock(globalsMutex);
+            rate = g_playCtrl.framesPerSecond;
+        }
+        double frames = static_cast<double>(time) * rate;
         g_currentFrame = static_cast<int32_t>(frames < 0 ? frames - 0.5 : frames + 0.5);
         g_evalFromList = 1;
         Dictionary *dict = dictGet(static_cast<int>(scene->dict));

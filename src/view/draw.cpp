@@ -303,15 +303,17 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
                 *stop = 1;
                 return 0;
             }
-            // Only the selected models show their textures when asked.
-            const uint16_t active = gprops->texture.active, dispType = gprops->dispType;
-            if (gprops->texture.selected && (dispType & DISP_TEXTURED) && !entry->selected) {
-                gprops->texture.active = 0;
-                gprops->dispType = static_cast<uint16_t>(dispType & ~DISP_TEXTURED);
+            // Only the selected models show their textures when asked. The
+            // properties are shared with the update side, which reads them:
+            // the change goes into a copy, never into them.
+            if (gprops->texture.selected && (gprops->dispType & DISP_TEXTURED) && !entry->selected) {
+                BW_GraphicProps untextured = *gprops;
+                untextured.texture.active = 0;
+                untextured.dispType = static_cast<uint16_t>(gprops->dispType & ~DISP_TEXTURED);
+                status = drawModel(scene, model, recurse, entry, &untextured);
+            } else {
+                status = drawModel(scene, model, recurse, entry, gprops);
             }
-            status = drawModel(scene, model, recurse, entry, gprops);
-            gprops->texture.active = active;
-            gprops->dispType = dispType;
         }
     }
     if (recurse && status == 0 && branch != FRUSTUM_OUT)

@@ -67,13 +67,13 @@ if [ ! -f "$tree/CMakeCache.txt" ]; then
 fi
 cmake --build "$tree" --target viewer bwbig -j "$(nproc)"
 
-# The database and the OBJ files, written once.
+# The database and the OBJ files, written again when bwbig changed.
 need_data=0
 for n in $sizes; do
-  [ -f "$out/sphere$n.obj" ] || need_data=1
+  [ -f "$out/sphere$n.obj" ] && [ ! "$tree/bin/bwbig" -nt "$out/sphere$n.obj" ] || need_data=1
 done
 if [ $need_data = 1 ]; then
-  rm -rf "$out"
+  rm -rf "$out/big" "$out/DatabaseDir.rsrc" "$out"/sphere*.obj
   BW_RSRC="$top/rsrc" "$tree/bin/bwbig" "$out" $sizes
 fi
 
@@ -113,8 +113,8 @@ idle_percent() {
   echo $(( total > 0 ? 100 * (b[4] - a[4] + b[5] - a[5]) / total : 100 ))
 }
 
-# Waits, up to idle_wait seconds, for the machine to be 90% idle: other
-# processes on the two cores make the frame times mean little.
+# Waits, up to idle_wait seconds, for the machine to be 90% idle: the frame
+# times of a run that shares the cores with other work mean little.
 wait_idle() {
   local waited=0 idle
   while [ "$waited" -lt "$idle_wait" ]; do
@@ -182,13 +182,14 @@ for n in $sizes; do
       printf "  ours, lists off   %7.1f ms a frame (rounds %.1f to %.1f), %5.1f frames/s\n", m["lists_off"], lo["lists_off"], hi["lists_off"], 1000 / m["lists_off"]
       printf "  ours, lists on    %7.1f ms a frame (rounds %.1f to %.1f), %5.1f frames/s\n", m["lists_on"], lo["lists_on"], hi["lists_on"], 1000 / m["lists_on"]
       printf "  osgviewer         %7.1f ms a frame (rounds %.1f to %.1f), %5.1f frames/s\n", m["osgviewer"], lo["osgviewer"], hi["osgviewer"], 1000 / m["osgviewer"]
-      # Each round pairs our runs with the osgviewer run between them.
+      # Each round pairs our runs with the osgviewer run between them: the
+      # ratio is the median of the rounds'"'"' ratios.
       for (p = 1; p <= 2; ++p) {
         name = names[p]; k = c[name]
         for (i = 1; i <= k; ++i) a[i] = v["osgviewer", i] / v[name, i]
         rmin = a[1]; rmax = a[1]
         for (i = 2; i <= k; ++i) { if (a[i] < rmin) rmin = a[i]; if (a[i] > rmax) rmax = a[i] }
-        printf "  ratio, our frame rate over osgviewer'"'"'s, %s: %.2f (rounds %.2f to %.2f)\n", (p == 1 ? "lists off" : "lists on "), m["osgviewer"] / m[name], rmin, rmax
+        printf "  ratio, our frame rate over osgviewer'"'"'s, %s: %.2f (rounds %.2f to %.2f)\n", (p == 1 ? "lists off" : "lists on "), med(a, k), rmin, rmax
       }
     }' "$out/runs.csv")")
 done

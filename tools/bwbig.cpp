@@ -8,8 +8,8 @@
 // angle of 30 degrees, the sphere around the mesh's bounding box just filling
 // the height, so that both programs fill the same pixels.
 // OUTDIR/sphere<N>.obj holds the same mesh as a Wavefront OBJ file, for other
-// programs to draw, turned to +Z up so that their home view faces the sphere
-// as our camera does.
+// programs to draw; osgviewer, which turns an OBJ file's +Y up to its own +Z
+// and looks along +Y, then faces the sphere as our camera does.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -54,8 +54,7 @@ bool writeSize(Database *db, const std::string &out, long triangles, const std::
     if (!mesh) return false;
     const std::string tag = "sphere" + std::to_string(triangles);
     const std::string objPath = out + "/" + tag + ".obj";
-    // osgviewer looks along +Y with +Z up: turned so, it sees what our camera sees.
-    bool ok = tdWriteObj(objPath, mesh, true) != 0;
+    bool ok = tdWriteObj(objPath, mesh) != 0;
     const int32_t made = mesh->polygonCount;
     Model *model = modelNew(tag.c_str(), MODEL_MESH, mesh);
     const std::string modelFile = ok ? tdFullName(tdWriteModel(db, "big-" + tag, model)) : "";

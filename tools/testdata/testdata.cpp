@@ -337,7 +337,7 @@ Mesh *tdMakeSphereMesh(int32_t slices, int32_t stacks, float radius) {
     return m;
 }
 
-int tdWriteObj(const std::string &path, const Mesh *mesh, bool zUp) {
+int tdWriteObj(const std::string &path, const Mesh *mesh) {
     if (!mesh || !mesh->vertices || !mesh->polygons) return 0;
     FILE *f = fopen(path.c_str(), "wb");
     if (!f) {
@@ -346,10 +346,10 @@ int tdWriteObj(const std::string &path, const Mesh *mesh, bool zUp) {
     }
     std::vector<char> buffer(size_t{1} << 20);
     setvbuf(f, buffer.data(), _IOFBF, buffer.size());
-    fprintf(f, "# %d vertices, %d polygons%s\n", mesh->vertexCount, mesh->polygonCount, zUp ? ", Z up" : "");
+    fprintf(f, "# %d vertices, %d polygons\n", mesh->vertexCount, mesh->polygonCount);
     auto put = [&](const char *key, int digits, const float *a) {
-        const double x = a[0], y = zUp ? -a[2] : a[1], z = zUp ? a[1] : a[2];
-        fprintf(f, "%s %.*g %.*g %.*g\n", key, digits, x, digits, y, digits, z);
+        fprintf(f, "%s %.*g %.*g %.*g\n", key, digits, static_cast<double>(a[0]), digits,
+                static_cast<double>(a[1]), digits, static_cast<double>(a[2]));
     };
     for (int32_t i = 0; i < mesh->vertexCount; ++i) put("v", 7, mesh->vertices[i].pos);
     // A corner's normal is its own, else its polygon's. Each vertex takes the

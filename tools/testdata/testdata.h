@@ -80,10 +80,9 @@ Mesh *tdMakeSphereMesh(int32_t slices, int32_t stacks, float radius);
 
 // The mesh as a Wavefront OBJ file: "v" per vertex, "vn" per vertex (from its
 // first corner, plus one per corner whose normal differs from its vertex's),
-// "f v//vn ..." per polygon. With zUp, positions and normals are turned a
-// quarter turn about X, +Y becoming +Z and +Z becoming -Y, for programs whose
-// up is +Z. 1 or 0 (reported on stderr).
-int tdWriteObj(const std::string &path, const Mesh *mesh, bool zUp = false);
+// "f v//vn ..." per polygon; +Y up, as OBJ readers expect. 1 or 0 (reported
+// on stderr).
+int tdWriteObj(const std::string &path, const Mesh *mesh);
 
 // A mesh of triangles (counter-clockwise seen from the front) over the
 // points, with a normal per point, every edge listed once and linked; freed

@@ -254,6 +254,13 @@ TEST_F(SceneGrammar, EnvironmentAndPlayControl) {
     EXPECT_TRUE(g_playCtrl.startFrame == 10 && g_playCtrl.endFrame == 80 &&
                 g_playCtrl.currentFrame == 12 && g_playCtrl.frameStep == 2);
     EXPECT_EQ(g_playCtrl.framesPerSecond, 25.0f);
+
+    // Numbers past an int are held at its ends.
+    TearDown();
+    SetUp();
+    read(std::string(kElements) + "ENVIRONMENT PLAYCTRL FRAME 1e40 -1e40 nan 2 EndOfPLAYCTRL EndOfENVIRONMENT\n");
+    EXPECT_TRUE(g_playCtrl.startFrame == INT32_MAX && g_playCtrl.endFrame == INT32_MIN &&
+                g_playCtrl.currentFrame == 0);
     g_playCtrl = saved;
 }
 

@@ -1,6 +1,7 @@
 // The scene file's grammar: header and element statements, relation
 // statements with their data, and the environment. Nothing here opens files
 // or reads element files: the load (scene_load.cpp) drives these readers.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -409,18 +410,27 @@ bool readFloats(FILE *stream, float *out, int count) {
     return true;
 }
 
+// A number of the file as an int: out-of-range values are held at the ends,
+// not-a-number is 0.
+int32_t toInt(float v) {
+    if (!(v == v)) return 0;
+    if (v >= 2147483520.0f) return INT32_MAX;
+    if (v <= -2147483648.0f) return INT32_MIN;
+    return static_cast<int32_t>(v);
+}
+
 void readPlayCtrl(FILE *stream) {
     // A merge keeps the present play control; its range can only grow.
     while (sceneNextToken(stream) && !is("EndOfPLAYCTRL")) {
         if (is("FRAME")) {
             float v[4] = {};
             if (!readFloats(stream, v, 4)) return;
-            int first = static_cast<int>(v[0]), last = static_cast<int>(v[1]);
+            int first = toInt(v[0]), last = toInt(v[1]);
             if (loadIsPrimary) {
                 g_playCtrl.startFrame = first;
                 g_playCtrl.endFrame = last;
-                g_playCtrl.currentFrame = static_cast<int>(v[2]);
-                g_playCtrl.frameStep = static_cast<int>(v[3]);
+                g_playCtrl.currentFrame = toInt(v[2]);
+                g_playCtrl.frameStep = toInt(v[3]);
             } else {
                 if (first < g_playCtrl.startFrame) g_playCtrl.startFrame = first;
                 if (last > g_playCtrl.endFrame) g_playCtrl.endFrame = last;
@@ -428,7 +438,7 @@ void readPlayCtrl(FILE *stream) {
         } else if (is("PAUSE")) {
             float v = 0;
             if (!readFloats(stream, &v, 1)) return;
-            if (loadIsPrimary) g_playPause = static_cast<int32_t>(v);
+            if (loadIsPrimary) g_playPause = toInt(v);
         } else if (is("RATE")) {
             float v = 0;
             if (!readFloats(stream, &v, 1)) return;
@@ -446,7 +456,7 @@ void readElementSettings(FILE *stream, Element *e) {
             if (e) {
                 e->schemX = v[0];
                 e->schemY = v[1];
-                e->schemMark = static_cast<int32_t>(v[2]);
+                e->schemMark = toInt(v[2]);
             }
         } else if (is("SRT")) {
             float v[9] = {};
@@ -460,7 +470,7 @@ void readElementSettings(FILE *stream, Element *e) {
             if (!readFloats(stream, &v, 1)) return;
             if (e) {
                 e->envSet |= static_cast<uint16_t>(1u << which);
-                e->envValues[which] = static_cast<int32_t>(v);
+                e->envValues[which] = toInt(v);
             }
         }
     }

@@ -1,7 +1,8 @@
 // Reading a large model: a mesh of 1,000,000 triangles written once, then
 // (a) its bytes read from the page cache into memory and (b) modelFileRead of
 // the same file. The counter read_ratio is (b)'s time over (a)'s; the reader
-// should stay within 3 times the cost of fetching the bytes.
+// should stay within 3 times the cost of fetching the bytes. A file this large
+// is read by a helper thread while the mesh is decoded behind it.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -98,6 +99,18 @@ void BM_ModelFileRead(benchmark::State &state) {
     if (file.size() == 0) {
         state.SkipWithError("the model file could not be written");
         return;
+    }
+    // Reads outside the time, as the bare copy's buffer is taken outside its
+    // time: the first large allocations of a process wait for the kernel to
+    // gather huge pages, for one read or a few, a cost of the process and not
+    // of each read. Warm once two reads in a row take about as long.
+    double previous = 0.0;
+    for (int warm = 0; warm < 5; ++warm) {
+        auto start = std::chrono::steady_clock::now();
+        modelFree(modelFileRead(file.stem().c_str(), nullptr, MODEL_READ_NEW));
+        double seconds = since(start);
+        if (warm > 0 && seconds < previous * 1.2 && previous < seconds * 1.2) break;
+        previous = seconds;
     }
     double total = 0.0;
     for (auto _ : state) {

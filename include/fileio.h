@@ -89,14 +89,20 @@ constexpr int tokenSkip(uint16_t token) { return token >> 8; }     // skip rule
 // ---------------------------------------------------------------------------
 // Reader and writer records
 
-// The file is read whole at open and decoded from memory. The stream itself is
-// positioned only by binSeekTo and by the ascii header's version token, so that
-// a caller may go on from there with the token reader.
+// The file is taken whole into memory and decoded from there. A large file is
+// read by a helper thread in blocks while decoding goes on behind it; a read of
+// bytes not there yet waits for them. The stream itself is positioned only by
+// binSeekTo and by the ascii header's version token, so that a caller may go
+// on from there with the token reader.
+struct BinBytes;  // the file's bytes and the state of their loading
+
 struct BinReader {
     FILE *file = nullptr;   // the stream; its bytes are decoded from `data`
-    // The whole file, mapped or read in one go at open; `size` bytes. Shared so
-    // that a copy of the reader stays valid after the original is gone.
-    std::shared_ptr<const uint8_t> data;
+    const uint8_t *data = nullptr;   // the file's bytes, `size` of them once all are read
+    // Owner of data. Shared so that a copy of the reader stays valid after the
+    // original is gone.
+    std::shared_ptr<BinBytes> bytes;
+    int64_t ready = 0;      // bytes of data known to be there; more may come
     std::string name;       // file name in messages
     int64_t size = 0;       // bytes in the file
     int64_t pos = 0;        // offset of the next byte
@@ -105,6 +111,11 @@ struct BinReader {
     std::string error;      // text of the first failure, empty before
     float version = 0.0f;   // file version from the header; 0 before it is read
 };
+
+// Files of at least `minBytes` are read by a helper thread, in blocks of
+// `blockBytes`; smaller ones at once. Defaults 8 MB and 2 MB; for tests and
+// tuning, taking effect at the next open.
+void binSetBackgroundRead(int64_t minBytes, int64_t blockBytes);
 
 struct BinWriter {
     FILE *file = nullptr;   // the stream written to

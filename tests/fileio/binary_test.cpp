@@ -4,6 +4,7 @@
 
 #include <cfloat>
 #include <cstdlib>
+#include <optional>
 
 #include "bytes.h"
 #include "capture.h"
@@ -270,7 +271,11 @@ TEST(Prototype, ReadsDropsAndWritesTables) {
 
 TEST(BinDamage, CutAtEveryByteNamesTheFile) {
     const Bytes whole = header(BIN_ID_GENERAL, 4.0f) + sampleProt + text("HRCH") + sampleValues;
-    for (size_t cut = 0; cut < whole.size(); ++cut) {
+    // Read at once, and from a helper thread in blocks that end inside values.
+    for (size_t at = 0; at < 2 * whole.size(); ++at) {
+        size_t cut = at % whole.size();
+        std::optional<BackgroundRead> pieces;
+        if (at >= whole.size()) pieces.emplace(3);
         OutputCapture out;
         ByteFile f(Bytes(whole.begin(), whole.begin() + cut), "cut.hrc");
         Prototype proto;
@@ -326,4 +331,40 @@ TEST(BinDamage, WriterKeepsRecordsInStepWithTheirList) {
     EXPECT_EQ(binWriterClose(sink.w), 0);
     EXPECT_EQ(out.out.text(), "BW_ERROR: Cannot write file out.bin at offset 0: token 515 is out of "
                               "step with the list of record 12\n");
+}
+
+TEST(BinReader, HelperThreadServesStringsArraysAndSeeksAndStopsWhenClosed) {
+    // A name longer than many blocks, values, an array that ends the file.
+    const std::string name(1000, 'n');
+    Bytes bytes = text0(name) + Buf().u16(7).i32(0x01020304).b;
+    for (int i = 0; i < 300; ++i) bytes = bytes + Buf().f32(static_cast<float>(i)).b;
+    BackgroundRead pieces(16);
+    {
+        ByteFile f(bytes, "long.bin");
+        char *got = binReadStr(f.r);
+        ASSERT_NE(got, nullptr);
+        EXPECT_EQ(std::string(got), name);
+        free(got);
+        EXPECT_EQ(binReadU16(f.r), 7);
+        EXPECT_EQ(binReadU32(f.r), 0x01020304u);
+        std::vector<float> values(301, -1.0f);
+        OutputCapture out;
+        EXPECT_EQ(binReadFloats(f.r, values.data(), values.size()), 300u);  // one short
+        EXPECT_TRUE(values[299] == 299.0f && values[300] == 0.0f);
+        EXPECT_EQ(f.r.error, "Passed end of file long.bin while reading data");
+    }
+    {
+        // One read of the whole file waits for all of it; closing with most
+        // of a larger file unread leaves the helper to stop on its own.
+        ByteFile f(bytes, "long.bin");
+        Bytes all(bytes.size());
+        EXPECT_EQ(binRead(f.r, all.data(), 1, all.size()), all.size());
+        EXPECT_EQ(all, bytes);
+        Bytes big(1 << 20, 0xAB);
+        ByteFile g(big, "big.bin");
+        EXPECT_EQ(binReadU8(g.r), 0xAB);
+        BinReader copy = g.r;  // shares the bytes
+        binReaderClose(g.r);
+        EXPECT_EQ(binReadU8(copy), 0xAB);
+    }
 }

@@ -57,6 +57,13 @@ struct ByteFile {
     ~ByteFile() { fclose(f); }
 };
 
+// Readers opened while the value lives take their file's bytes from a helper
+// thread in blocks of `block`, whatever the file's size.
+struct BackgroundRead {
+    explicit BackgroundRead(int64_t block) { binSetBackgroundRead(1, block); }
+    ~BackgroundRead() { binSetBackgroundRead(int64_t{8} << 20, int64_t{2} << 20); }
+};
+
 // A writer into a temporary file; bytes() gives what was written so far.
 struct ByteSink {
     BinWriter w;

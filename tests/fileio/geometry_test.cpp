@@ -300,8 +300,8 @@ struct ReadResult {
     bool operator==(const ReadResult &) const = default;
 };
 
-ReadResult readBack(const Bytes &bytes, const Prototype *proto) {
-    ByteFile f(bytes, "geo.bin", 4.0f);
+ReadResult readBack(const Bytes &bytes, const Prototype *proto, float version = 4.0f) {
+    ByteFile f(bytes, "geo.bin", version);
     Mesh *m = readMesh(f.r, proto, nullptr);
     ReadResult out;
     out.failed = f.r.failed;
@@ -406,6 +406,118 @@ TEST(GeometryMesh, CutInAPolygonReadsAlikeListedOrTokenised) {
     EXPECT_TRUE(a.links[1] == 6 && a.links[2] == 0);
     ASSERT_GE(a.values.size(), 24u + 3 * 4 * 9);
     EXPECT_EQ(a.values[24 + 2 * 4 * 9 + 5], 108.0f);  // polygon 2, node 0, first extra u
+    protoFree(proto);
+    meshFree(cube);
+}
+
+namespace {
+
+// A cube with one UV domain whose nodes differ in every field, so that a field
+// taken from the wrong place shows.
+Mesh *plainCube() {
+    Mesh *m = meshMakeCube(2.0f);
+    if (!m) return nullptr;
+    for (int p = 0; p < m->polygonCount; ++p) {
+        m->polygons[p].material = static_cast<uint16_t>(p + 1);
+        m->polygons[p].flg = static_cast<uint16_t>(10 + p);
+        m->polygons[p].nrm[2] = static_cast<float>(p) - 0.5f;
+        for (int k = 0; k < m->polygons[p].nodeCount; ++k) {
+            MeshNode &n = m->polygons[p].nodes[k];
+            float base = static_cast<float>(p * 4 + k);
+            n.nrm[0] = base; n.nrm[1] = -base; n.nrm[2] = 0.5f;
+            n.u = base / 32.0f; n.v = 1.0f - base / 32.0f;
+            n.colour = 0x00B00000u + static_cast<uint32_t>(p * 4 + k);
+        }
+    }
+    return m;
+}
+
+}  // namespace
+
+TEST(GeometryMesh, FixedRecordLayoutsReadAsTheTokenLoop) {
+    Mesh *cube = plainCube();
+    ASSERT_NE(cube, nullptr);
+    Prototype *proto = v4();
+    Bytes listed = written(cube, proto), tokens = written(cube, nullptr);
+    // Old files force the colours' alpha on either way.
+    for (float version : {4.0f, 2.0f}) {
+        ReadResult a = readBack(listed, proto, version), b = readBack(tokens, nullptr, version);
+        EXPECT_FALSE(a.failed) << a.error;
+        EXPECT_EQ(a, b) << version;
+        ASSERT_GE(a.links.size(), 4u + 8 + 3 + 4);
+        EXPECT_EQ(static_cast<uint32_t>(a.links[4 + 8 + 3 + 2]), version < 3.0f ? 0xFFB00000u : 0x00B00000u);
+    }
+
+    // A node whose UV block is not empty (a pad of 4 bytes) is read by the
+    // token loop, and the nodes after it by the fixed layout again.
+    Bytes padded = listed;
+    size_t at = find(padded, Buf().i32(0x00B00000u + 9).b);
+    ASSERT_LT(at, padded.size());
+    Bytes size4 = Buf().i32(4).f32(-1.0f).b;
+    std::copy(size4.begin(), size4.begin() + 4, padded.begin() + static_cast<std::ptrdiff_t>(at + 4));
+    padded.insert(padded.begin() + static_cast<std::ptrdiff_t>(at + 8), size4.begin() + 4, size4.end());
+    EXPECT_EQ(readBack(padded, proto), readBack(listed, proto));
+
+    // Lists of another order: the polygon's flag and normal before its nodes,
+    // an unknown 2-byte value and the material after them; nodes with an old
+    // u16 vertex number after an unknown 1-byte value, the colour before the
+    // normal and no UV. One triangle over vertices 0, 1, 2.
+    Prototype *other = v4();
+    const uint16_t polygon[] = {4, 1, 2, 0x0203, 3, 0};
+    const uint16_t node[] = {0x0107, 1, 1029, 2, 0};
+    protoSet(*other, REC_POLYGON, polygon, 6);
+    protoSet(*other, REC_POLYNODE, node, 5);
+    Buf g;
+    g.u16(0).f32(0.0f).i32(0);                                  // flags, discontinuity, one domain
+    g.i32(3);                                                   // vertices
+    for (int v = 0; v < 3; ++v) g.f32(static_cast<float>(v)).f32(0).f32(0).u16(0);
+    g.i32(1).u16(6).f32(0).f32(0).f32(1).u16(3);                // flag 6, normal +z, three nodes
+    for (int k = 0; k < 3; ++k)
+        g.b.push_back(0xEE), g.u16(static_cast<uint16_t>(k)).i32(0x01020300u + k).f32(0).f32(static_cast<float>(k)).f32(0);
+    g.u16(0xBEEF).u16(9);                                       // unknown value, material 9
+    g.i32(3);                                                   // edges
+    for (int e = 0; e < 3; ++e) g.i32(e).i32((e + 1) % 3).u16(0);
+    g.u16(0).u16(0).u16(0).f32(0).f32(0).f32(0).u16(0).u16(0).u16(0);  // approximation
+    ByteFile f(g.b, "geo.bin", 4.0f);
+    Mesh *m = readMesh(f.r, other, nullptr);
+    ASSERT_NE(m, nullptr);
+    EXPECT_FALSE(f.r.failed) << f.r.error;
+    EXPECT_EQ(binRemaining(f.r), 0);
+    ASSERT_TRUE(m->polygonCount == 1 && m->polygons[0].nodeCount == 3);
+    const MeshPolygon &poly = m->polygons[0];
+    EXPECT_TRUE(poly.flg == 6 && poly.material == 9 && poly.nrm[2] == 1.0f);
+    for (int k = 0; k < 3; ++k) {
+        const MeshNode &n = poly.nodes[k];
+        EXPECT_TRUE(n.vrt == k && n.edg == k && n.colour == 0x01020300u + static_cast<uint32_t>(k) &&
+                    n.nrm[1] == static_cast<float>(k) && n.u == 0.0f && n.uvs == nullptr) << k;
+    }
+    meshFree(m);
+    protoFree(other);
+    protoFree(proto);
+    meshFree(cube);
+}
+
+TEST(GeometryMesh, HelperThreadReadsAlikeWholeCutOrInPieces) {
+    Mesh *cube = plainCube();
+    ASSERT_NE(cube, nullptr);
+    Prototype *proto = v4();
+    Bytes listed = written(cube, proto), tokens = written(cube, nullptr);
+    ReadResult a = readBack(listed, proto), b = readBack(tokens, nullptr);
+    {
+        // Blocks of 7 bytes put block ends inside every kind of record.
+        BackgroundRead pieces(7);
+        EXPECT_EQ(readBack(listed, proto), a);
+        EXPECT_EQ(readBack(tokens, nullptr), b);
+    }
+    // A file cut anywhere reads the same, up to the same failure, at once and
+    // in pieces.
+    bwtest::OutputCapture cap;  // the reports of the cuts
+    for (size_t cut = 0; cut < listed.size(); cut += 3) {
+        Bytes in(listed.begin(), listed.begin() + static_cast<std::ptrdiff_t>(cut));
+        ReadResult whole = readBack(in, proto);
+        BackgroundRead pieces(5);
+        EXPECT_EQ(readBack(in, proto), whole) << cut;
+    }
     protoFree(proto);
     meshFree(cube);
 }

@@ -80,14 +80,35 @@ inline float binBigFloat(const uint8_t *b) { return binUsableFloatBits(binBig32(
 // writing. Null without memory.
 void *binAllocLarge(size_t bytes);
 
-// The unread bytes of the file: [*begin, *end). False when the reader cannot
-// give any (failed, or no file).
-inline bool binUnread(const BinReader &r, const uint8_t **begin, const uint8_t **end) {
+// Waits until the first `end` bytes of the file are read; false when reading
+// ended before them. Updates r.ready.
+bool binAwait(BinReader &r, int64_t end);
+// Updates r.ready to what has been read so far, without waiting.
+void binRefresh(BinReader &r);
+
+// True when the first `end` bytes of the file are there, waiting for them if
+// they are still coming.
+inline bool binHave(BinReader &r, int64_t end) { return end <= r.ready || binAwait(r, end); }
+
+// The unread bytes that are already in memory: [*begin, *end). False when the
+// reader cannot give any (failed, no file, or at the end).
+inline bool binUnread(BinReader &r, const uint8_t **begin, const uint8_t **end) {
     if (r.failed || !r.file || !r.data || r.pos >= r.size) return false;
-    *begin = r.data.get() + r.pos;
-    *end = r.data.get() + r.size;
+    binRefresh(r);
+    if (r.pos >= r.ready && !binHave(r, r.pos + 1)) return false;
+    *begin = r.data + r.pos;
+    *end = r.data + r.ready;
+    return true;
+}
+
+// Stretches a span given by binUnread whose end is *end to what has been read
+// since, waiting for at least one more byte; false at the end of the file.
+inline bool binMore(BinReader &r, const uint8_t **end) {
+    int64_t have = *end - r.data;
+    if (have >= r.size || !binHave(r, have + 1)) return false;
+    *end = r.data + r.ready;
     return true;
 }
 
 // Moves the reader to `at`, a point inside the bytes binUnread gave.
-inline void binAdvanceTo(BinReader &r, const uint8_t *at) { r.pos = at - r.data.get(); }
+inline void binAdvanceTo(BinReader &r, const uint8_t *at) { r.pos = at - r.data; }

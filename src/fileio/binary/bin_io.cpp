@@ -1,14 +1,18 @@
 // Reader and writer records of the binary frame: bounds-checked big-endian
 // values, strings, sized blocks and the skipping of unknown fields.
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cfloat>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <system_error>
+#include <thread>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,32 +40,113 @@ void failWith(BinReader &r, TOL_Status code, const std::string &text) {
         tol_report(code, text.c_str());
 }
 
-// Fills r.data and r.size with the whole file; false only without memory. The
-// file is read, not mapped: a mapping faults when another process shortens the
-// file under it, and a reader must survive any file.
+std::atomic<int64_t> g_backgroundMin{int64_t{8} << 20};    // smallest file read by a helper
+std::atomic<int64_t> g_backgroundBlock{int64_t{2} << 20};  // bytes a helper reads at a time
+
+}  // namespace
+
+// The bytes of one file. `progress` is the count read so far while reading
+// goes on, and -count - 1 once it has ended (all read, or the file came up
+// short, or it was stopped): one word, so a waiter sees every change.
+struct BinBytes {
+    uint8_t *bytes = nullptr;
+    int64_t size = 0;
+    std::atomic<int64_t> progress{0};
+    std::atomic<bool> stop{false};  // set by the last owner: the helper leaves after its block
+    std::thread loader;
+
+    BinBytes() = default;
+    BinBytes(const BinBytes &) = delete;
+    BinBytes &operator=(const BinBytes &) = delete;
+    ~BinBytes() {
+        stop.store(true, std::memory_order_relaxed);
+        if (loader.joinable()) loader.join();
+        free(bytes);
+    }
+
+    // Reads [from, size) of `fd` in blocks of `block`, publishing each.
+    void load(int fd, int64_t from, int64_t block) {
+        int64_t at = from;
+        while (at < size && !stop.load(std::memory_order_relaxed)) {
+            size_t piece = static_cast<size_t>(std::min(block, size - at));
+            ssize_t n = pread(fd, bytes + at, piece, static_cast<off_t>(at));
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) break;  // an error or a file shortened since it was opened
+            at += n;
+            progress.store(at, std::memory_order_release);
+            progress.notify_all();
+        }
+        progress.store(-at - 1, std::memory_order_release);
+        progress.notify_all();
+    }
+};
+
+void binSetBackgroundRead(int64_t minBytes, int64_t blockBytes) {
+    g_backgroundMin.store(minBytes > 0 ? minBytes : 1, std::memory_order_relaxed);
+    g_backgroundBlock.store(blockBytes > 0 ? blockBytes : 1, std::memory_order_relaxed);
+}
+
+bool binAwait(BinReader &r, int64_t end) {
+    if (!r.bytes) return false;
+    std::atomic<int64_t> &progress = r.bytes->progress;
+    for (;;) {
+        int64_t p = progress.load(std::memory_order_acquire);
+        int64_t have = p < 0 ? -p - 1 : p;
+        r.ready = have;
+        if (have >= end) return true;
+        if (p < 0) return false;
+        progress.wait(p, std::memory_order_acquire);
+    }
+}
+
+void binRefresh(BinReader &r) {
+    if (!r.bytes || r.ready >= r.size) return;
+    int64_t p = r.bytes->progress.load(std::memory_order_acquire);
+    r.ready = p < 0 ? -p - 1 : p;
+}
+
+namespace {
+
+// Fills r.data and r.size with the file, or starts a helper on it; false only
+// without memory. The file is read, not mapped: a mapping faults when another
+// process shortens the file under it, and a reader must survive any file. A
+// large file is read from a duplicate of the descriptor, so that closing the
+// stream does not pull it from under the helper.
 bool loadWhole(BinReader &r, FILE *stream, int64_t length) {
+    auto bytes = std::make_shared<BinBytes>();
     size_t want = static_cast<size_t>(length);
-    uint8_t *buffer = static_cast<uint8_t *>(binAllocLarge(want ? want : 1));
-    if (!buffer) return false;
-    r.data = std::shared_ptr<const uint8_t>(buffer, [](const uint8_t *at) { free(const_cast<uint8_t *>(at)); });
-    size_t got = 0;
-    if (fseek(stream, 0, SEEK_SET) == 0) {
-        // Past stdio's buffer: one large read() instead of a copy through it;
-        // the fseek after the load puts the stream back in step.
-        int fd = fileno(stream);
-        if (fd >= 0 && lseek(fd, 0, SEEK_SET) == 0) {
-            for (ssize_t n; got < want && (n = read(fd, buffer + got, want - got)) != 0;) {
-                if (n < 0) {
-                    if (errno == EINTR) continue;
-                    break;
-                }
-                got += static_cast<size_t>(n);
+    bytes->bytes = static_cast<uint8_t *>(binAllocLarge(want ? want : 1));
+    if (!bytes->bytes) return false;
+    bytes->size = length;
+    r.size = length;
+    r.bytes = bytes;
+    r.data = bytes->bytes;
+    int fd = fileno(stream);
+    if (fd >= 0 && length >= g_backgroundMin.load(std::memory_order_relaxed)) {
+        int own = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+        if (own >= 0) {
+            int64_t block = g_backgroundBlock.load(std::memory_order_relaxed);
+            try {
+                bytes->loader = std::thread([raw = bytes.get(), own, block] {
+                    raw->load(own, 0, block);
+                    close(own);
+                });
+                return true;
+            } catch (const std::system_error &) {
+                close(own);  // no thread to be had: read it here
             }
-        } else {
-            got = fread(buffer, 1, want, stream);
         }
     }
-    r.size = static_cast<int64_t>(got);
+    if (fd >= 0) {
+        bytes->load(fd, 0, length > 0 ? length : 1);
+    } else {
+        // A stream without a descriptor (in memory): through the library.
+        size_t got = 0;
+        if (fseek(stream, 0, SEEK_SET) == 0) got = fread(bytes->bytes, 1, want, stream);
+        bytes->progress.store(-static_cast<int64_t>(got) - 1, std::memory_order_release);
+    }
+    binRefresh(r);
+    r.size = r.ready;  // a file shortened since its size was taken ends here
     return true;
 }
 
@@ -144,6 +229,10 @@ void binReaderClose(BinReader &r) {
     if (r.file && r.owned) fclose(r.file);
     r.file = nullptr;
     r.owned = 0;
+    // The last owner of the bytes stops a helper still reading them.
+    r.bytes.reset();
+    r.data = nullptr;
+    r.ready = 0;
 }
 
 int64_t binRemaining(const BinReader &r) { return r.size > r.pos ? r.size - r.pos : 0; }
@@ -224,19 +313,20 @@ bool binTake(BinReader &r, void *dst, size_t n) {
         memset(dst, 0, n);
         return false;
     }
-    if (static_cast<uint64_t>(binRemaining(r)) < n) {
+    if (static_cast<uint64_t>(binRemaining(r)) < n || !binHave(r, r.pos + static_cast<int64_t>(n))) {
         memset(dst, 0, n);
         binFailEof(r);
         return false;
     }
-    memcpy(dst, r.data.get() + r.pos, n);
+    memcpy(dst, r.data + r.pos, n);
     r.pos += static_cast<int64_t>(n);
     return true;
 }
 
 bool binProbe(BinReader &r, void *dst, size_t n) {
     if (r.failed || !r.file || static_cast<uint64_t>(binRemaining(r)) < n) return false;
-    memcpy(dst, r.data.get() + r.pos, n);
+    if (!binHave(r, r.pos + static_cast<int64_t>(n))) return false;
+    memcpy(dst, r.data + r.pos, n);
     r.pos += static_cast<int64_t>(n);
     return true;
 }
@@ -306,8 +396,10 @@ size_t binRead(BinReader &r, void *buffer, size_t size, size_t count) {
     }
     // A cut array keeps its whole items; the cut one and the rest are zeros.
     size_t avail = std::min<uint64_t>(total, static_cast<uint64_t>(binRemaining(r)));
+    if (!binHave(r, r.pos + static_cast<int64_t>(avail)))  // the file came up short
+        avail = static_cast<size_t>(std::max<int64_t>(r.ready - r.pos, 0));
     size_t got = avail;
-    memcpy(bytes, r.data.get() + r.pos, got);
+    memcpy(bytes, r.data + r.pos, got);
     r.pos += static_cast<int64_t>(got);
     size_t items = got / size;
     memset(bytes + items * size, 0, total - items * size);
@@ -385,12 +477,20 @@ char *binReadStr(BinReader &r) {
     }
     // The text grows only by bytes really read, so a missing terminator costs
     // no more than the file holds.
-    const uint8_t *start = r.data.get() + r.pos;
-    const uint8_t *end = r.data.get() + r.size;
-    const uint8_t *zero = static_cast<const uint8_t *>(memchr(start, 0, static_cast<size_t>(end - start)));
-    std::string text(reinterpret_cast<const char *>(start),
-                     static_cast<size_t>((zero ? zero : end) - start));
-    r.pos = zero ? zero + 1 - r.data.get() : r.size;
+    // The terminator is looked for in what has been read, waiting for more
+    // until it is found or the file ends.
+    const uint8_t *start = r.data + r.pos;
+    const uint8_t *zero = nullptr;
+    int64_t searched = r.pos;
+    binRefresh(r);
+    while (!(zero = static_cast<const uint8_t *>(
+                 memchr(r.data + searched, 0, static_cast<size_t>(std::max<int64_t>(r.ready - searched, 0)))))) {
+        searched = std::max(searched, r.ready);
+        if (searched >= r.size || !binHave(r, searched + 1)) break;
+    }
+    const uint8_t *end = zero ? zero : r.data + std::min(r.ready, r.size);
+    std::string text(reinterpret_cast<const char *>(start), static_cast<size_t>(end - start));
+    r.pos = zero ? zero + 1 - r.data : r.size;
     char *out = static_cast<char *>(malloc(text.size() + 1));
     if (!out) {
         binFail(r, "out of memory for a string");

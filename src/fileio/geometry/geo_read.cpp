@@ -303,6 +303,132 @@ bool decodePolygon(const uint16_t *list, const uint16_t *nodeList, int64_t nodeM
     return true;
 }
 
+// Where each field of a record lies when the record's prototype list holds
+// only values of known, fixed size: the common case, decoded without a token
+// loop. Offsets are from the record's start, -1 for a field the list lacks;
+// when a list sets a field twice the later place wins, as in the loop.
+struct NodeLayout {
+    bool fixed = false;  // false: the token loop decodes the record
+    int32_t size = 0;    // bytes of one node
+    int32_t vrt = -1, nrm = -1, uv = -1, colour = -1;
+    int32_t uvBlock = -1;  // size word of the extra UV block, which must be empty
+    bool wideVrt = false;  // vertex index as i32 (token 3), else u16 (token 1)
+};
+
+struct PolygonLayout {
+    bool fixed = false;
+    int32_t head = 0;  // bytes up to and with the node count
+    int32_t tail = 0;  // bytes after the nodes
+    // Offsets into the head, or (with the tail flag) into the tail.
+    int32_t nrm = -1, material = -1, flg = -1;
+    bool nrmTail = false, materialTail = false, flgTail = false;
+};
+
+// Bytes of a token's value when the reader would step over it, -1 when not fixed.
+int32_t fixedSkip(uint16_t t) {
+    int rule = tokenSkip(t);
+    return rule == BIN_SKIP_SIZED ? -1 : rule;
+}
+
+// With one UV domain the extra UV block of a node is empty, so the node keeps
+// a fixed size; with more the token loop reads the blocks.
+NodeLayout nodeLayout(const uint16_t *list, int32_t uvDomains) {
+    NodeLayout L;
+    int32_t at = 0;
+    for (; list && *list; ++list) {
+        switch (*list) {
+        case 1: L.vrt = at; L.wideVrt = false; at += 2; break;
+        case 3: L.vrt = at; L.wideVrt = true; at += 4; break;
+        case 2: L.nrm = at; at += 12; break;
+        case 4: L.uv = at; at += 8; break;
+        case 1029: L.colour = at; at += 4; break;
+        case 0xFF06:
+            if (uvDomains > 1 || L.uvBlock >= 0) return NodeLayout{};
+            L.uvBlock = at;
+            at += 4;
+            break;
+        default: {
+            int32_t n = fixedSkip(*list);
+            if (n < 0) return NodeLayout{};
+            at += n;
+        }
+        }
+    }
+    L.fixed = list != nullptr && at > 0;
+    L.size = at;
+    return L;
+}
+
+PolygonLayout polygonLayout(const uint16_t *list) {
+    PolygonLayout L;
+    int32_t at = 0;
+    bool tail = false;
+    for (; list && *list; ++list) {
+        switch (*list) {
+        case 1: L.nrm = at; L.nrmTail = tail; at += 12; break;
+        case 2:
+            if (tail) return PolygonLayout{};  // a second node list goes through the loop
+            L.head = at + 2;
+            at = 0;
+            tail = true;
+            break;
+        case 3: L.material = at; L.materialTail = tail; at += 2; break;
+        case 4: L.flg = at; L.flgTail = tail; at += 2; break;
+        default: {
+            int32_t n = fixedSkip(*list);
+            if (n < 0) return PolygonLayout{};
+            at += n;
+        }
+        }
+    }
+    L.fixed = tail;
+    L.tail = at;
+    return L;
+}
+
+inline void bigFloats(const uint8_t *b, float *out, int n) {
+    for (int i = 0; i < n; ++i) out[i] = binBigFloat(b + 4 * i);
+}
+
+// A polygon of fixed layouts: its nodes go to the end of `block` as in
+// decodePolygon; false, with nothing taken, when the record runs past the end
+// or the block cannot hold its nodes.
+bool decodePolygonFixed(const PolygonLayout &P, const NodeLayout &N, Span &s, bool noAlpha,
+                        NodeBlock &block, MeshPolygon &p) {
+    if (!s.has(P.head)) return false;
+    const uint8_t *head = s.at;
+    uint16_t count = binBig16(head + P.head - 2);
+    int64_t body = int64_t{count} * N.size;
+    if (!s.has(P.head + body + P.tail)) return false;
+    if (count && !block.reserve(count)) return false;
+    const uint8_t *b = head + P.head;
+    const uint8_t *tail = b + body;
+    MeshNode *n = block.nodes + block.used;
+    for (int i = 0; i < count; ++i, b += N.size, ++n) {
+        if (N.uvBlock >= 0 && binBig32(b + N.uvBlock) != 0) return false;
+        n->vrt = N.vrt < 0 ? 0 : N.wideVrt ? static_cast<int32_t>(binBig32(b + N.vrt)) : binBig16(b + N.vrt);
+        n->edg = -1;
+        if (N.nrm >= 0) bigFloats(b + N.nrm, n->nrm, 3);
+        else n->nrm[0] = n->nrm[1] = n->nrm[2] = 0.0f;
+        if (N.uv >= 0) {
+            n->u = binBigFloat(b + N.uv);
+            n->v = binBigFloat(b + N.uv + 4);
+        } else {
+            n->u = n->v = 0.0f;
+        }
+        n->colour = N.colour < 0 ? 0 : binBig32(b + N.colour) | (noAlpha ? 0xFF000000u : 0u);
+        n->uvs = nullptr;
+    }
+    block.used += count;
+    p = MeshPolygon{};
+    if (P.nrm >= 0) bigFloats((P.nrmTail ? tail : head) + P.nrm, p.nrm, 3);
+    if (P.material >= 0) p.material = binBig16((P.materialTail ? tail : head) + P.material);
+    if (P.flg >= 0) p.flg = binBig16((P.flgTail ? tail : head) + P.flg);
+    p.nodeCount = count;
+    s.at = tail + P.tail;
+    return true;
+}
+
 void freeEdges(Mesh &m) {
     int32_t blocks = (m.edgeCount + MESH_EDGE_BLOCK - 1) / MESH_EDGE_BLOCK;
     for (int32_t b = 0; b < blocks && m.edgeBlocks; ++b) free(m.edgeBlocks[b]);
@@ -321,11 +447,14 @@ void readVertices(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) 
     const uint16_t *list = protoList(proto, REC_VERTEX);
     Span s;
     if (list && binUnread(r, &s.at, &s.end)) {
-        for (; i < m.vertexCount; ++i) {
+        while (i < m.vertexCount) {
             Span at = s;
             MeshVertex v{};
-            if (!decodeVertex(list, at, v)) break;
-            m.vertices[i] = v;
+            if (!decodeVertex(list, at, v)) {
+                if (binMore(r, &s.end)) continue;  // cut by what has been read so far
+                break;
+            }
+            m.vertices[i++] = v;
             s = at;
         }
         binAdvanceTo(r, s.at);
@@ -350,31 +479,42 @@ void readPolygons(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) 
         // Each node takes at least nodeMinBytes of the file, which bounds the block.
         int64_t nodeMinBytes = geoRecordMinBytes(proto, REC_POLYNODE);
         NodeBlock block;
-        block.limit = (s.end - s.at) / nodeMinBytes;
+        block.limit = binRemaining(r) / nodeMinBytes;
         block.reserve(std::min<int64_t>(block.limit, count * 4));
         // The block may move while it grows, so lists are pointed into it at
         // the end: polygons from the block took their nodes in order, those
         // read by the checked reader (listed in `own`) have lists of their own.
         std::vector<int32_t> own;
+        const PolygonLayout polyLayout = polygonLayout(list);
+        const NodeLayout layout = nodeLayout(nodeList, m.uvDomainCount);
+        const bool fixed = polyLayout.fixed && layout.fixed;
+        const bool noAlpha = r.version < MESH_ALPHA_VERSION;
         for (; i < m.polygonCount && !r.failed; ++i) {
+            if (fixed && decodePolygonFixed(polyLayout, layout, s, noAlpha, block, m.polygons[i])) continue;
             Span at = s;
             MeshPolygon p{};
             int64_t mark = block.used;
             if (decodePolygon(list, nodeList, nodeMinBytes, at, r.version, m.uvDomainCount, block, p)) {
                 m.polygons[i] = p;
                 s = at;
-                binAdvanceTo(r, s.at);
                 continue;
             }
             block.dropFrom(mark);
+            if (binMore(r, &s.end)) {  // cut by what has been read so far
+                --i;
+                continue;
+            }
             own.push_back(i);
+            binAdvanceTo(r, s.at);
             m.polygons[i] = MeshPolygon{};
             readPolygon(r, proto, m.uvDomainCount, m.polygons[i]);
             if (!binUnread(r, &s.at, &s.end)) {
                 ++i;
+                s.at = nullptr;  // the reader's place is already right
                 break;
             }
         }
+        if (s.at) binAdvanceTo(r, s.at);
         m.nodeBlock = block.used ? block.nodes : nullptr;
         m.nodeBlockCount = block.used;
         if (!block.used) free(block.nodes);
@@ -412,15 +552,17 @@ void readEdges(BinReader &r, const Prototype *proto, Mesh &m, int64_t count) {
         const uint16_t *list = protoList(proto, REC_EDGE);
         Span s;
         if (list && binUnread(r, &s.at, &s.end)) {
-            for (; i < n; ++i) {
+            while (i < n) {
                 MeshEdge &e = m.edgeBlocks[b][i];
                 e.pol[0] = e.pol[1] = -1;
                 Span at = s;
                 if (!decodeEdge(list, at, e)) {
                     e = MeshEdge{};
                     e.pol[0] = e.pol[1] = -1;
+                    if (binMore(r, &s.end)) continue;  // cut by what has been read so far
                     break;
                 }
+                ++i;
                 s = at;
             }
             binAdvanceTo(r, s.at);

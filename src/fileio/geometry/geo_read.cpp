@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 #include <algorithm>
@@ -700,7 +701,7 @@ int meshLink(Mesh *m) {
     const int32_t vc = m->vertexCount;
     for (int32_t i = 0; i < vc; ++i) {
         MeshVertex &v = m->vertices[i];
-        if (!meshNeighboursInBlock(m, v.neighbours)) free(v.neighbours);
+        if (v.neighbours && !meshNeighboursInBlock(m, v.neighbours)) free(v.neighbours);
         v.neighbours = nullptr;
         v.neighbourCount = 0;
     }
@@ -709,19 +710,26 @@ int meshLink(Mesh *m) {
     m->neighbourBlockCount = 0;
     auto valid = [vc](int32_t v) { return v >= 0 && v < vc; };
 
-    // Two passes over the edges: each vertex's count (kept in neighbourCount,
-    // at most UINT16_MAX), then the entries, in edge order, into one block
-    // where each vertex's list starts after the previous one's.
-    int64_t total = 0;
+    // Two passes over the edges, on a table of where each vertex's list starts
+    // (small beside the vertices, so the passes stay in the cache): the
+    // counts, at most UINT16_MAX a vertex, summed into starts; then the
+    // entries, in edge order, into one block.
+    std::unique_ptr<uint32_t[]> first(new (std::nothrow) uint32_t[static_cast<size_t>(vc) + 1]());
+    std::unique_ptr<uint32_t[]> next(new (std::nothrow) uint32_t[static_cast<size_t>(vc) + 1]);
+    if (vc > 0 && (!first || !next)) return 0;
     for (int32_t e = 0; e < m->edgeCount; ++e) {
         MeshEdge *edge = meshEdge(m, e);
         edge->pol[0] = edge->pol[1] = -1;
         if (!valid(edge->vrt[0]) || !valid(edge->vrt[1])) continue;
-        for (int32_t v : edge->vrt) {
-            uint16_t &n = m->vertices[v].neighbourCount;
-            if (n < UINT16_MAX) { ++n; ++total; }
-        }
+        for (int32_t v : edge->vrt)
+            if (first[v + 1] < UINT16_MAX) ++first[v + 1];
     }
+    bool anyLong = false;
+    for (int32_t i = 0; i < vc; ++i) {
+        anyLong |= first[i + 1] > kScanNeighbours;
+        first[i + 1] += first[i];  // edges < 2^31, so entries < 2^32
+    }
+    const int64_t total = vc > 0 ? first[vc] : 0;
     if (total == 0) {
         for (int32_t p = 0; p < m->polygonCount; ++p)
             for (int i = 0; i < m->polygons[p].nodeCount; ++i) m->polygons[p].nodes[i].edg = -1;
@@ -729,30 +737,23 @@ int meshLink(Mesh *m) {
     }
     // Every entry is set below, so the block need not be zeroed.
     auto *block = static_cast<MeshNeighbour *>(binAllocLarge(static_cast<size_t>(total) * sizeof(MeshNeighbour)));
-    if (!block) {
-        for (int32_t i = 0; i < vc; ++i) m->vertices[i].neighbourCount = 0;
-        return 0;
-    }
+    if (!block) return 0;
     m->neighbourBlock = block;
     m->neighbourBlockCount = total;
-    int64_t at = 0;
-    bool anyLong = false;
-    for (int32_t i = 0; i < vc; ++i) {
-        MeshVertex &v = m->vertices[i];
-        if (!v.neighbourCount) continue;
-        v.neighbours = block + at;
-        at += v.neighbourCount;
-        anyLong |= v.neighbourCount > kScanNeighbours;
-        v.neighbourCount = 0;
-    }
+    std::copy(first.get(), first.get() + vc, next.get());
     for (int32_t e = 0; e < m->edgeCount; ++e) {
         MeshEdge *edge = meshEdge(m, e);
         if (!valid(edge->vrt[0]) || !valid(edge->vrt[1])) continue;
         for (int side = 0; side < 2; ++side) {
-            MeshVertex &v = m->vertices[edge->vrt[side]];
-            if (v.neighbourCount == UINT16_MAX) continue;  // its list was capped while counting
-            v.neighbours[v.neighbourCount++] = {edge->vrt[1 - side], e, -1};
+            int32_t v = edge->vrt[side];
+            if (next[v] == first[v + 1]) continue;  // its list was capped while counting
+            block[next[v]++] = {edge->vrt[1 - side], e, -1};
         }
+    }
+    for (int32_t i = 0; i < vc; ++i) {
+        MeshVertex &v = m->vertices[i];
+        v.neighbourCount = static_cast<uint16_t>(first[i + 1] - first[i]);
+        v.neighbours = v.neighbourCount ? block + first[i] : nullptr;
     }
 
     // A short list is scanned. A long one gets an index beside it, at the
@@ -775,17 +776,19 @@ int meshLink(Mesh *m) {
             });
         }
     }
-    auto find = [order, block](const MeshVertex &v, int32_t b) -> MeshNeighbour * {
-        if (v.neighbourCount <= kScanNeighbours) {
-            for (int k = 0; k < v.neighbourCount; ++k)
-                if (v.neighbours[k].vrt == b) return &v.neighbours[k];
+    const uint32_t *starts = first.get();
+    auto find = [order, block, starts](int32_t a, int32_t b) -> MeshNeighbour * {
+        MeshNeighbour *nb = block + starts[a];
+        const uint32_t count = starts[a + 1] - starts[a];
+        if (count <= kScanNeighbours) {
+            for (uint32_t k = 0; k < count; ++k)
+                if (nb[k].vrt == b) return &nb[k];
             return nullptr;
         }
-        const uint16_t *idx = order + (v.neighbours - block);
-        const MeshNeighbour *nb = v.neighbours;
-        const uint16_t *hit = std::lower_bound(idx, idx + v.neighbourCount, b,
+        const uint16_t *idx = order + starts[a];
+        const uint16_t *hit = std::lower_bound(idx, idx + count, b,
                                                [nb](uint16_t k, int32_t want) { return nb[k].vrt < want; });
-        return hit != idx + v.neighbourCount && nb[*hit].vrt == b ? &v.neighbours[*hit] : nullptr;
+        return hit != idx + count && nb[*hit].vrt == b ? &nb[*hit] : nullptr;
     };
 
     for (int32_t p = 0; p < m->polygonCount; ++p) {
@@ -795,7 +798,7 @@ int meshLink(Mesh *m) {
             int32_t a = node.vrt, b = poly.nodes[i + 1 < poly.nodeCount ? i + 1 : 0].vrt;
             node.edg = -1;
             if (!valid(a) || !valid(b)) continue;
-            MeshNeighbour *nb = find(m->vertices[a], b);
+            MeshNeighbour *nb = find(a, b);
             if (!nb) continue;
             nb->pol = p;
             node.edg = nb->edg;

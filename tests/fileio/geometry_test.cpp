@@ -263,22 +263,31 @@ TEST(GeometryCurves, SurfaceOldTokenNumbersAndCurveCvFlagsByVersion) {
 
 namespace {
 
-// A cube whose nodes carry two extra UV domains and a colour each, all
-// distinct, so that a node's bytes can be found in the written file.
-Mesh *uvCube() {
+// A cube whose nodes differ in every field (colours from `colourBase` on, and
+// with more than one UV domain extra pairs from 100 on), so that a field taken
+// from the wrong place shows and a node's bytes can be found in the file.
+Mesh *markedCube(int32_t uvDomains, uint32_t colourBase) {
     Mesh *m = meshMakeCube(2.0f);
     if (!m) return nullptr;
-    m->uvDomainCount = 3;
-    for (int p = 0; p < m->polygonCount; ++p)
+    m->uvDomainCount = uvDomains;
+    for (int p = 0; p < m->polygonCount; ++p) {
+        m->polygons[p].material = static_cast<uint16_t>(p + 1);
+        m->polygons[p].flg = static_cast<uint16_t>(10 + p);
+        m->polygons[p].nrm[2] = static_cast<float>(p) - 0.5f;
         for (int k = 0; k < m->polygons[p].nodeCount; ++k) {
             MeshNode &n = m->polygons[p].nodes[k];
             float base = static_cast<float>(p * 4 + k);
+            n.nrm[0] = base; n.nrm[1] = -base; n.nrm[2] = 0.5f;
+            n.u = base / 32.0f; n.v = 1.0f - base / 32.0f;
+            n.colour = colourBase + static_cast<uint32_t>(p * 4 + k);
+            if (uvDomains < 2) continue;
             n.uvs = static_cast<float *>(malloc(4 * sizeof(float)));
             for (int i = 0; i < 4; ++i) n.uvs[i] = 100.0f + base + 0.125f * static_cast<float>(i);
-            n.colour = 0xA0000000u + static_cast<uint32_t>(p * 4 + k);
         }
+    }
     return m;
 }
+Mesh *uvCube() { return markedCube(3, 0xA0000000u); }
 
 Bytes written(const Mesh *m, const Prototype *proto) {
     ByteSink s;
@@ -330,6 +339,15 @@ ReadResult readBack(const Bytes &bytes, const Prototype *proto, float version = 
     return out;
 }
 
+// A mesh written with the lists of `proto` (`listed`) and tokenised
+// (`tokens`) reads back alike; what it read.
+ReadResult readsAlike(const Bytes &listed, const Bytes &tokens, const Prototype *proto, float version = 4.0f) {
+    ReadResult a = readBack(listed, proto, version), b = readBack(tokens, nullptr, version);
+    EXPECT_FALSE(a.failed) << a.error;
+    EXPECT_EQ(a, b) << version;
+    return a;
+}
+
 }  // namespace
 
 TEST(GeometryMesh, ExtraUvDomainsReadAlikeListedOrTokenised) {
@@ -337,9 +355,7 @@ TEST(GeometryMesh, ExtraUvDomainsReadAlikeListedOrTokenised) {
     ASSERT_NE(cube, nullptr);
     Prototype *proto = v4();
     Bytes listed = written(cube, proto), tokens = written(cube, nullptr);
-    ReadResult a = readBack(listed, proto), b = readBack(tokens, nullptr);
-    EXPECT_FALSE(a.failed) << a.error;
-    EXPECT_EQ(a, b);
+    ReadResult a = readsAlike(listed, tokens, proto);
     // The last node's second extra pair came through whole.
     ASSERT_GE(a.values.size(), 2u);
     EXPECT_EQ(a.values[a.values.size() - 1], 100.0f + 23.0f + 0.375f);
@@ -412,25 +428,7 @@ TEST(GeometryMesh, CutInAPolygonReadsAlikeListedOrTokenised) {
 
 namespace {
 
-// A cube with one UV domain whose nodes differ in every field, so that a field
-// taken from the wrong place shows.
-Mesh *plainCube() {
-    Mesh *m = meshMakeCube(2.0f);
-    if (!m) return nullptr;
-    for (int p = 0; p < m->polygonCount; ++p) {
-        m->polygons[p].material = static_cast<uint16_t>(p + 1);
-        m->polygons[p].flg = static_cast<uint16_t>(10 + p);
-        m->polygons[p].nrm[2] = static_cast<float>(p) - 0.5f;
-        for (int k = 0; k < m->polygons[p].nodeCount; ++k) {
-            MeshNode &n = m->polygons[p].nodes[k];
-            float base = static_cast<float>(p * 4 + k);
-            n.nrm[0] = base; n.nrm[1] = -base; n.nrm[2] = 0.5f;
-            n.u = base / 32.0f; n.v = 1.0f - base / 32.0f;
-            n.colour = 0x00B00000u + static_cast<uint32_t>(p * 4 + k);
-        }
-    }
-    return m;
-}
+Mesh *plainCube() { return markedCube(1, 0x00B00000u); }
 
 }  // namespace
 
@@ -441,9 +439,7 @@ TEST(GeometryMesh, FixedRecordLayoutsReadAsTheTokenLoop) {
     Bytes listed = written(cube, proto), tokens = written(cube, nullptr);
     // Old files force the colours' alpha on either way.
     for (float version : {4.0f, 2.0f}) {
-        ReadResult a = readBack(listed, proto, version), b = readBack(tokens, nullptr, version);
-        EXPECT_FALSE(a.failed) << a.error;
-        EXPECT_EQ(a, b) << version;
+        ReadResult a = readsAlike(listed, tokens, proto, version);
         ASSERT_GE(a.links.size(), 4u + 8 + 3 + 4);
         EXPECT_EQ(static_cast<uint32_t>(a.links[4 + 8 + 3 + 2]), version < 3.0f ? 0xFFB00000u : 0x00B00000u);
     }
@@ -502,7 +498,7 @@ TEST(GeometryMesh, HelperThreadReadsAlikeWholeCutOrInPieces) {
     ASSERT_NE(cube, nullptr);
     Prototype *proto = v4();
     Bytes listed = written(cube, proto), tokens = written(cube, nullptr);
-    ReadResult a = readBack(listed, proto), b = readBack(tokens, nullptr);
+    ReadResult a = readsAlike(listed, tokens, proto), b = readBack(tokens, nullptr);
     {
         // Blocks of 7 bytes put block ends inside every kind of record.
         BackgroundRead pieces(7);

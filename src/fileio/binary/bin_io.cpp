@@ -488,7 +488,8 @@ char *binReadStr(BinReader &r) {
         searched = std::max(searched, r.ready);
         if (searched >= r.size || !binHave(r, searched + 1)) break;
     }
-    const uint8_t *end = zero ? zero : r.data + std::min(r.ready, r.size);
+    // A file that came up short may end before pos: the text is then empty.
+    const uint8_t *end = zero ? zero : r.data + std::max(r.pos, std::min(r.ready, r.size));
     std::string text(reinterpret_cast<const char *>(start), static_cast<size_t>(end - start));
     r.pos = zero ? zero + 1 - r.data : r.size;
     char *out = static_cast<char *>(malloc(text.size() + 1));

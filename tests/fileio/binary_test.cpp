@@ -333,7 +333,7 @@ TEST(BinDamage, WriterKeepsRecordsInStepWithTheirList) {
                               "step with the list of record 12\n");
 }
 
-TEST(BinReader, HelperThreadServesStringsArraysAndSeeksAndStopsWhenClosed) {
+TEST(BinReader, HelperThreadServesStringsArraysAndWholeReadsAndStopsWhenClosed) {
     // A name longer than many blocks, values, an array that ends the file.
     const std::string name(1000, 'n');
     Bytes bytes = text0(name) + Buf().u16(7).i32(0x01020304).b;

@@ -13,6 +13,17 @@
 
 namespace bwtest {
 
+// `relative` under the source tree (BW_SOURCE_DIR, else the working directory).
+inline std::string sourcePath(const std::string &relative) {
+    const char *source = getenv("BW_SOURCE_DIR");
+    return std::string(source ? source : ".") + "/" + relative;
+}
+
+// True when `part` occurs in `text`.
+inline bool contains(const std::string &text, const std::string &part) {
+    return text.find(part) != std::string::npos;
+}
+
 // Redirects one stream into a temporary file for its lifetime; text() reads it.
 class StreamCapture {
 public:

@@ -17,8 +17,7 @@ class SceneTest : public ::testing::Test {
 protected:
     void SetUp() override {
         if (relRowFind(&g_relationDict, REL_HIERARCHY_STEP) < 0) {
-            const char *source = getenv("BW_SOURCE_DIR");
-            std::string path = std::string(source ? source : ".") + "/rsrc/Relations.rsrc";
+            std::string path = bwtest::sourcePath("rsrc/Relations.rsrc");
             ASSERT_EQ(dbLoadRelationDictionary(&g_relationDict, path.c_str(), 1), 1);
         }
         dictCreateChapters(&dict, nullptr, 1);

@@ -16,18 +16,6 @@ using namespace bwtest;
 
 namespace {
 
-bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
-
-void writeBytes(const std::string &path, const Bytes &bytes) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()),
-                                                static_cast<std::streamsize>(bytes.size()));
-}
-
-Bytes readBytes(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 AnimItem *item(int kind, int target, int param, Fcurve *curve, AnimItem *next = nullptr) {
     AnimItem *it = static_cast<AnimItem *>(calloc(1, sizeof(AnimItem)));
     it->curve = curve, it->kind = kind, it->target = target, it->param = param, it->active = 1;

@@ -7,6 +7,8 @@
 #include <bit>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,16 @@ inline Bytes header(uint32_t id, float version) {
     Bytes h = be32(id) + f32(version) + text("No comment...");
     h.resize(BIN_HEADER_SIZE, 0);
     return h;
+}
+
+inline void writeBytes(const std::string &path, const Bytes &bytes) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()),
+                                                static_cast<std::streamsize>(bytes.size()));
+}
+
+inline Bytes readBytes(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // Bytes built by chained calls: Buf().u16(1).f32(2.0f).b

@@ -13,14 +13,12 @@
 
 using bwtest::RunResult;
 
+using bwtest::contains;
+
 namespace {
 
 RunResult bwinfo(const std::vector<std::string> &args, const std::string &dir) {
     return bwtest::runProgram(BW_BWINFO_BIN, args, dir);
-}
-
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
 }
 
 }  // namespace

@@ -15,14 +15,12 @@
 
 using bwtest::RunResult;
 
+using bwtest::contains;
+
 namespace {
 
 const std::string rsrc = BW_RSRC_DIR;
 constexpr int W = 400, H = 300;
-
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
 
 struct Rect {
     int x0 = 1 << 30, y0 = 1 << 30, x1 = -1, y1 = -1;  // inclusive, rows from the top

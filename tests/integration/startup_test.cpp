@@ -13,15 +13,13 @@
 using bwtest::RunResult;
 using bwtest::runViewer;
 
+using bwtest::contains;
+
 namespace {
 
 const std::string rsrc = BW_RSRC_DIR;
 const std::string endOfStartup = "Can't create windows\n";
 const std::string pressEnter = "Press on <ENTER> to close the window\n";
-
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
 
 // A scratch directory with the demo database written by bwdemo, as users get it.
 class Startup : public ::testing::Test {

@@ -12,13 +12,11 @@
 
 using bwtest::RunResult;
 
+using bwtest::contains;
+
 namespace {
 
 const std::string rsrc = BW_RSRC_DIR;
-
-bool contains(const std::string &text, const std::string &part) {
-    return text.find(part) != std::string::npos;
-}
 
 size_t occurrences(const std::string &text, const std::string &part) {
     size_t n = 0;

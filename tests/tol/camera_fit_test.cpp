@@ -27,9 +27,8 @@ Vec vec(const float *p) { return {p[0], p[1], p[2]}; }
 class Fit : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const char *source = getenv("BW_SOURCE_DIR");
         bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init((std::string(source ? source : ".") + "/rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
+        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
     }
     void SetUp() override {
         ASSERT_EQ(TOL_sceneCreate(&scene), 0);

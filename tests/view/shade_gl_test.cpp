@@ -62,10 +62,8 @@ unsigned pixel(int x, int y) {
 class Shade : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const char *source = getenv("BW_SOURCE_DIR");
-        std::string rsrc = std::string(source ? source : ".") + "/rsrc";
         bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init(rsrc.c_str(), 0, TOL_SDK_VERSION), 0);
+        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
     }
     void SetUp() override {
         if (!bwtest::glReady(W, H)) GTEST_SKIP() << "no display with GLX";

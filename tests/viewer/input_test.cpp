@@ -23,9 +23,8 @@ int pending() { return 1; }
 class Input : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        const char *source = getenv("BW_SOURCE_DIR");
         bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init((std::string(source ? source : ".") + "/rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
+        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
         for (TOL_Scene &s : scenes) {
             ASSERT_EQ(TOL_sceneCreate(&s), 0);
             Model *m = modelNew("box", MODEL_MESH, meshMakeCube(2.0f));

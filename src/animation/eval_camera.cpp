@@ -12,33 +12,24 @@ namespace {
 constexpr float QUARTER_TURN = 1.5707963267948966f;  // the 32-bit constant the frame is built with
 constexpr float MIN_FIELD_OF_VIEW = 1e-4f;            // radians; keeps the plane distance finite
 
-Fcurve *sourceCurve(const UpdateSource &s) {
-    return s.chapter == CHP_ANIMATION ? static_cast<Fcurve *>(s.data) : nullptr;
-}
-
 // Replaces the components of `v` whose curve types are first, first + 1, first + 2.
 void pointFromCurves(const UpdateRecord *record, float time, int32_t first, float v[3]) {
-    for (int i = 0; i < record->sourceCount; ++i) {
-        const UpdateSource &s = record->sources[i];
-        if (!s.active) continue;
-        Fcurve *c = sourceCurve(s);
-        if (!c) return;
+    forEachSourceCurve(record, [&](Fcurve *c) {
         if (c->type >= first && c->type < first + 3)
             v[c->type - first] = static_cast<float>(fcurveValue(c, time, 1));
-    }
+        return true;
+    });
 }
 
 // The value of the first active curve source; 0 when there is none.
 int firstValue(const UpdateRecord *record, float time, double *value) {
-    for (int i = 0; i < record->sourceCount; ++i) {
-        const UpdateSource &s = record->sources[i];
-        if (!s.active) continue;
-        Fcurve *c = sourceCurve(s);
-        if (!c) return 0;
+    int found = 0;
+    forEachSourceCurve(record, [&](Fcurve *c) {
         *value = fcurveValue(c, time, 1);
-        return 1;
-    }
-    return 0;
+        found = 1;
+        return false;
+    });
+    return found;
 }
 
 void normalise(double v[3]) {

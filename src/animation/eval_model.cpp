@@ -263,11 +263,6 @@ Model *recordTransfo(const UpdateRecord *record) {
 
 namespace {
 
-// The curve of a source, or null when the source is not a curve.
-Fcurve *sourceCurve(const UpdateSource &s) {
-    return s.chapter == CHP_ANIMATION ? static_cast<Fcurve *>(s.data) : nullptr;
-}
-
 // Component of a curve type among three runs of x, y, z types; -1 for none.
 int componentOf(int32_t type, int32_t first, int32_t second) {
     if (type >= first && type < first + 3) return type - first;
@@ -280,17 +275,13 @@ int componentOf(int32_t type, int32_t first, int32_t second) {
 void evalLocalScaling(UpdateRecord *record, float time, int *) {
     Model *m = recordTransfo(record);
     if (!m) return;
-    for (int i = 0; i < record->sourceCount; ++i) {
-        const UpdateSource &s = record->sources[i];
-        if (!s.active) continue;
-        Fcurve *c = sourceCurve(s);
-        if (!c) return;
+    bool whole = forEachSourceCurve(record, [&](Fcurve *c) {
         int axis = componentOf(c->type, 1, 163);
-        if (axis < 0) continue;
         // A curve without keys leaves its axis at unit scale.
-        double v = c->keyCount == 0 ? 1.0 : fcurveValue(c, time, 1);
-        m->scaling[axis] = static_cast<float>(v);
-    }
+        if (axis >= 0) m->scaling[axis] = static_cast<float>(c->keyCount == 0 ? 1.0 : fcurveValue(c, time, 1));
+        return true;
+    });
+    if (!whole) return;
     markDirty(m, TRANSFO_DIRTY_SCALE);
 }
 
@@ -298,18 +289,16 @@ void evalLocalRotation(UpdateRecord *record, float time, int *) {
     Model *m = recordTransfo(record);
     if (!m) return;
     bool keyed = false;
-    for (int i = 0; i < record->sourceCount; ++i) {
-        const UpdateSource &s = record->sources[i];
-        if (!s.active) continue;
-        Fcurve *c = sourceCurve(s);
-        if (!c) return;
+    bool whole = forEachSourceCurve(record, [&](Fcurve *c) {
         int axis = componentOf(c->type, 4, 166);
-        if (axis < 0) continue;
+        if (axis < 0) return true;
         float v = static_cast<float>(fcurveValue(c, time, 1) * DEG_TO_RAD);
         m->rotation[axis] = v;
         if (axis < 2) m->keyedRotation[axis] = v;
         keyed = keyed || c->keyCount > 0;
-    }
+        return true;
+    });
+    if (!whole) return;
     if (keyed && m->type == MODEL_TYPE_JOINT && m->kind == MODEL_KIND_CHAIN &&
         g_evalHooks.chainJointRotation)
         g_evalHooks.chainJointRotation(m, time);
@@ -329,19 +318,16 @@ void evalLocalTranslation(UpdateRecord *record, float time, int *) {
         copy3(pos, m->globalPosition);
     int read = 0;
     bool outside = false;
-    for (int i = 0; i < record->sourceCount; ++i) {
-        const UpdateSource &s = record->sources[i];
-        if (!s.active) continue;
-        Fcurve *c = sourceCurve(s);
-        if (!c) return;
+    bool whole = forEachSourceCurve(record, [&](Fcurve *c) {
         int axis = componentOf(c->type, 139, 169);
-        if (axis < 0) continue;
+        if (axis < 0) return true;
         pos[axis] = static_cast<float>(fcurveValue(c, time, 1));
         ++read;
         if (c->keyCount == 0 || time < c->keys[0].time || time > c->keys[c->keyCount - 1].time)
             outside = true;
-    }
-    if (!read) return;
+        return true;
+    });
+    if (!whole || !read) return;
     if (m->kind == MODEL_KIND_CHAIN_DYNAMIC || m->kind == MODEL_KIND_DYNAMIC) return;
     if (chainPart && outside) return;
     if (throughGoal) {
@@ -390,11 +376,8 @@ void setBranch(Model *m, uint16_t visible, uint16_t state, bool visibility, bool
 void evalModelVisibility(UpdateRecord *record, float time, int *) {
     Model *m = static_cast<Model *>(record->data);
     if (!m) return;
-    for (int i = 0; i < record->sourceCount; ++i) {
-        const UpdateSource &s = record->sources[i];
-        if (!s.active) continue;
-        Fcurve *c = sourceCurve(s);
-        if (!c) return;
+    // The first active curve decides.
+    forEachSourceCurve(record, [&](Fcurve *c) {
         double v = fcurveValue(c, time, 1);
         // With integer visibility the value 2 and 3 choose two drawing states
         // over the whole subtree.
@@ -405,6 +388,6 @@ void evalModelVisibility(UpdateRecord *record, float time, int *) {
         if (integer) m->drawState = state;
         bool branch = record->relation == 12;
         if (branch || integer) setBranch(m, visible, state, branch, integer);
-        return;
-    }
+        return false;
+    });
 }

@@ -63,3 +63,17 @@ void updatelistFailureSet(int chapter, int32_t element, int group, int tooDeep);
 void updatelistLinkHierarchy(UpdateList *list);
 // Writes the sentinel behind the last record; the count stays.
 void updatelistSentinel(UpdateList *list);
+
+// Calls f(curve) for the active sources of `record` in order while f returns
+// true. A source that is not a curve stops the walk and the record: false
+// then, so that the handler leaves the rest undone.
+template <class F>
+bool forEachSourceCurve(const UpdateRecord *record, F &&f) {
+    for (int i = 0; i < record->sourceCount; ++i) {
+        const UpdateSource &s = record->sources[i];
+        if (!s.active) continue;
+        if (s.chapter != CHP_ANIMATION || !s.data) return false;
+        if (!f(static_cast<Fcurve *>(s.data))) return true;
+    }
+    return true;
+}

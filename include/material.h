@@ -73,6 +73,10 @@ struct Texture2D {
     std::string sequenceName;        // token 50: picture sequence, empty for none
     uint16_t kept563[6] = {};        // tokens 563 to 568
     std::vector<CustomBlock> customBlocks;  // token 0xFF35
+    // Derived, not on disk.
+    float matrix[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};  // projection's rotation, row by row
+    uint32_t revision = 0;           // bumped whenever a value changes after the read; the draw
+                                     // rebuilds what it made from the texture when it differs
 };
 
 // A 3D (solid) texture (record id 15).
@@ -111,6 +115,9 @@ struct Material {
     uint16_t kept540 = 0, kept541 = 0;  // tokens 540, 541
     std::vector<CustomBlock> customBlocks;  // token 0xFF19
     CustomShader sizedShader;        // token 0xFF1A
+    // Derived, not on disk.
+    uint32_t revision = 0;           // bumped whenever a value changes after the read; the draw
+                                     // recompiles the material's list when it differs
 };
 
 // Records at a reader's position, on the list of `proto` when it has one.

@@ -225,10 +225,88 @@ TOL_Status drawModel(TOL_Scene *scene, Model *model, int recurse, Element *entry
                      BW_GraphicProps *gprops);
 // The model's triangles as they stand, in material runs.
 void drawTrianglesDirect(const TOL_Scene *scene, Model *model, const BW_GraphicProps *gprops);
-// Wire of the model by its type, under its global matrix.
-void drawWireModel(const Model *model);
+// Wire of the model by its type, under its global matrix. With `iconsOnly`
+// the types with filled geometry (1, 2, 4, 7, 10) draw nothing.
+void drawWireModel(const Model *model, int iconsOnly = 0);
 // Light and camera icons, in world space.
 void drawLightIcons(Dictionary *dict);
 void drawCameraIcon(const Camera *camera, int selected);
 // Drawing colour from a colour code; returns 1 when the colour was set.
+// glbVar.palette holds PALETTE_SIZE wire colours and the spare entry after
+// them: codes 0 to 7 (but 3, black) take the spare entry, code 9 and up the
+// entry code - 9; 8 only records itself.
 int paletteColorSet(int code, int force);
+constexpr int PALETTE_SIZE = 128;          // wire colours of the palette; wire codes are masked by it
+constexpr int PALETTE_SPARE = PALETTE_SIZE;  // the fixed spare entry, after the wire colours
+// Types 1, 2, 4, 7 and 10: filled geometry, left out of an icons-only wire.
+int modelTypeFilled(int32_t type);
+
+// ---------------------------------------------------------------------------
+// What the draw reads of a models entry: its visibility record. The entry,
+// its model and the scene's environment statements (WIRECOL, DISPLAY,
+// MPRFLG) hold it; modelDisplay gathers it for one draw.
+
+enum VisibilityState : int32_t {
+    VISIBILITY_HIDDEN = 0,  // not drawn, not picked
+    VISIBILITY_GHOST = 1,   // stippled wire only
+    VISIBILITY_SHOWN = 2,   // drawn in the display type of the moment
+};
+
+constexpr int32_t DISPLAY_GHOST = 1;              // DISPLAY value that makes a ghost
+constexpr int32_t MPRFLG_SELECTION = 0xFF;        // MPRFLG low byte: the selection byte
+constexpr int32_t MPRFLG_WIRE_LOCKED = 0x1000;    // MPRFLG high nibble: wire colour locked
+constexpr int32_t MPRFLG_HIDDEN_IN_SHADE = 0x2000;  // MPRFLG high nibble: wire even when shaded
+constexpr int SELECTION_BRANCH = 32;              // a selection byte from here on: selected, yellow
+
+struct ModelDisplay {
+    uint16_t selected;       // the entry's selected flag
+    uint8_t selectionByte;   // SELECTION_BRANCH and up: selected, drawn yellow
+    int32_t state;           // VisibilityState
+    int32_t wireColour;      // colour code of the wire (paletteColorSet)
+    uint16_t wireLocked;     // 1: the wire stays black whatever its code
+    uint16_t hiddenInShade;  // 1: drawn as wire, never filled
+    uint16_t drawState;      // MODEL_DRAW_STATE_* an overloaded visibility chose
+};
+
+// The visibility record of a models entry; all zero for a null entry or model.
+ModelDisplay modelDisplay(const Element *entry, const Model *model);
+// Selected by its flag or by a selection byte of SELECTION_BRANCH and up.
+int modelDisplaySelected(const ModelDisplay &display);
+
+// ---------------------------------------------------------------------------
+// Icons. The icon models are read once by TOL_Init from the resource
+// directory; a missing one leaves the plain line shape in its place.
+
+#define ICON_MODEL_LIST(X)                      \
+    X(ICON_MODEL_LIGHT, "/LIGHT_ICON")  /* spot, infinite and area lights */ \
+    X(ICON_MODEL_BULB, "/BULB_ICON")    /* point lights */                   \
+    X(ICON_MODEL_CAMERA, "/CAMERA_ICON")  /* the camera body */
+
+enum IconModel : int {
+#define ICON_MODEL_ENUM(tag, file) tag,
+    ICON_MODEL_LIST(ICON_MODEL_ENUM)
+#undef ICON_MODEL_ENUM
+    ICON_MODEL_COUNT
+};
+
+// The icon model `which`, or null when its file was missing or damaged.
+Model *iconModel(int which);
+// Reads the icon models behind `resourcePath` ("<path>/LIGHT_ICON.hrc" and
+// so on). Returns how many were read; a damaged file is reported by the
+// model reader and left out.
+int iconModelsLoad(const char *resourcePath);
+
+// The icon chapters drawn after the models when dispType has the wire bit:
+// lights, lattices (their cage), and the models linked to cameras (their
+// paths and up-vector models, wire of unfilled types only). The third one
+// follows the link icon switch, on by default.
+constexpr int ICON_CHAPTER_COUNT = 3;
+extern const int iconChapters[ICON_CHAPTER_COUNT];  // chapter ids in drawing order
+extern int g_linkIcons;                            // draw the linked models
+// The cage of each lattice, under the matrix of the model it deforms.
+void drawLatticeIcons(Dictionary *dict);
+// The models linked to each camera by its relations.
+void drawLinkedModels(Dictionary *dict);
+// All icon chapters in order, then the camera icon of `current` unless it is
+// the camera of the draw in progress.
+void drawIcons(Dictionary *dict, const Camera *current, const BW_GraphicProps *gprops);

@@ -5,10 +5,12 @@
 #include <string>
 
 #include "animation.h"
+#include "camera.h"
 #include "database.h"
 #include "dictionary.h"
 #include "tol.h"
 #include "tol_internal.h"
+#include "view.h"
 
 namespace {
 
@@ -58,9 +60,19 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
         dbDirLoad(g_dbList, resourcePath, 1);
         if (g_dbRead < 0) printf("ERROR: No valid Database where the scene could be found\n");
     }
-    if (!tol_sidGet()) {
+    const bool first = !tol_sidGet();
+    if (first) {
         status = tol_defaultObjectsCreate();
         if (status) return status;
     }
-    return TOL_sceneInitInternal(sdkVersion);
+    // The icons of lights and cameras; a missing file leaves a line shape.
+    iconModelsLoad(resourcePath);
+    status = TOL_sceneInitInternal(sdkVersion);
+    if (status || !first) return status;
+    // The default camera sees as far as the two default clipping distances
+    // reach together.
+    Camera *camera = static_cast<Camera *>(tol_sidGet()->cameras[0]);
+    const Camera defaults;
+    if (camera) camera->farClip = defaults.nearClip + defaults.farClip;
+    return 0;
 }

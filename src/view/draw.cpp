@@ -23,6 +23,14 @@ constexpr int32_t KIND_INSTANCE = 15;        // instances draw without strips, y
 constexpr int32_t KIND_HELPER_FIRST = 18;    // helper kinds, shown with the helper switch
 constexpr int32_t KIND_HELPER_LAST = 29;
 constexpr uint16_t SHADING_CONSTANT = 1;     // drawn unlit in the material's colour
+constexpr uint16_t GHOST_STIPPLE = 43690;    // every other pixel of a ghost's lines
+constexpr uint16_t RESET_STIPPLE = 170;      // the pattern left behind for other lines
+const float BLACK[4] = {0.0f, 0.0f, 0.0f, 1.0f};         // wire with icons and no palette colour
+const float GREY[4] = {0.5f, 0.5f, 0.5f, 1.0f};          // wire without icons
+const float WHITE[4] = {1.0f, 1.0f, 1.0f, 1.0f};         // selected
+const float YELLOW[4] = {0.8f, 0.8f, 0.0f, 1.0f};        // selected by a branch selection byte
+const float JOINT_NULL[4] = {0.1f, 0.0f, 0.5f, 1.0f};    // null node under a joint
+const float INSTANCE[4] = {1.0f, 1.0f, 0.0f, 1.0f};      // instance
 
 int debugCulling = -1;      // DEBUG_CULLING begins with "Y"; read at the first pass
 int drawFrame = 0;          // frames drawn, for the culling lines
@@ -34,24 +42,21 @@ const char *const cullWords[4] = {"NOT IN SIGHT", "PARTIALLY IN SIGHT", "COMPLET
 // ---------------------------------------------------------------------------
 // What the draw reads of a models entry.
 
-int visibilityState(const Model *m) { return m->visible ? 2 : 0; }
-
-// The per-model display type and the two matte bits.
-uint16_t entryWord(const Element *e, const Model *m) {
+// The per-model display type and the two matte bits: the first drawing state
+// keys the model out of a matte, the second keeps it in.
+uint16_t entryWord(const Element *e, const ModelDisplay &display) {
     uint16_t word = static_cast<uint16_t>(e->browserData & DISP_BITS);
-    if (m->drawState & MODEL_DRAW_STATE_A) word |= ENTRY_ALPHA_ZERO;
-    if (m->drawState & MODEL_DRAW_STATE_B) word |= ENTRY_ALPHA_ONE;
+    if (display.drawState & MODEL_DRAW_STATE_A) word |= ENTRY_ALPHA_ZERO;
+    if (display.drawState & MODEL_DRAW_STATE_B) word |= ENTRY_ALPHA_ONE;
     return word;
 }
 
-int wireColourCode(const Element *e) { return (e->envSet & 1) ? e->envValues[0] : 0; }
+// An environment value of the entry, or `absent` when the scene gave none.
+int32_t envValue(const Element *e, int which, int32_t absent) {
+    return (e->envSet & (1u << which)) ? e->envValues[which] : absent;
+}
 
 bool isRoot(const Model *m) { return !m->parent || m->parent->elementIndex < 0; }
-
-bool hasSurface(const Model *m) {
-    return m->type == MODEL_PATCH || m->type == MODEL_FACE || m->type == MODEL_MESH ||
-           m->type == MODEL_META || m->type == MODEL_NURBS_SURFACE;
-}
 
 // Own materials, else those of the nearest ancestor that has some; none for
 // the default material.
@@ -79,31 +84,34 @@ void fogBegin(const BW_GraphicProps *gprops) {
 // ---------------------------------------------------------------------------
 // Parts of one model
 
-void wireColour(const Element *entry, const Model *m, const BW_GraphicProps *gprops) {
-    if (gprops->icons) {
-        if (glbVar.palette) paletteColorSet(wireColourCode(entry) & 255, 1);
-        else glColor4f(0.0f, 0.0f, 0.0f, 1.0f);
-    } else {
-        glColor4f(0.5f, 0.5f, 0.5f, 1.0f);
-    }
-    if (entry->selected) glColor4f(1.0f, 1.0f, 1.0f, 1.0f);
+// The wire's colour: the palette colour of its code with icons, unless the
+// colour is locked, then the colours of selection and of the special nodes,
+// each over the one before.
+void wireColour(const ModelDisplay &display, const Model *m, const BW_GraphicProps *gprops) {
+    if (!gprops->icons) glColor4fv(GREY);
+    else if (glbVar.palette && !display.wireLocked) paletteColorSet(display.wireColour & (PALETTE_SIZE - 1), 1);
+    else glColor4fv(BLACK);
+    if (modelDisplaySelected(display))
+        glColor4fv(display.selectionByte >= SELECTION_BRANCH ? YELLOW : WHITE);
     bool bare = m->type == MODEL_NULL || m->type == MODEL_BARE;
-    if (bare && m->parent && m->parent->type == MODEL_TYPE_JOINT) glColor4f(0.1f, 0.0f, 0.5f, 1.0f);
-    if (m->kind == KIND_INSTANCE) glColor4f(1.0f, 1.0f, 0.0f, 1.0f);
+    if (bare && m->parent && m->parent->type == MODEL_TYPE_JOINT) glColor4fv(JOINT_NULL);
+    if (m->kind == KIND_INSTANCE) glColor4fv(INSTANCE);
 }
 
 // Whether the strip stream can draw the model as its shaded part.
-bool stripsDraw(const Model *m, const ViewModelRecord *r, const BW_GraphicProps *gprops) {
-    return visibilityState(m) >= 2 && m->kind != KIND_INSTANCE && m->triangles &&
+bool stripsDraw(const Model *m, const ModelDisplay &display, const ViewModelRecord *r,
+                const BW_GraphicProps *gprops) {
+    return display.state >= VISIBILITY_SHOWN && m->kind != KIND_INSTANCE && m->triangles &&
            !gprops->material.matte && !(r && r->garbageMatte) && m->tmesh &&
-           (m->tmesh->stream || m->tmesh->listId >= 0) && hasSurface(m);
+           (m->tmesh->stream || m->tmesh->listId >= 0) && modelTypeFilled(m->type);
 }
 
-TOL_Status shadedPart(TOL_Scene *scene, Model *m, const Element *entry, BW_GraphicProps *gprops) {
+TOL_Status shadedPart(TOL_Scene *scene, Model *m, const Element *entry, const ModelDisplay &display,
+                      BW_GraphicProps *gprops) {
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));
     ViewModelRecord *r = viewModelRecord(dict, m->elementIndex);
     if (gprops->useHiddenForMatte && r) {
-        uint16_t word = entryWord(entry, m);
+        uint16_t word = entryWord(entry, display);
         if (word & ENTRY_ALPHA_ZERO) r->alpha = 0.0f;
         else if (word & ENTRY_ALPHA_ONE) r->alpha = 1.0f;
     }
@@ -121,7 +129,7 @@ TOL_Status shadedPart(TOL_Scene *scene, Model *m, const Element *entry, BW_Graph
         offset(1.0f, 1.0f);
     }
     selectiveLightsOff(m->elementIndex);
-    if (stripsDraw(m, r, gprops)) {
+    if (stripsDraw(m, display, r, gprops)) {
         shadeStripsBegin(dict, alpha);
         status = drawStripStream(scene, m, gprops);
     } else {
@@ -161,7 +169,49 @@ void cullLine(const char *what, const Model *m, int result) {
             m->name ? m->name : "", cullWords[result]);
 }
 
+// The wire part: stippled for a ghost, lit by nothing, depth-tested only
+// over a fill.
+void wirePart(const Model *m, const ModelDisplay &display, uint16_t type, const BW_GraphicProps *gprops) {
+    const bool ghost = display.state == VISIBILITY_GHOST;
+    grDepthTest(type & DISP_SHADED);
+    grLighting(0);
+    if (ghost) {
+        glLineStipple(1, GHOST_STIPPLE);
+        glEnable(GL_LINE_STIPPLE);
+    }
+    wireColour(display, m, gprops);
+    drawWireModel(m);
+    if (ghost) {
+        glLineStipple(1, RESET_STIPPLE);
+        glDisable(GL_LINE_STIPPLE);
+    }
+    // The fill of the next model is lit again.
+    if (type & DISP_SHADED) grLighting(1);
+}
+
 }  // namespace
+
+ModelDisplay modelDisplay(const Element *entry, const Model *model) {
+    ModelDisplay d{};
+    if (!entry || !model) return d;
+    const int32_t flags = envValue(entry, 2, 0);
+    d.selected = entry->selected ? 1 : 0;
+    d.selectionByte = static_cast<uint8_t>(flags & MPRFLG_SELECTION);
+    // Hidden and shown follow the model's visibility; the scene can make a
+    // shown model a ghost.
+    if (!model->visible) d.state = VISIBILITY_HIDDEN;
+    else if (envValue(entry, 1, -1) == DISPLAY_GHOST) d.state = VISIBILITY_GHOST;
+    else d.state = VISIBILITY_SHOWN;
+    d.wireColour = envValue(entry, 0, 0);
+    d.wireLocked = (flags & MPRFLG_WIRE_LOCKED) ? 1 : 0;
+    d.hiddenInShade = (flags & MPRFLG_HIDDEN_IN_SHADE) ? 1 : 0;
+    d.drawState = model->drawState;
+    return d;
+}
+
+int modelDisplaySelected(const ModelDisplay &display) {
+    return display.selected || display.selectionByte >= SELECTION_BRANCH;
+}
 
 void drawTrianglesDirect(const TOL_Scene *scene, Model *model, const BW_GraphicProps *gprops) {
     if (!model || !model->triangles) return;
@@ -242,22 +292,17 @@ TOL_Status drawModel(TOL_Scene *scene, Model *model, int recurse, Element *entry
     (void)recurse;
     if (!model || !entry) return 0;
     if (!showHelpers && model->kind >= KIND_HELPER_FIRST && model->kind <= KIND_HELPER_LAST) return 0;
+    const ModelDisplay display = modelDisplay(entry, model);
     const uint16_t dispType = gprops->dispType;
     if ((dispType & DISP_PER_MODEL) || !(dispType & (DISP_WIRE | DISP_SHADED)))
-        gprops->dispType = entryWord(entry, model) & DISP_BITS;
+        gprops->dispType = entryWord(entry, display) & DISP_BITS;
     const uint16_t type = gprops->dispType;
+    const bool ghost = display.state == VISIBILITY_GHOST;
     TOL_Status status = 0;
-    if ((type & DISP_SHADED) && model->kind != KIND_NO_SHADE)
-        status = shadedPart(scene, model, entry, gprops);
+    if ((type & DISP_SHADED) && !ghost && model->kind != KIND_NO_SHADE && !display.hiddenInShade)
+        status = shadedPart(scene, model, entry, display, gprops);
     if (type & DISP_NORMALS) drawNormals(model);
-    if (type & DISP_WIRE) {
-        grDepthTest(type & DISP_SHADED);
-        grLighting(0);
-        wireColour(entry, model, gprops);
-        drawWireModel(model);
-        // The fill of the next model is lit again.
-        if (type & DISP_SHADED) grLighting(1);
-    }
+    if ((type & DISP_WIRE) || ghost || display.hiddenInShade) wirePart(model, display, type, gprops);
     gprops->dispType = dispType;
     return status;
 }
@@ -274,7 +319,7 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
     bool passTakes = (pass == 0 && r && r->garbageMatte) || (pass == 1 && !(r && r->garbageMatte)) ||
                      pass == 2;
     TOL_Status status = 0;
-    if (visibilityState(model) != 0 && passTakes) {
+    if (modelDisplay(entry, model).state != VISIBILITY_HIDDEN && passTakes) {
         // Bounds made from other geometry than the model now holds say nothing.
         if (!r || !r->hasBounds || (r->bounds.ownState != BOUNDS_NONE && r->boxSource != model->geometry.any))
             cull = 0;
@@ -306,7 +351,8 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
             // Only the selected models show their textures when asked. The
             // properties are shared with the update side, which reads them:
             // the change goes into a copy, never into them.
-            if (gprops->texture.selected && (gprops->dispType & DISP_TEXTURED) && !entry->selected) {
+            if (gprops->texture.selected && (gprops->dispType & DISP_TEXTURED) &&
+                !modelDisplaySelected(modelDisplay(entry, model))) {
                 BW_GraphicProps untextured = *gprops;
                 untextured.texture.active = 0;
                 untextured.dispType = static_cast<uint16_t>(gprops->dispType & ~DISP_TEXTURED);
@@ -373,13 +419,8 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gpro
     }
 
     if (gprops->dispType & DISP_WIRE) {
-        grLighting(0);
-        glColor4f(1.0f, 1.0f, 1.0f, 1.0f);
-        drawLightIcons(dict);
         void **current = tol_sidCamera(scene);
-        Camera *camera = current ? static_cast<Camera *>(*current) : nullptr;
-        if (camera && camera != gprops->curCamera) drawCameraIcon(camera, 0);
-        grLighting(1);
+        drawIcons(dict, current ? static_cast<Camera *>(*current) : nullptr, gprops);
     }
     displayModePassEnd(gprops, &state);
     if (gprops->fogEnable == 1) glDisable(GL_FOG);

@@ -12,7 +12,6 @@
 namespace {
 
 constexpr int SEGMENTS_PER_SPAN = 8;  // polyline segments of a curve span
-constexpr int PALETTE_MASK = 255;     // the wire palette holds 256 entries
 
 // ---------------------------------------------------------------------------
 // Rational B-splines, evaluated for lines only: the basis of every control
@@ -250,8 +249,14 @@ int lastCode = -1;  // colour code of the last paletteColorSet
 
 }  // namespace
 
-void drawWireModel(const Model *model) {
+int modelTypeFilled(int32_t type) {
+    return type == MODEL_PATCH || type == MODEL_FACE || type == MODEL_MESH || type == MODEL_META ||
+           type == MODEL_NURBS_SURFACE;
+}
+
+void drawWireModel(const Model *model, int iconsOnly) {
     if (!model) return;
+    if (iconsOnly && modelTypeFilled(model->type)) return;
     glPushMatrix();
     glMultMatrixf(&model->globalMatrix[0][0]);
     if (model->type >= 0 && model->type < MODEL_TYPE_END) wireByType[model->type](model);
@@ -264,11 +269,12 @@ int paletteColorSet(int code, int force) {
     lastCode = code;
     if (code == 8) return 0;
     float c[4] = {0.5f, 0.5f, 0.5f, 1.0f};
+    // Codes below 8 share the palette's spare entry; the wire colours proper
+    // start at code 9. A code past the palette keeps the grey.
+    const int entry = code < 8 ? PALETTE_SPARE : code - 9;
     if (code == 3) {
         c[0] = c[1] = c[2] = 0.0f;
-    } else if (glbVar.palette && code >= 0) {
-        // Codes up to 7 name fixed entries; the palette proper starts at 9.
-        int entry = (code < 8 ? code : code - 9) & PALETTE_MASK;
+    } else if (glbVar.palette && code >= 0 && entry <= PALETTE_SPARE) {
         for (int k = 0; k < 3; ++k) c[k] = glbVar.palette[entry][k] / 255.0f;
     }
     glColor4fv(c);

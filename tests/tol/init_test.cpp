@@ -1,12 +1,16 @@
 // Start of the layer: finding the relation resources, reading the database
-// directory, and the version checks.
+// directory, the version checks, the icon models and the default camera.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
+#include "camera.h"
 #include "capture.h"
 #include "database.h"
+#include "dictionary.h"
+#include "model.h"
 #include "tol.h"
+#include "view.h"
 
 TEST(VersionCompare, NumbersDecideNotTheLetters) {
     EXPECT_EQ(versionCompare("SDKv4.00.1", "SDKv4.0.1"), 0);
@@ -82,4 +86,40 @@ TEST_F(Init, DatabaseDirectoryMakesTheFirstValidCurrent) {
     EXPECT_EQ(TOL_Init((dir / "rsrc").c_str(), 1, TOL_SDK_VERSION), 0);
     EXPECT_EQ(g_dbRead, -1);
     EXPECT_EQ(none.out.text(), "ERROR: No valid Database where the scene could be found\n");
+}
+
+TEST_F(Init, IconModelsAndTheDefaultCameraClipping) {
+    dir.write("rsrc/Relations.rsrc", "SREL 3.48\nRELATIONS\nEndOfRELATIONS\n");
+    // Each icon a small tree: a root and one child, named after its file.
+    const char *names[ICON_MODEL_COUNT] = {"LIGHT_ICON", "BULB_ICON", "CAMERA_ICON"};
+    for (const char *name : names) {
+        Model *root = modelNew(name, MODEL_BARE, nullptr);
+        Model *child = modelNew("part", MODEL_BARE, nullptr);
+        child->translation[1] = 2.0f;
+        modelAddChild(root, child);
+        ASSERT_EQ(modelFileWritePath((dir / "rsrc/" + name + ".hrc").c_str(), root), 1) << name;
+        modelFree(root);
+    }
+    bwtest::OutputCapture cap;
+    ASSERT_EQ(TOL_Init((dir / "rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
+    EXPECT_EQ(cap.out.text() + cap.err.text(), "");
+    for (int i = 0; i < ICON_MODEL_COUNT; ++i) {
+        const Model *icon = iconModel(i);
+        ASSERT_NE(icon, nullptr) << names[i];
+        EXPECT_STREQ(icon->name, names[i]);
+        // Its matrices are made: the child stands where its translation puts it.
+        ASSERT_NE(icon->firstChild, nullptr);
+        EXPECT_FLOAT_EQ(icon->firstChild->globalMatrix[3][1], 2.0f);
+    }
+    EXPECT_EQ(iconModel(ICON_MODEL_COUNT), nullptr);
+
+    // The default camera sees from the default near distance to the two
+    // default distances together.
+    const Camera *camera = static_cast<const Camera *>(tol_sidGet()->cameras[0]);
+    ASSERT_NE(camera, nullptr);
+    const Camera defaults;
+    EXPECT_FLOAT_EQ(camera->nearClip, 0.1f);
+    EXPECT_FLOAT_EQ(camera->farClip, 1000.1f);
+    EXPECT_FLOAT_EQ(camera->farClip, defaults.nearClip + defaults.farClip);
+    EXPECT_EQ(camera, threadStorage()->curCamera);
 }

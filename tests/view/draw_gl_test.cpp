@@ -335,6 +335,23 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
     EXPECT_EQ(drawn[1], 0);
     modelFree(square);
 
+    // An icon model read from the resource directory replaces the cross of
+    // a point light: a null whose x axis runs from the light to the right.
+    // Last here: the icon models stay read for the rest of the program.
+    light->visibility = 2;
+    icons(camera);
+    EXPECT_TRUE(near(pixel(8, 32), 0xB23300u)) << "the cross reaches left";
+    EXPECT_EQ(pixel(40, 32), BACK);
+    bwtest::TempDir rsrc;
+    Model *bulb = modelNew("BULB_ICON", MODEL_BARE, nullptr);
+    ASSERT_EQ(modelFileWritePath((rsrc / "BULB_ICON.hrc").c_str(), bulb), 1);
+    modelFree(bulb);
+    EXPECT_EQ(iconModelsLoad(rsrc.path().c_str()), 1);
+    ASSERT_NE(iconModel(ICON_MODEL_BULB), nullptr);
+    icons(camera);
+    EXPECT_EQ(pixel(8, 32), BACK) << "no cross";
+    EXPECT_TRUE(near(pixel(40, 32), 0xB23300u)) << "the bulb's axis";
+
     elemGet(dict, CHP_LIGHTS, lightIndex)->data = nullptr;
     elemGet(dict, CHP_LATTICES, latticeIndex)->data = nullptr;
     latticeFree(lattice);

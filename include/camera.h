@@ -22,7 +22,7 @@ struct Camera {
     float upVector[4] = {0.0f, 0.0f, 0.0f, 1.0f};  // set by the fit
     float aspect = 720.0f / 486.0f;  // width over height of the view
     int32_t offsetLens = 0;        // non-zero: shifted film back, values below
-    float lens[5] = {0, 0, 0, 0, 0};  // focal length, film width, film height, two shifts
+    float lens[5] = {0, 0, 0, 0, 0};  // focal length, film width (filmWidth as read), film height, two shifts
     float focalLength = 50.0f;     // recomputed from filmWidth and fieldOfView by zoom
     float filmWidth = 36.0f;       // film back width
     float nearClip = 0.1f;         // near clipping distance
@@ -48,6 +48,14 @@ struct Camera {
     std::vector<CustomBlock> *customBlocks = nullptr;  // new'd; null for none; cameraFreeData
 };
 
+// How the editing side shows a light, and whether it is selected.
+struct LightDisplay {
+    uint16_t colour = 0;             // display colour, by index
+    uint16_t word = 0;               // display word
+    uint16_t colours[2] = {0, 0};    // display colour, by two indices
+    uint16_t selection = 0;          // selection state; 1 and 3: on the select list
+};
+
 // A light of the LIGHTS chapter: the fields its relations drive.
 struct Light {
     uint16_t type = 0;                       // kind of light, from its file
@@ -71,10 +79,7 @@ struct Light {
     char name[31] = {};                      // at most 30 characters of the file's name
     float falloff[2] = {10000.0f, 10000.0f}; // start and end distance
     uint16_t falloffOn = 0;                  // 0 when the start is 10000 (within 0.01)
-    uint16_t displayColour = 0;              // display colour, by index
-    uint16_t displayWord = 0;                // display word
-    uint16_t displayColours[2] = {0, 0};     // display colour, by two indices
-    uint16_t selection = 0;                  // selection state; 1 and 3: on the select list
+    LightDisplay display;                    // made with the record by token 2
     uint16_t shadow = 0;                     // 1: casts shadows
     int32_t kept17[3] = {0, 0, 0};           // tokens 17, 18, 19, widened words
     float kept20[2] = {0.0f, 0.0f};          // tokens 20, 21
@@ -149,6 +154,9 @@ int cameraWrite(BinWriter &w, const Camera &c);
 int lightWrite(BinWriter &w, const Light &l);
 int latticeWrite(BinWriter &w, const Lattice &l);
 
+// 1 when the light's selection state puts it on the select list (1 or 3).
+int lightOnSelectList(const Light &l);
+
 void cameraFreeData(Camera &c);  // the custom blocks; the record itself stays
 void lightFree(Light *l);
 void latticeFree(Lattice *l);
@@ -161,10 +169,11 @@ void latticeFree(Lattice *l);
 int valueRead(BinReader &r, float *field);
 int valueRead3(BinReader &r, float *fields);
 int vectorRead(BinReader &r, float *fields);
-// Position block: a u16, then 1: a vector; 2, 4, 5: the old curve form, which
-// prints a line on standard output and ends; 3: a path reference, put on the
-// pending list for `owner` (skipped when owner is null); anything else ends
-// the block.
+// Position block: forms one after the other, each a u16, then 1: a vector;
+// 3: a path reference, put on the pending list for `owner` (skipped when owner
+// is null); 2, 4, 5: the old curve form, which prints a line on standard
+// output and ends the block; any other word ends the block and is consumed.
+// The writers end a block with 0.
 int positionRead(BinReader &r, float *field, void *owner, int32_t refKind);
 
 // What a position block follows when it names a path.

@@ -261,8 +261,8 @@ void dumpCamera(BinReader &r, const Prototype &, const char *) {
     printf("  focal length %g, f-stop %g, focus distance %g\n", c.focalLength, c.fStop, c.focusDistance);
     printf("  depth of field mode %d, near focus %g, far focus %g, circle of confusion %g\n", c.dofMode,
            c.nearFocus, c.farFocus, c.circleOfConfusion);
-    printf("  offset lens %d: %g %g %g %g %g\n", c.offsetLens, c.lens[0], c.lens[1], c.lens[2], c.lens[3],
-           c.lens[4]);
+    printf("  film width %g, offset lens %d: %g %g %g %g %g\n", c.filmWidth, c.offsetLens, c.lens[0],
+           c.lens[1], c.lens[2], c.lens[3], c.lens[4]);
     if (c.customBlocks) dumpBlocks(1, *c.customBlocks);
     dumpPathRefs();
     cameraFreeData(c);
@@ -281,7 +281,7 @@ void dumpLight(BinReader &r, const Prototype &, const char *) {
     print3(2, "interest", l->interest);
     printf("    factor %g, cone %g, spread %g\n", l->factor, l->coneAngle, l->spreadAngle);
     printf("    falloff %g to %g%s\n", l->falloff[0], l->falloff[1], l->falloffOn ? "" : " (none)");
-    printf("    shadow %u, selection %u, area shape %d\n", l->shadow, l->selection, l->areaShape);
+    printf("    shadow %u, selection %u, area shape %d\n", l->shadow, l->display.selection, l->areaShape);
     if (l->mapName) printf("    map \"%s\"\n", l->mapName);
     for (const CustomShader *s : l->shaders)
         if (s) dumpShader(2, "shader", *s);

@@ -93,8 +93,9 @@ TEST(CameraFile, GoldenBytesWrittenAndRead) {
     TempDir dir;
     Camera c = sampleCamera();
     ASSERT_EQ(cameraFileWrite((dir / "c.cam").c_str(), c, nullptr), 1);
-    Bytes golden = header(BIN_ID_CAMERA, 4.0f) + be16(3) + be16(1) + f32(1) + f32(2) + f32(3) + be16(4) + be16(1) +
-                   f32(4) + f32(5) + f32(6) + be16(6) + be16(1) + f32(10) + f32(20) + f32(0.5f) + value(7, 0.25f) +
+    Bytes golden = header(BIN_ID_CAMERA, 4.0f) + be16(3) + be16(1) + f32(1) + f32(2) + f32(3) + be16(0) + be16(4) +
+                   be16(1) + f32(4) + f32(5) + f32(6) + be16(0) + be16(6) + be16(1) + f32(10) + f32(20) + f32(0.5f) +
+                   value(7, 0.25f) +
                    value(8, 500) + value(9, 35) + value(10, 8) + value(11, 12) + value(12, 0.75f) + be16(13) +
                    be16(2) + value(14, 3) + value(15, 30) + value(16, 1.5f) + value(17, 0.02f) + be16(18) + be16(7) +
                    be16(20) + be16(1) + be16(1) + f32(50) + be16(1) + f32(36) + be16(1) + f32(24) + be16(1) +
@@ -178,22 +179,25 @@ TEST(CameraValues, EveryKindOfValue) {
 }
 
 TEST(CameraValues, PositionBlocks) {
+    // One block of a vector, a path and a second vector ended by 0; then
+    // blocks of the old curve form (2, 4, 5) and one ended by 7 at once, each
+    // of two bytes; then paths without and with an owner.
     Camera owner;
-    Bytes bytes = be16(1) + f32(7) + f32(8) + f32(9) + be16(2) + be16(4) + be16(5) + be16(7) + be16(3) + be16(12) +
-                  text0("path1") + be16(3) + be16(13) + text0("dropped") + be16(3) + be16(14) + text0("path2") +
-                  be16(0x4242);
+    Bytes bytes = be16(1) + f32(7) + f32(8) + f32(9) + be16(3) + be16(12) + text0("path1") + be16(1) + f32(10) +
+                  f32(11) + f32(12) + be16(0) + be16(2) + be16(4) + be16(5) + be16(7) + be16(3) + be16(13) +
+                  text0("dropped") + be16(0) + be16(3) + be16(14) + text0("path2") + be16(9) + be16(0x4242);
     ByteFile file(bytes, "p.cam", 4.0f);
     float p[3] = {0, 0, 0};
     OutputCapture out;
-    positionRead(file.r, p, &owner, PATH_REF_CAMERA_POSITION);
-    EXPECT_TRUE(p[0] == 7 && p[1] == 8 && p[2] == 9);
+    positionRead(file.r, p, &owner, PATH_REF_CAMERA_INTEREST);
+    EXPECT_TRUE(p[0] == 10 && p[1] == 11 && p[2] == 12);  // the last vector of the block
+    EXPECT_EQ(file.r.pos, 2 + 12 + 2 + 2 + 6 + 2 + 12 + 2);
     for (int i = 0; i < 4; ++i) positionRead(file.r, p, &owner, PATH_REF_CAMERA_POSITION);  // 2, 4, 5, 7
-    EXPECT_EQ(file.r.pos, 14 + 8);  // two bytes each
+    EXPECT_EQ(file.r.pos, 40 + 8);  // two bytes each
     const char *old = " oldpositionBinaryRead - token BW_B_POS_FCV_TOKEN - shouldn't be called anymore\n";
     EXPECT_EQ(out.out.text(), std::string(old) + old + old);
     EXPECT_EQ(out.err.text(), "");
 
-    positionRead(file.r, p, &owner, PATH_REF_CAMERA_INTEREST);
     positionRead(file.r, p, nullptr, PATH_REF_LIGHT_POSITION);  // no owner: read and dropped
     positionRead(file.r, p, &owner, PATH_REF_LIGHT_INTEREST);
     EXPECT_EQ(binReadU16(file.r), 0x4242);
@@ -205,6 +209,62 @@ TEST(CameraValues, PositionBlocks) {
     EXPECT_STREQ(refs->next->pathName, "path1");
     EXPECT_EQ(pathRefsTake(), nullptr);  // taking empties the list
     pathRefsFree(refs);
+}
+
+TEST(CameraFile, EveryTokenBehindTwoPositionBlocksArrives) {
+    // Position ended by 0, interest by 7 with a path in it, then field of
+    // view, near, far and a lens block: the file of another writer.
+    TempDir dir;
+    Bytes body = be16(3) + be16(1) + f32(1) + f32(2) + f32(3) + be16(0) + be16(4) + be16(3) + be16(5) +
+                 text0("s-track") + be16(1) + f32(4) + f32(5) + f32(6) + be16(7) + value(12, 0.5f) + value(7, 0.125f) +
+                 value(8, 800) + be16(20) + be16(1) + be16(1) + f32(40) + be16(1) + f32(24) + be16(1) + f32(16) +
+                 be16(1) + f32(0.25f) + be16(1) + f32(-0.25f) + be16(0);
+    writeBytes(dir / "two.cam", header(BIN_ID_CAMERA, 4.0f) + body);
+    Camera c;  // the current camera, holding values of its own
+    c.roll = 0.3f, c.focalLength = 77, c.fStop = 11, c.dofMode = 1;
+    OutputCapture out;
+    ASSERT_EQ(cameraFileRead((dir / "two.cam").c_str(), &c), &c);
+    EXPECT_TRUE(c.position[0] == 1 && c.position[1] == 2 && c.position[2] == 3);
+    EXPECT_TRUE(c.interest[0] == 4 && c.interest[1] == 5 && c.interest[2] == 6);
+    EXPECT_TRUE(c.fieldOfView == 0.5f && c.nearClip == 0.125f && c.farClip == 800);
+    // The lens block: its film width is the camera's film back.
+    EXPECT_TRUE(c.offsetLens == 1 && c.lens[0] == 40 && c.filmWidth == 24 && c.lens[1] == 24 && c.lens[4] == -0.25f);
+    // What the file does not carry stays as the camera held it.
+    EXPECT_TRUE(c.roll == 0.3f && c.focalLength == 77 && c.fStop == 11 && c.dofMode == 1);
+    EXPECT_EQ(out.out.text(), "");
+    PathRef *refs = pathRefsTake();
+    ASSERT_TRUE(refs && !refs->next);
+    EXPECT_TRUE(refs->owner == &c && refs->kind == PATH_REF_CAMERA_INTEREST && refs->word == 5);
+    EXPECT_STREQ(refs->pathName, "s-track");
+    pathRefsFree(refs);
+
+    // The old curve form prints its line and ends the block: the next word is
+    // a token again.
+    for (uint16_t form : {2, 4, 5}) {
+        writeBytes(dir / "old.cam", header(BIN_ID_CAMERA, 4.0f) + be16(3) + be16(form) + value(12, 0.25f) + be16(0));
+        OutputCapture old;
+        ASSERT_EQ(cameraFileRead((dir / "old.cam").c_str(), &c), &c);
+        EXPECT_EQ(old.out.text(), " oldpositionBinaryRead - token BW_B_POS_FCV_TOKEN - shouldn't be called anymore\n");
+        EXPECT_TRUE(c.fieldOfView == 0.25f && c.position[0] == 1) << form;
+    }
+}
+
+TEST(LightFile, SelectionStateOneOrThreePutsTheLightOnTheSelectList) {
+    TempDir dir;
+    for (uint16_t state : {0, 1, 2, 3}) {
+        // The position block stands before the state: it must end where the
+        // file ends it for token 14 to be read as a token.
+        Bytes body = be16(1) + text0("lamp") + be16(2) + be16(1) + be16(7) + be16(1) + f32(1) + f32(2) + f32(3) +
+                     be16(0) + be16(12) + be16(4) + be16(14) + be16(state) + value(6, 2) + be16(0);
+        writeBytes(dir / "s.lig", header(BIN_ID_LIGHT, 4.0f) + body);
+        Light *l = lightFileRead((dir / "s.lig").c_str());
+        ASSERT_NE(l, nullptr);
+        EXPECT_EQ(l->display.selection, state);
+        EXPECT_EQ(l->display.colour, 4);
+        EXPECT_EQ(lightOnSelectList(*l), state == 1 || state == 3) << state;
+        EXPECT_TRUE(l->position[2] == 3 && l->factor == 2) << state;
+        lightFree(l);
+    }
 }
 
 TEST(CameraFile, UnknownTokensAndNoCamera) {
@@ -233,8 +293,8 @@ TEST(LightFile, TokenTwoMakesTheRecord) {
     TempDir dir;
     std::string longName(40, 'n');
     Bytes body = be16(3) + be16(1) + f32(0.1f) + f32(0.2f) + f32(0.3f) + be16(7) + be16(3) + be16(1) +
-                 text0("early") + be16(0xFF28) + be32(10) + text0("CUSA") + Bytes{0} + be32(0) + be16(1) +
-                 text0(longName) + be16(2) + be16(3) + be16(8) + be16(3) + be16(2) + text0("late") +
+                 text0("early") + be16(0) + be16(0xFF28) + be32(10) + text0("CUSA") + Bytes{0} + be32(0) + be16(1) +
+                 text0(longName) + be16(2) + be16(3) + be16(8) + be16(3) + be16(2) + text0("late") + be16(0) +
                  value(4, 10000.005f) + value(5, 20) + be16(4138) + be16(2) + be16(1067) + be16(1) + f32(6) + be16(0);
     writeBytes(dir / "l.lig", header(BIN_ID_LIGHT, 4.0f) + body);
     Light *l = lightFileRead((dir / "l.lig").c_str());

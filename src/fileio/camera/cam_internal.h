@@ -11,7 +11,8 @@
 constexpr uint16_t VALUE_PLAIN = 1;       // the value follows
 constexpr uint16_t VALUE_FROM_CURVE = 2;  // nothing follows: a curve of the old file form gave it
 
-// Forms of a position block.
+// Forms of a position block; a word outside 1 to 5 ends the block.
+constexpr uint16_t POSITION_END = 0;      // what the writers put to end a block
 constexpr uint16_t POSITION_VECTOR = 1;   // three f32
 constexpr uint16_t POSITION_PATH = 3;     // u16 word, then the path's element name
 

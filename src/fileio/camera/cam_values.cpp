@@ -58,25 +58,30 @@ int vectorRead(BinReader &r, float *fields) {
 }
 
 int positionRead(BinReader &r, float *field, void *owner, int32_t refKind) {
-    switch (binReadU16(r)) {
-        case POSITION_VECTOR: vectorRead(r, field); break;
-        case 2:
-        case 4:
-        case 5:
-            // Positions on curves of the old form were converted long ago;
-            // such a file keeps the point the record has.
-            fputs(" oldpositionBinaryRead - token BW_B_POS_FCV_TOKEN - shouldn't be called anymore\n", stdout);
-            break;
-        case POSITION_PATH: {
-            uint16_t word = binReadU16(r);
-            char *name = binReadStr(r);
-            if (owner && name && !r.failed) pathRefAdd(owner, refKind, word, name);
-            else free(name);
-            break;
+    // A block holds any number of forms and ends at a word outside them; the
+    // word is consumed. The old curve form ends it as well.
+    for (;;) {
+        uint16_t form = binReadU16(r);
+        if (r.failed) return 1;
+        switch (form) {
+            case POSITION_VECTOR: vectorRead(r, field); break;
+            case POSITION_PATH: {
+                uint16_t word = binReadU16(r);
+                char *name = binReadStr(r);
+                if (owner && name && !r.failed) pathRefAdd(owner, refKind, word, name);
+                else free(name);
+                break;
+            }
+            case 2:
+            case 4:
+            case 5:
+                // Positions on curves of the old form were converted long ago;
+                // such a file keeps the point the record has.
+                fputs(" oldpositionBinaryRead - token BW_B_POS_FCV_TOKEN - shouldn't be called anymore\n", stdout);
+                return 1;
+            default: return 1;
         }
-        default: break;  // ends the block
     }
-    return 1;
 }
 
 PathRef *pathRefsTake() {
@@ -120,4 +125,5 @@ void valueWrite3(BinWriter &w, const float *values) {
 void positionWrite(BinWriter &w, const float *point) {
     binWriteU16(w, POSITION_VECTOR);
     binWriteFloats(w, point, 3);
+    binWriteU16(w, POSITION_END);
 }

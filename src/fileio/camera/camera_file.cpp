@@ -25,9 +25,12 @@ void readRotation(BinReader &r, Camera &c) {
     c.rotationKept[0] = v[0], c.rotationKept[1] = v[1], c.roll = v[2];
 }
 
+// The lens block's film width is the camera's film back, which the zoom
+// works from; the fit of a shifted lens takes it from the block.
 void readLens(BinReader &r, Camera &c) {
     camKeep(r, c.offsetLens, binReadU16(r));
-    for (float &v : c.lens) valueRead(r, &v);
+    for (int i = 0; i < 5; ++i) valueRead(r, i == 1 ? &c.filmWidth : &c.lens[i]);
+    c.lens[1] = c.filmWidth;
 }
 
 // Indexed by token.
@@ -114,7 +117,7 @@ int cameraWrite(BinWriter &w, const Camera &c) {
     }
     binWriteU16(w, 18), binWriteU16(w, c.kept18);
     binWriteU16(w, CAM_LENS), binWriteU16(w, static_cast<uint16_t>(c.offsetLens));
-    for (float v : c.lens) valueWrite(w, v);
+    for (int i = 0; i < 5; ++i) valueWrite(w, i == 1 ? c.filmWidth : c.lens[i]);
     if (c.customBlocks && !c.customBlocks->empty())
         binWriteU16(w, CAM_CUSTOM), customBlocksWriteSized(w, *c.customBlocks);
     binWriteU16(w, BIN_TOKEN_END);

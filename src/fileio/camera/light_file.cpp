@@ -138,9 +138,9 @@ constexpr LightField lightFields[] = {
     [](BinReader &r, LightReading &s) { valueRead(r, &target(s).coneAngle); },             // 9
     [](BinReader &r, LightReading &s) { valueRead(r, &target(s).spreadAngle); },           // 10
     [](BinReader &r, LightReading &) { valueRead(r, nullptr); },                           // 11: dropped
-    [](BinReader &r, LightReading &s) { camKeep(r, target(s).displayColour, binReadU16(r)); },  // 12
-    [](BinReader &r, LightReading &s) { camKeep(r, target(s).displayWord, binReadU16(r)); },    // 13
-    [](BinReader &r, LightReading &s) { camKeep(r, target(s).selection, binReadU16(r)); },      // 14
+    [](BinReader &r, LightReading &s) { camKeep(r, target(s).display.colour, binReadU16(r)); },  // 12
+    [](BinReader &r, LightReading &s) { camKeep(r, target(s).display.word, binReadU16(r)); },    // 13
+    [](BinReader &r, LightReading &s) { camKeep(r, target(s).display.selection, binReadU16(r)); },      // 14
     [](BinReader &r, LightReading &) { valueRead(r, nullptr); },                           // 15: dropped
     [](BinReader &r, LightReading &s) { camKeep(r, target(s).shadow, binReadU16(r) == 1); },    // 16
     [](BinReader &r, LightReading &s) { camKeep(r, target(s).kept17[0], binReadU16(r)); },      // 17
@@ -151,7 +151,7 @@ constexpr LightField lightFields[] = {
     [](BinReader &r, LightReading &s) {                                                    // 22
         uint16_t v[2];
         binReadU16s(r, v, 2);
-        camKeep(r, target(s).displayColours[0], v[0]), camKeep(r, target(s).displayColours[1], v[1]);
+        camKeep(r, target(s).display.colours[0], v[0]), camKeep(r, target(s).display.colours[1], v[1]);
     },
     [](BinReader &r, LightReading &s) {                                                    // 23
         uint16_t v[2];
@@ -235,15 +235,15 @@ int lightWrite(BinWriter &w, const Light &l) {
     binWriteU16(w, 8), positionWrite(w, l.interest);
     binWriteU16(w, 9), valueWrite(w, l.coneAngle);
     binWriteU16(w, 10), valueWrite(w, l.spreadAngle);
-    binWriteU16(w, 12), binWriteU16(w, l.displayColour);
-    binWriteU16(w, 13), binWriteU16(w, l.displayWord);
-    binWriteU16(w, 14), binWriteU16(w, l.selection);
+    binWriteU16(w, 12), binWriteU16(w, l.display.colour);
+    binWriteU16(w, 13), binWriteU16(w, l.display.word);
+    binWriteU16(w, 14), binWriteU16(w, l.display.selection);
     binWriteU16(w, 16), binWriteU16(w, l.shadow);
     for (int i = 0; i < 3; ++i)
         binWriteU16(w, static_cast<uint16_t>(17 + i)), binWriteU16(w, static_cast<uint16_t>(l.kept17[i]));
     binWriteU16(w, 20), valueWrite(w, l.kept20[0]);
     binWriteU16(w, 21), valueWrite(w, l.kept20[1]);
-    binWriteU16(w, 22), binWriteU16(w, l.displayColours[0]), binWriteU16(w, l.displayColours[1]);
+    binWriteU16(w, 22), binWriteU16(w, l.display.colours[0]), binWriteU16(w, l.display.colours[1]);
     binWriteU16(w, 23), binWriteU16(w, static_cast<uint16_t>(l.kept23[0])),
         binWriteU16(w, static_cast<uint16_t>(l.kept23[1]));
     if (l.mapName) binWriteU16(w, 24), binWriteStr(w, l.mapName);
@@ -287,6 +287,8 @@ int lightWrite(BinWriter &w, const Light &l) {
 int lightFileWrite(const char *path, const Light &l, const char *comment) {
     return camFileWrite(path, BIN_ID_LIGHT, comment, l, lightWrite);
 }
+
+int lightOnSelectList(const Light &l) { return l.display.selection == 1 || l.display.selection == 3; }
 
 void lightFree(Light *l) {
     if (!l) return;

@@ -296,6 +296,7 @@ int picOpenRead(const char *name, FILE **stream, PictureInfo *info, float *ratio
 // One scan line into row `row` of the planes; 0 on damage or a run past the line.
 int picReadScanline(FILE *stream, PicturePacket *packets, PictureInfo *info, int row);
 // The whole picture, planes allocated; a file that ends early leaves rows zero.
+// A run past the end of a line fails the picture: 0, nothing allocated.
 int picRead(const char *name, PictureInfo *info);
 void picFree(PictureInfo *info);  // the planes
 void picPacketsFree(PicturePacket *packets);

@@ -105,12 +105,15 @@ TEST_F(Pictures, RunsAcrossTheLineAndPacketLayouts) {
     EXPECT_EQ(out.planes[3][999], 40);
     picFree(&out);
 
-    // One pixel more fails the line: the picture keeps its zero rows.
+    // One pixel more fails the picture, with a line naming the file.
     b[b.size() - 5] = 0xE9;
-    OutputCapture cap;
-    ASSERT_EQ(picRead(write("past.pic", b).c_str(), &out), 1);
-    EXPECT_EQ(out.planes[0][0], 0);
-    picFree(&out);
+    {
+        OutputCapture cap;
+        std::string past = write("past.pic", b);
+        EXPECT_EQ(picRead(past.c_str(), &out), 0);
+        EXPECT_EQ(cap.err.text(), "Picture " + past + ": a run goes past the end of line 1\n");
+        EXPECT_EQ(out.planes[0], nullptr);
+    }
 
     // Alpha in a packet of its own reads as all four in one.
     std::vector<uint8_t> split = header(2, 1, 1.0f);
@@ -125,6 +128,41 @@ TEST_F(Pictures, RunsAcrossTheLineAndPacketLayouts) {
     for (int k = 0; k < 4; ++k) EXPECT_EQ(memcmp(a.planes[k], c.planes[k], 2), 0) << k;
     picFree(&a);
     picFree(&c);
+}
+
+TEST_F(Pictures, AnEndOfFileKeepsTheLinesARunPastALineFailsThePicture) {
+    // Three lines of two pixels, one plane: a whole first line, then a second
+    // cut by the end of the file after one pixel.
+    using namespace bwtest;
+    std::vector<uint8_t> cut = header(2, 3, 1.0f) + Bytes{0, 8, 2, 0x80} + Bytes{1, 7, 8} + Bytes{1, 9};
+    PictureInfo out{};
+    ASSERT_EQ(picRead(write("cut.pic", cut).c_str(), &out), 1);
+    // The bottom row is row 0: the top line is row 2.
+    EXPECT_TRUE(out.planes[0][4] == 7 && out.planes[0][5] == 8);
+    EXPECT_TRUE(out.planes[0][2] == 9 && out.planes[0][3] == 0);  // what the cut line had
+    EXPECT_TRUE(out.planes[0][0] == 0 && out.planes[0][1] == 0);
+    picFree(&out);
+
+    // The same second line coded as a run of three: the picture fails, and
+    // the line reader alone keeps what came before the run.
+    std::vector<uint8_t> past = header(2, 3, 1.0f) + Bytes{0, 8, 2, 0x80} + Bytes{1, 7, 8} + Bytes{130, 9} +
+                                Bytes{129, 5};
+    OutputCapture cap;
+    std::string path = write("past.pic", past);
+    EXPECT_EQ(picRead(path.c_str(), &out), 0);
+    EXPECT_EQ(cap.err.text(), "Picture " + path + ": a run goes past the end of line 2\n");
+    FILE *stream = nullptr;
+    PicturePacket *packets = nullptr;
+    PictureInfo lines{};
+    ASSERT_EQ(picOpenRead(path.c_str(), &stream, &lines, nullptr, nullptr, &packets), 1);
+    std::vector<uint8_t> plane(6, 0);
+    lines.planes[0] = plane.data();
+    EXPECT_EQ(picReadScanline(stream, packets, &lines, 2), 1);
+    EXPECT_EQ(picReadScanline(stream, packets, &lines, 1), 0);
+    EXPECT_EQ(picReadScanline(stream, packets, &lines, 0), 0);  // the stream was sent to its end
+    EXPECT_EQ(plane, (std::vector<uint8_t>{0, 0, 0, 0, 7, 8}));
+    picPacketsFree(packets);
+    fclose(stream);
 }
 
 TEST_F(Pictures, DamagedFilesAreRefusedWithTheirMessage) {

@@ -206,15 +206,24 @@ struct BlockSource {
     }
 };
 
+// How the reading of a line ended. A line cut by the end of the data ends the
+// picture and keeps what was read; a run past the line is damage of the coding
+// itself, and nothing read from such a file can be trusted.
+enum LineResult : int {
+    LINE_OVERRUN = -1,  // a run went past the end of the line
+    LINE_SHORT = 0,     // the data ended inside the line
+    LINE_OK = 1,        // the whole line
+};
+
 // The mixed run-length form of one packet's line. N is the packet's count of
 // planes when every one of them is kept (1 or 3, the usual packets, made
 // into loops of known length), 0 for any packet, whose planes may be dropped.
 template <int N, typename Source>
-int runsRead(Source &src, uint8_t *const dest[4], int n, int width) {
+LineResult runsRead(Source &src, uint8_t *const dest[4], int n, int width) {
     const int planes = N ? N : n;
     for (int x = 0; x < width;) {
         int c = src.get();
-        if (c == EOF) return 0;
+        if (c == EOF) return LINE_SHORT;
         int count;
         bool literal = c < 128;
         size_t got = 0;
@@ -222,15 +231,14 @@ int runsRead(Source &src, uint8_t *const dest[4], int n, int width) {
             count = c + 1;
         } else if (c == 128) {
             const uint8_t *b = src.take(2, &got);
-            if (got < 2) return 0;
+            if (got < 2) return LINE_SHORT;
             count = be16(b);
         } else {
             count = c - 127;
         }
         if (x + count > width) {
-            // A run past the line: the picture cannot be trusted further.
             src.toEnd();
-            return 0;
+            return LINE_OVERRUN;
         }
         const size_t want = static_cast<size_t>(literal ? count : 1) * planes;
         const uint8_t *pixels = src.take(want, &got);
@@ -265,16 +273,16 @@ int runsRead(Source &src, uint8_t *const dest[4], int n, int width) {
                     }
                 }
         }
-        if (got < want) return 0;
+        if (got < want) return LINE_SHORT;
         x += count;
     }
-    return 1;
+    return LINE_OK;
 }
 
 // One scan line, every packet of the chain; what was read before a failure
 // stays in the planes.
 template <typename Source>
-int scanlineRead(Source &src, PicturePacket *packets, PictureInfo *info, int row) {
+LineResult scanlineRead(Source &src, PicturePacket *packets, PictureInfo *info, int row) {
     const int width = info->width;
     for (PicturePacket *p = packets; p; p = p->next) {
         int planes[4];
@@ -299,22 +307,22 @@ int scanlineRead(Source &src, PicturePacket *packets, PictureInfo *info, int row
                     else
                         for (int i = 0; i < whole; ++i) d[i] = line[i * n + k];
                 }
-            if (got < want) return 0;
+            if (got < want) return LINE_SHORT;
             continue;
         }
-        const int ok = all && n == 3 ? runsRead<3>(src, dest, n, width)
-                       : all && n == 1 ? runsRead<1>(src, dest, n, width)
-                                       : runsRead<0>(src, dest, n, width);
-        if (!ok) return 0;
+        const LineResult result = all && n == 3 ? runsRead<3>(src, dest, n, width)
+                                  : all && n == 1 ? runsRead<1>(src, dest, n, width)
+                                                  : runsRead<0>(src, dest, n, width);
+        if (result != LINE_OK) return result;
     }
-    return 1;
+    return LINE_OK;
 }
 
 }  // namespace
 
 int picReadScanline(FILE *stream, PicturePacket *packets, PictureInfo *info, int row) {
     StreamSource src{stream, {}};
-    return scanlineRead(src, packets, info, row);
+    return scanlineRead(src, packets, info, row) == LINE_OK;
 }
 
 int picRead(const char *name, PictureInfo *info) {
@@ -348,11 +356,18 @@ int picRead(const char *name, PictureInfo *info) {
     // The lines are decoded from blocks read ahead: no call per pixel.
     BlockSource src{f, std::vector<uint8_t>(size_t{1} << 18)};
     // First line on top; in memory the bottom row is row 0. A file that ends
-    // early leaves the rest zero.
-    for (int line = 0; line < in.height; ++line)
-        if (!scanlineRead(src, packets, &in, in.height - 1 - line)) break;
+    // early leaves the rest zero; a run past a line fails the picture.
+    LineResult result = LINE_OK;
+    int line = 0;
+    for (; line < in.height && result == LINE_OK; ++line)
+        result = scanlineRead(src, packets, &in, in.height - 1 - line);
     picPacketsFree(packets);
     closeStream(f);
+    if (result == LINE_OVERRUN) {
+        fprintf(stderr, "Picture %s: a run goes past the end of line %d\n", name, line);
+        picFree(&in);
+        return 0;
+    }
     *info = in;
     return 1;
 }

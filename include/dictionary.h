@@ -546,6 +546,7 @@ int sceneConnectAnimation(Dictionary *dict, const RelationDict *table);
 struct SceneLoadHooks {
     int (*buildUpdateLists)(Dictionary *dict);          // the main update list; 0 on a cycle
     void (*updateScene)(Dictionary *dict, float time);  // the first scene update
+    void (*select)(Dictionary *dict, int chapter, int index);  // onto the current select list
 };
 extern SceneLoadHooks g_sceneLoadHooks;
 

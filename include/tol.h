@@ -172,6 +172,10 @@ int selectListCount();
 int selectListInUse(int list);
 void selectListAdd(int list, const TOL_Elem &elem);
 int selectListSize(int list);
+// 1 when the list holds the element (chapter, index) of dictionary slot `dict`.
+int selectListHas(int list, uint32_t dict, uint32_t chapter, uint32_t index);
+// Puts an element of `dict` on the calling thread's current select list.
+void selectListAddCurrent(Dictionary *dict, int chapter, int index);
 
 TOL_Status TOL_sceneCreate(TOL_Scene *scene);
 TOL_Status TOL_sceneLoad(TOL_Database *db, const char *name, TOL_Scene *scene);

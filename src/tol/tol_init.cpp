@@ -28,6 +28,8 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     // A load ends with the scene's update list and its first update.
     g_sceneLoadHooks.buildUpdateLists = updatelistBuildScene;
     g_sceneLoadHooks.updateScene = updatelistSceneUpdate;
+    // Elements a file marks selected join the loading scene's select list.
+    g_sceneLoadHooks.select = selectListAddCurrent;
 
     char cwd[BW_PATH_MAX];
     g_workDir = getcwd(cwd, sizeof cwd) ? cwd : "";

@@ -137,6 +137,21 @@ void selectListAdd(int list, const TOL_Elem &elem) {
 int selectListSize(int list) {
     return selectListInUse(list) ? static_cast<int>(selectLists[static_cast<size_t>(list)].items.size()) : 0;
 }
+int selectListHas(int list, uint32_t dict, uint32_t chapter, uint32_t index) {
+    if (!selectListInUse(list)) return 0;
+    for (const TOL_Elem &e : selectLists[static_cast<size_t>(list)].items)
+        if (e.dict == dict && e.chapter == chapter && e.index == index) return 1;
+    return 0;
+}
+void selectListAddCurrent(Dictionary *dict, int chapter, int index) {
+    ThreadStorage *ts = threadStorage();
+    int slot = ts->curDict;
+    if (dictGet(slot) != dict)
+        for (slot = 0; slot < dictCount() && dictGet(slot) != dict; ++slot) continue;
+    if (slot >= dictCount()) return;  // a dictionary outside the layer's has no select list
+    selectListAdd(ts->curSelectList, TOL_Elem{static_cast<uint32_t>(slot), static_cast<uint32_t>(chapter),
+                                              static_cast<uint32_t>(index), -1, 0});
+}
 
 int tol_sceneIsValid(const TOL_Scene *scene) {
     if (!scene) return 0;

@@ -118,10 +118,12 @@ int readCamera(Dictionary *dict, int index, const char *path) {
     return 2;  // read, not owned
 }
 
+// A light whose file marks it selected goes on the scene's select list.
 int readLight(Dictionary *dict, int index, const char *path) {
     Light *light = lightFileRead(path);
     if (!light) return 0;
     elemGet(dict, CHP_LIGHTS, index)->data = light;
+    if (lightOnSelectList(*light) && g_sceneLoadHooks.select) g_sceneLoadHooks.select(dict, CHP_LIGHTS, index);
     return 1;
 }
 

@@ -1,5 +1,6 @@
 // The bwinfo tool on a material file, a cut copy of it and a foreign file,
-// on a model file, and on animation, shape and cluster files.
+// on a model file, on animation, shape and cluster files, and on a camera
+// file of another writer.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,6 +8,7 @@
 
 #include "animation.h"
 #include "capture.h"
+#include "fileio/bytes.h"
 #include "material.h"
 #include "model.h"
 #include "run_viewer.h"
@@ -153,4 +155,23 @@ TEST(Bwinfo, DumpsCurvesShapesAndClusters) {
                                   "bwinfo: cut.ani: reading stopped at offset 158: "
                                   "Passed end of file cut.ani while reading data\n"))
         << cut.out;
+}
+
+TEST(Bwinfo, DumpsACameraWhosePositionBlocksEndByAWord) {
+    // The position block ended by 0, the interest block holding a path and
+    // ended by 7, then field of view, near and far behind them.
+    using namespace bwtest;
+    Bytes body = be16(3) + be16(1) + f32(1) + f32(2) + f32(3) + be16(0) + be16(4) + be16(3) + be16(5) +
+                 text0("s-track") + be16(1) + f32(4) + f32(5) + f32(6) + be16(7) + be16(12) + be16(1) + f32(0.5f) +
+                 be16(7) + be16(1) + f32(0.125f) + be16(8) + be16(1) + f32(800) + be16(0);
+    TempDir dir;
+    writeBytes(dir / "eye.cam", header(BIN_ID_CAMERA, 4.0f) + body);
+    RunResult r = bwinfo({"eye.cam"}, dir.path());
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_TRUE(contains(r.out, "eye.cam: BRACKWOOD Binary Camera\n")) << r.out;
+    EXPECT_TRUE(contains(r.out, "  position 1 2 3\n  interest 4 5 6\n"
+                                "  roll 0, field of view 0.5, near 0.125, far 800\n"))
+        << r.out;
+    EXPECT_TRUE(contains(r.out, "  camera interest follows path \"s-track\", word 5\n")) << r.out;
+    EXPECT_EQ(r.err, "");
 }

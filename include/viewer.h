@@ -127,6 +127,10 @@ void viewerWaitForEnter();
 int viewerStartup(const ViewerOptions &options);
 // Sets the aspect of the camera of each Scene Context, keeping the current scene.
 void viewerSetAspect(float aspect);
+// Connects to the window system; 0 when there is none to connect to.
+int viewerRegisterClass();
+// 1 with a window, or with quit posted when the window got no pixel format;
+// 0 when no window could be made.
 int viewerCreateWindow(const char *title, int width, int height, const char *geometry);
 // The whole run from process start; returns the process exit status.
 int viewerMain(int argc, char *argv[]);

@@ -192,6 +192,13 @@ int viewerMain(int argc, char *argv[]) {
     setvbuf(stderr, nullptr, _IONBF, 0);
     viewerClock();  // the clock counts from here
     viewerInitDefaults();
+    // The window system comes first: without it nothing else is worth reading,
+    // let alone loading.
+    if (!viewerRegisterClass()) {
+        fprintf(stderr, "Can't start Windowing System\n");
+        viewerWaitForEnter();
+        return -1;
+    }
 
     animationOptimise = -1;
     ViewerOptions options = viewerParseOptions(argc, argv);

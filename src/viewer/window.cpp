@@ -361,6 +361,13 @@ void onMotion(XMotionEvent *event) {
 
 }  // namespace
 
+int viewerRegisterClass() {
+    if (display) return 1;
+    XInitThreads();  // before any other Xlib call: the update thread may take the lock too
+    display = XOpenDisplay(nullptr);
+    return display ? 1 : 0;
+}
+
 int viewerCreateWindow(const char *title, int width, int height, const char *geometry) {
     (void)geometry;  // the window opens at the default place; -s gives its size only
     if (!keyStateMapOpen()) {
@@ -374,10 +381,8 @@ int viewerCreateWindow(const char *title, int width, int height, const char *geo
     if (width < 1) width = 1;
     if (height < 1) height = 1;
 
-    destroyWindow();  // one window at a time
-    XInitThreads();
-    display = XOpenDisplay(nullptr);
-    if (!display) return 0;
+    if (window) destroyWindow();  // one window at a time
+    if (!viewerRegisterClass()) return 0;
     int screen = DefaultScreen(display);
     unsigned char buttonMap[32];
     pointerButtons = XGetPointerMapping(display, buttonMap, sizeof buttonMap);
@@ -391,6 +396,10 @@ int viewerCreateWindow(const char *title, int width, int height, const char *geo
     std::vector<PixelFormat> formats;
     for (int i = 0; i < count; ++i) formats.push_back(describeFormat(configs[i], i + 1));
 
+    // A window that gets no pixel format, or cannot take the one chosen, has
+    // no GL to draw with: that posts quit. The connection goes with the window,
+    // so the message loop leaves at its first turn without drawing, and the
+    // run ends as after the close button.
     int chosen = viewerChoosePixelFormat(screen, formats.data(), count);
     int made = 0;
     if (chosen) {
@@ -400,7 +409,7 @@ int viewerCreateWindow(const char *title, int width, int height, const char *geo
     if (configs) XFree(configs);
     if (!made) {
         destroyWindow();
-        return 0;
+        return 1;
     }
     clientWidth = width;
     clientHeight = height;

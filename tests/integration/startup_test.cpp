@@ -1,4 +1,6 @@
-// The viewer binary from the command line to the end of start-up.
+// The viewer binary from the command line to the end of start-up. Each run
+// that gets through start-up opens its window on the test's X server and is
+// closed at the first frame.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -18,18 +20,21 @@ using bwtest::contains;
 namespace {
 
 const std::string rsrc = BW_RSRC_DIR;
-const std::string endOfStartup = "Can't create windows\n";
+const std::string endOfStartup = "Trying to use format ";  // the window is being made
 const std::string pressEnter = "Press on <ENTER> to close the window\n";
 
 // A scratch directory with the demo database written by bwdemo, as users get it.
 class Startup : public ::testing::Test {
 protected:
     void SetUp() override {
+        if (!getenv("DISPLAY")) GTEST_SKIP() << "needs an X display (run under xvfb-run)";
+        dir.write("quit.txt", "at 1\nquit\n");
         RunResult made = bwtest::runProgram(BW_BWDEMO_BIN, {dir.path()}, dir.path());
         ASSERT_EQ(made.status, 0) << made.err;
     }
     RunResult run(std::vector<std::string> args, std::vector<std::string> env = {}) {
-        env.insert(env.begin(), {"BW_DBDIR", "BW_RSRC", "BW_CUSTOM_SHADER"});
+        env.insert(env.begin(), {"BW_DBDIR", "BW_RSRC", "BW_CUSTOM_SHADER", "BW_PIXELFORMAT",
+                                 "BW_VIEWER_SCRIPT=quit.txt", "LIBGL_ALWAYS_SOFTWARE=1"});
         return runViewer(args, dir.path(), env);
     }
     // Makes another database directory with a SCENES chapter holding `scene`.
@@ -46,6 +51,7 @@ protected:
 }  // namespace
 
 TEST(Help, PrintsUsageAndKeysAndWaits) {
+    if (!getenv("DISPLAY")) GTEST_SKIP() << "needs an X display (run under xvfb-run)";
     bwtest::TempDir dir;
     RunResult r = runViewer({"-h"}, dir.path());
     EXPECT_EQ(r.status, 255);
@@ -67,7 +73,7 @@ TEST(Help, PrintsUsageAndKeysAndWaits) {
 
 TEST_F(Startup, NewestSceneOfTheDatabaseDirectory) {
     RunResult r = run({"-R", rsrc});
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.out,
                          "Database Initialisation\n"
                          "-----------------------\n"
@@ -78,8 +84,9 @@ TEST_F(Startup, NewestSceneOfTheDatabaseDirectory) {
                          "scene 1:                demo.1-0\n"
                          "Texture Summary\n"))
         << r.out;
-    EXPECT_EQ(r.out.substr(r.out.size() - endOfStartup.size()), endOfStartup);
-    EXPECT_EQ(r.err.substr(r.err.size() - pressEnter.size()), pressEnter);
+    EXPECT_TRUE(contains(r.out, "Used texture memory:    ")) << r.out;
+    EXPECT_TRUE(contains(r.out, endOfStartup));
+    EXPECT_FALSE(contains(r.err, pressEnter));
 }
 
 TEST_F(Startup, DatabaseByNamePrefixAndPath) {
@@ -165,7 +172,7 @@ TEST_F(Startup, DamagedDatabaseDirectoryNeverCrashes) {
     garbage.push_back('\0');
     dir.write("DatabaseDir.rsrc", garbage);
     RunResult r = run({"-R", rsrc});
-    EXPECT_EQ(r.status, 255);
+    EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(contains(r.out, "Using database:         demo\n")) << r.out << r.err;
 
     dir.write("DatabaseDir.rsrc", "DATABASE " + std::string(5000, 'n') + " PATH " + dir / "demo" +

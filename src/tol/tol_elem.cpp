@@ -7,6 +7,8 @@
 #include "database.h"
 #include "camera.h"
 #include "dictionary.h"
+#include "material.h"
+#include "model.h"
 #include "tol.h"
 
 namespace {
@@ -16,17 +18,6 @@ constexpr int32_t REL_CAMERA_HIERARCHY = 1110;
 constexpr int32_t REL_LIGHT_HIERARCHY = 2110;
 
 bool isModelChapter(uint32_t chapter) { return chapter == CHP_MODELS; }
-
-// Number of values of an element parameter, 0 for a number that is no parameter.
-int paramValueCount(int param) {
-    switch (param) {
-    case 1: case 100: case 101: case 102: case 103: case 104: case 105: case 106: return 2;
-    case 2: case 3: case 4: case 5: case 14: case 15: case 16: case 22: return 1;
-    case 6: case 10: case 11: case 12: case 13: case 17: case 21: return 3;
-    case 18: case 19: case 20: return 6;
-    default: return 0;
-    }
-}
 
 // Resolves quietly; null when the handle names no live element.
 Element *entryOf(const TOL_Elem *elem, Dictionary **dict = nullptr) {
@@ -180,32 +171,311 @@ TOL_Elem *TOL_elemGetRoot(const TOL_Elem *elem, TOL_Elem *dest) {
     return out;
 }
 
+namespace {
+
+// ---------------------------------------------------------------------------
+// Element parameters. Each number reads and writes a field of the records a
+// model carries: the node itself, its list entry, its first material, its
+// first 2D texture and its 3D texture. Angles are degrees, as in files and
+// curves; u16 fields read as whole numbers and are written rounded.
+
+// Where a parameter's values live.
+enum ParamHolder {
+    HOLD_ENTRY,      // the list entry: any model has it
+    HOLD_MODEL,      // the model node (element data)
+    HOLD_MATERIAL,   // the node's first material, or a material element's own
+    HOLD_TEXTURE,    // the node's first 2D texture, or a 2D texture element's own
+    HOLD_TEXTURE3D,  // the node's 3D texture
+    HOLD_CAMERA,     // a camera element's record
+};
+
+// The records an element offers to its parameters; null where it has none.
+struct ParamTarget {
+    Element *entry;        // the list entry
+    Model *model;          // model node
+    Material *material;    // first material
+    Texture2D *texture;    // first 2D texture
+    Texture3D *texture3D;  // 3D texture
+    Camera *camera;        // camera record
+};
+
+ParamTarget paramTarget(uint32_t chapter, Element *entry) {
+    ParamTarget t{entry, nullptr, nullptr, nullptr, nullptr, nullptr};
+    switch (chapter) {
+    case CHP_MODELS:
+        t.model = static_cast<Model *>(entry->data);
+        if (!t.model) break;
+        for (int i = 0; t.model->materials && i < t.model->materialCount && !t.material; ++i)
+            t.material = t.model->materials[i];
+        for (int i = 0; t.model->textures2D && i < t.model->texture2DCount && !t.texture; ++i)
+            t.texture = t.model->textures2D[i];
+        t.texture3D = t.model->texture3D;
+        break;
+    case CHP_MATERIALS: t.material = static_cast<Material *>(entry->data); break;
+    case CHP_TEXTURES2D: t.texture = static_cast<Texture2D *>(entry->data); break;
+    case CHP_CAMERAS: t.camera = static_cast<Camera *>(entry->data); break;
+    default: break;
+    }
+    return t;
+}
+
+bool holderPresent(const ParamTarget &t, ParamHolder holder, uint32_t chapter) {
+    switch (holder) {
+    case HOLD_ENTRY: return isModelChapter(chapter);
+    case HOLD_MODEL: return t.model;
+    case HOLD_MATERIAL: return t.material;
+    case HOLD_TEXTURE: return t.texture;
+    case HOLD_TEXTURE3D: return t.texture3D;
+    case HOLD_CAMERA: return t.camera;
+    }
+    return false;
+}
+
+constexpr float DEGREES_PER_RADIAN = 57.29577951f;
+
+void getFloats(float *out, const float *field, int n) { memcpy(out, field, sizeof(float) * static_cast<size_t>(n)); }
+void setFloats(float *field, const float *in, int n) { memcpy(field, in, sizeof(float) * static_cast<size_t>(n)); }
+void getWords(float *out, const uint16_t *field, int n) {
+    for (int i = 0; i < n; ++i) out[i] = field[i];
+}
+void setWords(uint16_t *field, const float *in, int n) {
+    for (int i = 0; i < n; ++i) {
+        float v = in[i] < 0.0f ? 0.0f : in[i] > 65535.0f ? 65535.0f : in[i];
+        field[i] = static_cast<uint16_t>(v + 0.5f);
+    }
+}
+
+// A changed material or texture is rebuilt by the draw when it sees the new revision.
+void touched(const ParamTarget &t, ParamHolder holder) {
+    if (holder == HOLD_MATERIAL) ++t.material->revision;
+    if (holder == HOLD_TEXTURE) ++t.texture->revision;
+}
+
+using ParamGet = void (*)(const ParamTarget &t, float *out);
+using ParamSet = void (*)(const ParamTarget &t, const float *in);
+
+// The getters and setters, one pair a parameter.
+void getInherit(const ParamTarget &t, float *o) { getWords(o, t.model->inheritFlags, 2); }
+void setInherit(const ParamTarget &t, const float *v) { setWords(t.model->inheritFlags, v, 2); }
+void getVisible(const ParamTarget &t, float *o) { o[0] = t.model->visible ? 1.0f : 0.0f; }
+void setVisible(const ParamTarget &t, const float *v) { t.model->visible = v[0] >= 1.0f ? 1 : 0; }
+void getAnimKind(const ParamTarget &t, float *o) { getWords(o, &t.model->animKind, 1); }
+void setAnimKind(const ParamTarget &t, const float *v) { setWords(&t.model->animKind, v, 1); }
+void getStamp(const ParamTarget &t, float *o) { o[0] = t.model->versionStamp; }
+void setStamp(const ParamTarget &t, const float *v) { t.model->versionStamp = v[0]; }
+void getSelected(const ParamTarget &t, float *o) { o[0] = t.entry->selected ? 1.0f : 0.0f; }
+void setSelected(const ParamTarget &t, const float *v) { t.entry->selected = v[0] > 0.0f ? 1 : 0; }
+// The colour slot reads as mid grey and keeps nothing.
+void getColourSlot(const ParamTarget &, float *o) { o[0] = o[1] = o[2] = 0.5f; }
+void setColourSlot(const ParamTarget &, const float *) {}
+void getScaling(const ParamTarget &t, float *o) { getFloats(o, t.model->scaling, 3); }
+void setScaling(const ParamTarget &t, const float *v) {
+    setFloats(t.model->scaling, v, 3);
+    modelUpdateTransform(t.model);
+}
+void getRotation(const ParamTarget &t, float *o) {
+    for (int i = 0; i < 3; ++i) o[i] = t.model->rotation[i] * DEGREES_PER_RADIAN;
+}
+void setRotation(const ParamTarget &t, const float *v) {
+    for (int i = 0; i < 3; ++i) t.model->rotation[i] = v[i] / DEGREES_PER_RADIAN;
+    modelUpdateTransform(t.model);
+}
+void getTranslation(const ParamTarget &t, float *o) { getFloats(o, t.model->translation, 3); }
+void setTranslation(const ParamTarget &t, const float *v) {
+    setFloats(t.model->translation, v, 3);
+    modelUpdateTransform(t.model);
+}
+void getAmbient(const ParamTarget &t, float *o) { getFloats(o, t.material->ambient, 3); }
+void setAmbient(const ParamTarget &t, const float *v) { setFloats(t.material->ambient, v, 3); }
+void getDecay(const ParamTarget &t, float *o) { o[0] = t.material->specularDecay; }
+void setDecay(const ParamTarget &t, const float *v) { t.material->specularDecay = v[0]; }
+void getTransparency(const ParamTarget &t, float *o) { o[0] = t.material->transparency; }
+void setTransparency(const ParamTarget &t, const float *v) {
+    for (float &c : t.material->transparencyColour) c = v[0];
+    t.material->transparency = v[0];
+}
+void getShading(const ParamTarget &t, float *o) { getWords(o, &t.material->shadingModel, 1); }
+void setShading(const ParamTarget &t, const float *v) { setWords(&t.material->shadingModel, v, 1); }
+void getDiffuse(const ParamTarget &t, float *o) { getFloats(o, t.material->diffuse, 3); }
+void setDiffuse(const ParamTarget &t, const float *v) { setFloats(t.material->diffuse, v, 3); }
+void getSpecular(const ParamTarget &t, float *o) { getFloats(o, t.material->specular, 3); }
+void setSpecular(const ParamTarget &t, const float *v) { setFloats(t.material->specular, v, 3); }
+// The stored bounding block: its first two vectors.
+void getBounding(const ParamTarget &t, float *o) {
+    getFloats(o, t.model->bounding[0], 3);
+    getFloats(o + 3, t.model->bounding[1], 3);
+}
+void setBounding(const ParamTarget &t, const float *v) {
+    setFloats(t.model->bounding[0], v, 3);
+    setFloats(t.model->bounding[1], v + 3, 3);
+    t.model->hasBounding = 1;
+}
+void getProjectionBox(const ParamTarget &t, float *o) {
+    getFloats(o, t.texture->boxSize, 3);
+    getFloats(o + 3, t.texture->boxCentre, 3);
+}
+void setProjectionBox(const ParamTarget &t, const float *v) {
+    setFloats(t.texture->boxSize, v, 3);
+    setFloats(t.texture->boxCentre, v + 3, 3);
+}
+void getSolidPlace(const ParamTarget &t, float *o) {
+    getFloats(o, t.texture3D->scaling, 3);
+    getFloats(o + 3, t.texture3D->translation, 3);
+}
+void setSolidPlace(const ParamTarget &t, const float *v) {
+    setFloats(t.texture3D->scaling, v, 3);
+    setFloats(t.texture3D->translation, v + 3, 3);
+}
+void getAspect(const ParamTarget &t, float *o) { o[0] = t.camera->aspect; }
+void setAspect(const ParamTarget &t, const float *v) { t.camera->aspect = v[0]; }
+void getUvScale(const ParamTarget &t, float *o) { o[0] = t.texture->uScale; o[1] = t.texture->vScale; }
+void setUvScale(const ParamTarget &t, const float *v) { t.texture->uScale = v[0]; t.texture->vScale = v[1]; }
+void getUvOffset(const ParamTarget &t, float *o) { o[0] = t.texture->uOffset; o[1] = t.texture->vOffset; }
+void setUvOffset(const ParamTarget &t, const float *v) { t.texture->uOffset = v[0]; t.texture->vOffset = v[1]; }
+void getCropX(const ParamTarget &t, float *o) { getFloats(o, t.texture->crop, 2); }
+void setCropX(const ParamTarget &t, const float *v) { setFloats(t.texture->crop, v, 2); }
+void getCropY(const ParamTarget &t, float *o) { getFloats(o, t.texture->crop + 2, 2); }
+void setCropY(const ParamTarget &t, const float *v) { setFloats(t.texture->crop + 2, v, 2); }
+void getTiles(const ParamTarget &t, float *o) { getWords(o, t.texture->tiles, 2); }
+void setTiles(const ParamTarget &t, const float *v) { setWords(t.texture->tiles, v, 2); }
+void getMirror(const ParamTarget &t, float *o) { getWords(o, t.texture->mirror, 2); }
+void setMirror(const ParamTarget &t, const float *v) { setWords(t.texture->mirror, v, 2); }
+void getCropSwitches(const ParamTarget &t, float *o) { o[0] = t.texture->cropOn; o[1] = t.texture->interpolate; }
+void setCropSwitches(const ParamTarget &t, const float *v) {
+    setWords(&t.texture->cropOn, v, 1);
+    setWords(&t.texture->interpolate, v + 1, 1);
+}
+
+// number, values, holder, getter and setter suffix. Parameter 22 is a
+// camera's: a model never has it.
+#define TOL_ELEM_PARAMS(X)                       \
+    X(1, 2, HOLD_MODEL, Inherit)                 \
+    X(2, 1, HOLD_MODEL, Visible)                 \
+    X(3, 1, HOLD_MODEL, AnimKind)                \
+    X(4, 1, HOLD_MODEL, Stamp)                   \
+    X(5, 1, HOLD_ENTRY, Selected)                \
+    X(6, 3, HOLD_ENTRY, ColourSlot)              \
+    X(10, 3, HOLD_MODEL, Scaling)                \
+    X(11, 3, HOLD_MODEL, Rotation)               \
+    X(12, 3, HOLD_MODEL, Translation)            \
+    X(13, 3, HOLD_MATERIAL, Ambient)             \
+    X(14, 1, HOLD_MATERIAL, Decay)               \
+    X(15, 1, HOLD_MATERIAL, Transparency)        \
+    X(16, 1, HOLD_MATERIAL, Shading)             \
+    X(17, 3, HOLD_MATERIAL, Diffuse)             \
+    X(18, 6, HOLD_MODEL, Bounding)               \
+    X(19, 6, HOLD_TEXTURE, ProjectionBox)        \
+    X(20, 6, HOLD_TEXTURE3D, SolidPlace)         \
+    X(21, 3, HOLD_MATERIAL, Specular)            \
+    X(22, 1, HOLD_CAMERA, Aspect)                \
+    X(100, 2, HOLD_TEXTURE, UvScale)             \
+    X(101, 2, HOLD_TEXTURE, UvOffset)            \
+    X(102, 2, HOLD_TEXTURE, CropX)               \
+    X(103, 2, HOLD_TEXTURE, CropY)               \
+    X(104, 2, HOLD_TEXTURE, Tiles)               \
+    X(105, 2, HOLD_TEXTURE, Mirror)              \
+    X(106, 2, HOLD_TEXTURE, CropSwitches)
+
+struct ElemParam {
+    int number;         // parameter number
+    int count;          // values it has
+    ParamHolder holder; // record the values live in
+    ParamGet get;
+    ParamSet set;
+};
+
+constexpr ElemParam ELEM_PARAMS[] = {
+#define X(number, count, holder, name) {number, count, holder, get##name, set##name},
+    TOL_ELEM_PARAMS(X)
+#undef X
+};
+
+const ElemParam *paramFind(int number) {
+    for (const ElemParam &p : ELEM_PARAMS)
+        if (p.number == number) return &p;
+    return nullptr;
+}
+
+// Relations whose value is an element parameter: relation id, parameter. The
+// relation's source chapter is the chapter of the elements it drives.
+#define TOL_RELATION_PARAMS(X) \
+    X(10, 2)                   \
+    X(12, 2)                   \
+    X(100, 10)                 \
+    X(101, 11)                 \
+    X(113, 12)                 \
+    X(301, 13)                 \
+    X(302, 17)                 \
+    X(303, 21)
+
+constexpr struct {
+    int32_t relid;  // relation id
+    int param;      // element parameter it drives
+} RELATION_PARAMS[] = {
+#define X(relid, param) {relid, param},
+    TOL_RELATION_PARAMS(X)
+#undef X
+};
+
+// Resolves the element and the parameter of a get or set (`count` is the
+// number of values a set brings).
+struct ParamCall {
+    TOL_Status status;      // non-zero: reported already, the call ends with it
+    const ElemParam *param; // the parameter reached
+    ParamTarget target;     // the element's records
+};
+
+ParamCall paramResolve(const TOL_Elem *elem, int number, int byRelation, const char *caller, bool isSet,
+                       int count) {
+    ParamCall call{0, nullptr, {}};
+    auto fail = [&](TOL_Status status) {
+        call.status = status;
+        return call;
+    };
+    Element *entry = nullptr;
+    if (TOL_Status status = tol_elemResolve(elem, -1, nullptr, nullptr, &entry, -1, caller, 1)) return fail(status);
+    const int chapter = static_cast<int>(elem->chapter);
+    const bool model = isModelChapter(elem->chapter);
+    call.target = paramTarget(elem->chapter, entry);
+    if (byRelation) {
+        if (relRowFind(&g_relationDict, number) < 0) return fail(tol_report(15, caller, number));
+        for (const auto &r : RELATION_PARAMS)
+            if (r.relid == number) call.param = paramFind(r.param);
+        if (!call.param) return fail(tol_report(25, caller, number));
+        int16_t relChapter = -10;
+        relRowInstance(&g_relationDict, number, 1, &relChapter, nullptr, nullptr, nullptr, nullptr, nullptr);
+        if (relChapter != -10 && relChapter != chapter)
+            return fail(tol_report(26, caller, chapter, number, static_cast<int>(relChapter)));
+    } else {
+        if (!isSet && !model) return fail(tol_report(26, caller, chapter, number, CHP_MODELS));
+        call.param = paramFind(number);
+        if (!call.param) return fail(tol_report(23, caller, number, chapter));
+    }
+    if (isSet && count != call.param->count)
+        return fail(tol_report(24, caller, count, number, call.param->count));
+    // By number only models have parameters, and cameras their aspect.
+    bool kindOk = byRelation || model || call.param->holder == HOLD_CAMERA;
+    if (!kindOk || !holderPresent(call.target, call.param->holder, elem->chapter))
+        return fail(tol_report(23, caller, number, chapter));
+    return call;
+}
+
+}  // namespace
+
 TOL_Status TOL_elemGetParams(const TOL_Elem *elem, int param, int byRelation, int *count,
                              float **values) {
     const char *caller = "TOL_elemGetParams():";
     if (!elem) return tol_report(16, "TOL_elemGetParams(): elem:");
     if (!count) return tol_report(16, "TOL_elemGetParams(): count:");
     if (!values) return tol_report(16, "TOL_elemGetParams(): values:");
-    Element *entry = nullptr;
-    TOL_Status status = tol_elemResolve(elem, -1, nullptr, nullptr, &entry, -1, caller, 1);
-    if (status) return status;
-    if (byRelation) {
-        if (relRowFind(&g_relationDict, param) < 0) return tol_report(15, caller, param);
-        return tol_report(25, caller, param);
-    }
-    if (!isModelChapter(elem->chapter))
-        return tol_report(26, caller, static_cast<int>(elem->chapter), param, CHP_MODELS);
-    int n = paramValueCount(param);
-    if (param != 5 && param != 6) return tol_report(23, caller, param, static_cast<int>(elem->chapter));
+    ParamCall call = paramResolve(elem, param, byRelation, caller, false, 0);
+    if (call.status) return call.status;
+    const int n = call.param->count;
     float *out = static_cast<float *>(realloc(*values, sizeof(float) * static_cast<size_t>(n)));
     if (!out) return tol_report(70, "TOL_elemGetParams");
     *values = out;
     *count = n;
-    if (param == 5) {
-        out[0] = entry->selected ? 1.0f : 0.0f;
-    } else {
-        out[0] = out[1] = out[2] = 0.5f;  // the colour slot reads as mid grey
-    }
+    call.param->get(call.target, out);
     return 0;
 }
 
@@ -214,25 +484,10 @@ TOL_Status TOL_elemSetParams(const TOL_Elem *elem, int param, int byRelation, in
     const char *caller = "TOL_elemSetParams():";
     if (!elem) return tol_report(16, "TOL_elemSetParams(): elem:");
     if (!values) return tol_report(16, "TOL_elemSetParams(): values:");
-    Dictionary *dict = nullptr;
-    Element *entry = nullptr;
-    TOL_Status status = tol_elemResolve(elem, -1, &dict, nullptr, &entry, -1, caller, 1);
-    if (status) return status;
-    if (byRelation) {
-        if (relRowFind(&g_relationDict, param) < 0) return tol_report(15, caller, param);
-        return tol_report(25, caller, param);
-    }
-    int n = paramValueCount(param);
-    if (n == 0) return tol_report(23, caller, param, static_cast<int>(elem->chapter));
-    if (count != n) return tol_report(24, caller, count, param, n);
-    if (param == 22 && elem->chapter == CHP_CAMERAS) {
-        if (Camera *camera = static_cast<Camera *>(entry->data)) camera->aspect = values[0];
-        return 0;
-    }
-    if (!isModelChapter(elem->chapter) || (param != 5 && param != 6))
-        return tol_report(23, caller, param, static_cast<int>(elem->chapter));
-    if (param == 5) entry->selected = values[0] > 0.0f ? 1 : 0;
-    // The colour slot accepts its values and keeps none.
+    ParamCall call = paramResolve(elem, param, byRelation, caller, true, count);
+    if (call.status) return call.status;
+    call.param->set(call.target, values);
+    touched(call.target, call.param->holder);
     return 0;
 }
 

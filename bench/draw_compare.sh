@@ -9,7 +9,7 @@
 #
 # Usage: bench/draw_compare.sh [--tree DIR] [--out DIR] [--pairs N] [--frames N]
 #                              [--warmup N] [--sizes "200000 1000000"]
-#   --tree    build tree, relative to the source tree (default build-bench);
+#   --tree    build tree, relative to the source tree (default build-release, the tree of demo.sh);
 #             configured as a release tree without sanitizers when missing
 #   --out     where bwbig writes the database and the OBJ files (default TREE/draw_compare)
 #   --pairs   rounds per size (default 5)
@@ -25,7 +25,7 @@
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 
-tree=build-bench
+tree=build-release
 out=""
 pairs=5
 frames=150

@@ -1,7 +1,7 @@
 // Frames per second of the empty frame loop: the viewer on the demo database,
 // nothing to draw but the clear, run for a fixed number of frames by a script.
 // Run under an X server, e.g.
-//   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/frame_loop_bench
+//   xvfb-run -a -s "-screen 0 1280x1024x24" build-release/bin/frame_loop_bench
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>

@@ -3,7 +3,7 @@
 // of the whole viewer with no mode held, with a zoom button held, and inside
 // the walk loop. Frame rates come from two runs of different lengths, so that
 // start-up drops out. Run under an X server, e.g.
-//   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/walk_bench
+//   xvfb-run -a -s "-screen 0 1280x1024x24" build-release/bin/walk_bench
 #include <benchmark/benchmark.h>
 
 #include <chrono>

@@ -1,6 +1,9 @@
 #!/usr/bin/env bash
 # Shared set-up of demo.sh and test.sh: install what is missing, configure, build.
-# Usage: scripts/setup.sh [--tree DIR] [extra cmake args...]   (DIR defaults to build)
+# Usage: scripts/setup.sh [--release | --tree DIR] [extra cmake args...]
+#   (no flag)    build/: Debug with AddressSanitizer and UBSan, tests on (test.sh)
+#   --release    build-release/: optimised, no sanitizers, no tests (demo.sh, benchmarks)
+#   --tree DIR   the sanitizer configuration in DIR, changed by the extra cmake args
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 
@@ -19,7 +22,13 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 tree=build
-if [ "${1:-}" = "--tree" ]; then tree=$2; shift 2; fi
-cmake -S "$top" -B "$top/$tree" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
-      -DBW_SANITIZE=ON -DBW_WERROR=ON "$@"
+config=(-DCMAKE_BUILD_TYPE=Debug -DBW_SANITIZE=ON -DBW_WERROR=ON)
+case "${1:-}" in
+  --release)
+    tree=build-release
+    config=(-DCMAKE_BUILD_TYPE=Release -DBW_SANITIZE=OFF -DBW_TSAN=OFF -DBW_WERROR=OFF -DBW_TESTS=OFF)
+    shift ;;
+  --tree) tree=$2; shift 2 ;;
+esac
+cmake -S "$top" -B "$top/$tree" -G Ninja "${config[@]}" "$@"
 cmake --build "$top/$tree" -j "$(nproc)"

@@ -133,6 +133,7 @@ extern const GrFont8x13 grFont8x13;
 struct Model;
 struct Material;
 struct Texture2D;
+struct Dictionary;
 
 constexpr uint32_t TESS_DEFAULT_COLOUR = 0xFFB2B2B2;  // packed colour of a fresh vertex
 
@@ -223,13 +224,34 @@ int tessellateNurbsTrimmed(Model *model, const TessTrimLoop *loops, int loopCoun
 // and for every constant (-3) run since its colour carries the model's alpha.
 // Default: a grey through glColor and glMaterial.
 extern void (*g_stripMaterialBind)(int materialId, int shaded);
-// Id of a material in streams: its MATERIALS element index + 2. Default: a
-// look-up in the dictionary being preprocessed (else the calling thread's);
-// 1, the default material, for null or a material that is no element.
+// Id of a material in streams (grMaterialId). Default: the id in the
+// dictionary being preprocessed (else the calling thread's); 1, the default
+// material, for null or a material the scene does not hold.
 extern int (*g_stripMaterialId)(const Material *material);
-// Id of a texture: its TEXTURES2D element index + 2, or -1 when it has none
-// (such a texture is not drawn). Default: the same look-up.
+// Id of a texture (grTextureId), or -1 when it has none (such a texture is
+// not drawn). Default: the same look-up.
 extern int (*g_stripTextureId)(const Texture2D *texture);
+
+// The ids of a scene's materials and textures, which name their display
+// lists (1000 + id, 1500 + id) and stand in the strip streams. One rule for
+// every side: an element of MATERIALS or TEXTURES2D is its index + 2; the
+// records that stand inline in the scene's models follow all the slots of
+// their chapter, in the order of the models' trees (docs/formats.md,
+// "Ids of materials and textures"). The two copies of a scene, loaded from
+// the same files, give every record the same id.
+//
+// 1 (the default material) for null or a material the scene does not hold.
+int grMaterialId(Dictionary *dict, const Material *material);
+// The material of an id; the default material for 1; null for none.
+const Material *grMaterialOfId(Dictionary *dict, int id);
+// One past the scene's last material id.
+int grMaterialIdEnd(Dictionary *dict);
+// -1 for null or a texture the scene does not hold.
+int grTextureId(Dictionary *dict, const Texture2D *texture);
+// The texture of an id; null for none.
+const Texture2D *grTextureOfId(Dictionary *dict, int id);
+// One past the scene's last texture id.
+int grTextureIdEnd(Dictionary *dict);
 
 // Reading a strip stream without drawing it. The offsets of one vertex's
 // cells, -1 for cells it does not have.

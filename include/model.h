@@ -156,6 +156,11 @@ void modelProtoSet(Prototype &proto);  // lists of the version 4.0 writer
 // siblings) not yet tied to an element of `dict`'s MODELS chapter. A null
 // dictionary accepts every node.
 Model *modelFindByName(Dictionary *dict, Model *node, const char *name);
+// The node after `node` in the file's order of the tree under `top`: its
+// first child, else its next sibling, else the next sibling of the nearest
+// ancestor below `top` that has one; null after the last. Starting from
+// `top` walks the whole tree, `top` first, without recursion.
+Model *modelTreeNext(const Model *node, const Model *top);
 // Ties the tree read from the file of MODELS element `rootIndex` to the
 // elements under it (relation 110, child towards parent): the root element
 // gets the root, every element below gets the free node of its name. A node

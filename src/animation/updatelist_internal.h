@@ -46,6 +46,8 @@ void evalCameraParam(UpdateRecord *record, float time, int *flags);       // 113
 void evalLightPosition(UpdateRecord *record, float time, int *flags);     // 2113, 2115
 void evalLightVisibility(UpdateRecord *record, float time, int *flags);   // 2100
 void evalLightParam(UpdateRecord *record, float time, int *flags);        // 2130 to 2136, 2201 to 2207
+void evalMaterialColour(UpdateRecord *record, float time, int *flags);    // 301 to 303
+void evalMaterialScalar(UpdateRecord *record, float time, int *flags);    // 304 to 308, 310 to 312
 
 // The model a transform record works on: the wave's transform object for the
 // wave relations, else the record's data.

@@ -182,8 +182,7 @@ void playTexture(void *user, int id) {
     Player &p = *static_cast<Player *>(user);
     p.textureCell = true;
     if (!p.gprops->texture.active || id == p.g->curTxtId) return;
-    const Element *e = p.dict ? elemGet(p.dict, CHP_TEXTURES2D, id - 2) : nullptr;
-    textureBindList(e ? static_cast<const Texture2D *>(e->data) : nullptr, id, p.gprops);
+    textureBindList(grTextureOfId(p.dict, id), id, p.gprops);
 }
 
 void playStrip(void *user, const float *cells, int count, const StripVertexLayout *l) {

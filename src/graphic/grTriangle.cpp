@@ -40,19 +40,9 @@ const Texture2D *materialTexture(const Material *material) {
     return material && !material->textures.empty() ? &material->textures[0] : nullptr;
 }
 
-int materialIdDefault(const Material *material) {
-    if (!material) return DEFAULT_MATERIAL_ID;
-    Dictionary *dict = lookupDict();
-    const int index = dict ? elemFindByData(dict, CHP_MATERIALS, material) : -1;
-    return index >= 0 ? index + 2 : DEFAULT_MATERIAL_ID;
-}
+int materialIdDefault(const Material *material) { return grMaterialId(lookupDict(), material); }
 
-int textureIdDefault(const Texture2D *texture) {
-    if (!texture) return -1;
-    Dictionary *dict = lookupDict();
-    const int index = dict ? elemFindByData(dict, CHP_TEXTURES2D, texture) : -1;
-    return index >= 0 ? index + 2 : -1;
-}
+int textureIdDefault(const Texture2D *texture) { return grTextureId(lookupDict(), texture); }
 
 }  // namespace
 

@@ -252,18 +252,18 @@ void drawTrianglesDirect(const TOL_Scene *scene, Model *model, const BW_GraphicP
                 glColor4f(mat.diffuse[0], mat.diffuse[1], mat.diffuse[2], alpha);
             } else {
                 grLighting(lit ? 1 : 0);
-                const int id = shadeMaterialId(dict, m);
+                const int id = grMaterialId(dict, m);
                 if (id != g.curMatId) {
                     g.curMatId = id;
                     glCallList(static_cast<GLuint>(MATERIAL_LIST_BASE + id));
                 }
             }
             texture = textured ? textureResolve(model, m, local, g) : nullptr;
-            const int textureId = shadeEntryOf(dict, CHP_TEXTURES2D, texture);
+            const int textureId = grTextureId(dict, texture);
             if (textureId < 0) {
                 texture = nullptr;
                 if (g.curTxtId > 0) textureUnbind(g);
-            } else if (!textureBindList(texture, textureId + 2, gprops)) {
+            } else if (!textureBindList(texture, textureId, gprops)) {
                 texture = nullptr;  // a reflection map makes its own coordinates
             }
         }

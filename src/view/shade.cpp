@@ -6,6 +6,8 @@
 #include <GL/gl.h>
 
 #include <cstdio>
+#include <cstring>
+#include <vector>
 
 #include "camera.h"
 #include "dictionary.h"
@@ -64,8 +66,60 @@ void colourOf(uint8_t source, const float rgb[3], float alpha, float out[4]) {
     out[3] = source == COLOUR_OWN ? alpha : (source == COLOUR_BLACK ? 1.0f : 0.0f);
 }
 
-// The default material's list is one for the whole run.
-ShadeMaterial defaultState = {1, 1.0f};
+// What a material's list holds: the values of its glMaterial calls.
+struct MaterialValues {
+    uint8_t compiled;     // 0: the list is empty
+    float ambient[4];     // GL_AMBIENT
+    float diffuse[4];     // GL_DIFFUSE
+    float specular[4];    // GL_SPECULAR
+    float shininess;      // GL_SHININESS
+
+    bool operator==(const MaterialValues &o) const {
+        return compiled == o.compiled && memcmp(ambient, o.ambient, sizeof ambient) == 0 &&
+               memcmp(diffuse, o.diffuse, sizeof diffuse) == 0 &&
+               memcmp(specular, o.specular, sizeof specular) == 0 && shininess == o.shininess;
+    }
+};
+
+MaterialValues valuesOf(const Material *m, float alpha) {
+    const MaterialForm &form = formOf(m);
+    MaterialValues v{};
+    v.compiled = form.compiled;
+    if (!form.compiled) return v;
+    colourOf(form.ambient, m->ambient, alpha, v.ambient);
+    colourOf(form.diffuse, m->diffuse, alpha, v.diffuse);
+    colourOf(form.specular, m->specular, alpha, v.specular);
+    const float decay = m->specularDecay < MAX_SHININESS ? m->specularDecay : MAX_SHININESS;
+    v.shininess = form.shininess ? decay : 0.0f;
+    return v;
+}
+
+// What the draw last compiled into each material list, by id. The lists
+// belong to the one GL context, whichever copy of the scene compiled them,
+// so this is one table for all scenes.
+struct CompiledMaterial {
+    int32_t serial = -1;                // state initialisation it was compiled after; -1 never
+    const Material *record = nullptr;   // the record compiled
+    uint32_t revision = 0;              // the record's revision then
+    float alpha = 1.0f;                 // alpha of the list's colours
+    MaterialValues values{};            // what went into the list
+};
+std::vector<CompiledMaterial> compiledMaterials;
+
+CompiledMaterial &compiledOf(int id) {
+    if (compiledMaterials.size() <= static_cast<size_t>(id)) compiledMaterials.resize(static_cast<size_t>(id) + 1);
+    return compiledMaterials[static_cast<size_t>(id)];
+}
+
+bool compiledNow(const CompiledMaterial &c) { return c.serial == g_grStateInit.serial; }
+
+// The alpha a material's list has, or gets at its first compile: an
+// opaque material's list holds alpha 1, as the models that use it.
+float listAlpha(int id, const Material *m) {
+    const CompiledMaterial &c = compiledOf(id);
+    if (compiledNow(c)) return c.alpha;
+    return id == DEFAULT_MATERIAL_ID || !m ? 1.0f : 1.0f - m->transparency;
+}
 
 // A material with curves or an expression on one of its values changes
 // each frame.
@@ -74,16 +128,30 @@ bool materialAnimated(const Element *e) {
            relCount(e, 1, RELGR_PARAM, REL_EXPRESSION, -1) > 0;
 }
 
-// The record of a material: MATERIALS entry `index`, or -1 the default one.
-ShadeMaterial *materialState(ViewScene &s, int32_t index) {
-    if (index < 0) return &defaultState;
-    return static_cast<size_t>(index) < s.materials.size() ? &s.materials[static_cast<size_t>(index)] : nullptr;
+const char *materialName(Dictionary *dict, int id) {
+    if (const Material *m = grMaterialOfId(dict, id)) return m->name.c_str();
+    const Element *e = elemGet(dict, CHP_MATERIALS, id - 2);
+    return e && e->name ? e->name->fullName.c_str() : "";
 }
 
-const char *materialName(const Dictionary *dict, int32_t index) {
-    const Element *e = elemGet(const_cast<Dictionary *>(dict), CHP_MATERIALS, index);
-    if (e && e->data) return static_cast<const Material *>(e->data)->name.c_str();
-    return e && e->name ? e->name->fullName.c_str() : "";
+// Compiles the list of `id` unless it holds the material's values in `alpha`
+// already. `check` asks for a look at the values even when the record and
+// its revision are those compiled; `force` compiles whatever the list holds.
+TOL_Status materialListUpdate(const Material *m, int id, float alpha, bool check, bool force,
+                              const BW_GraphicProps *gprops) {
+    CompiledMaterial &c = compiledOf(id);
+    if (!force && compiledNow(c) && c.alpha == alpha) {
+        if (!check && c.record == m && c.revision == m->revision) return 0;
+        // Another copy of the scene, or a change: a list that holds these
+        // values already is kept.
+        if (c.values == valuesOf(m, alpha)) {
+            c.record = m;
+            c.revision = m->revision;
+            return 0;
+        }
+    }
+    if (stopped(gprops)) return 97;
+    return materialListCompile(m, id, alpha);
 }
 
 // ---------------------------------------------------------------------------
@@ -145,12 +213,6 @@ void lightLinksMake(const Element &e, ShadeLight &l) {
 Dictionary *hookDict = nullptr;  // scene whose strips are playing
 float hookAlpha = 1.0f;          // alpha of the model whose strips are playing
 
-const Material *materialOfId(Dictionary *dict, int id) {
-    if (id == DEFAULT_MATERIAL_ID) return &materialDefault();
-    const Element *e = dict && id >= 2 ? elemGet(dict, CHP_MATERIALS, id - 2) : nullptr;
-    return e && !e->deleted && e->data ? static_cast<const Material *>(e->data) : nullptr;
-}
-
 // A shaded material is its list; a constant one is drawn unlit in its
 // diffuse colour with the model's alpha, black when it cannot be found.
 void stripMaterialBind(int id, int shaded) {
@@ -158,7 +220,7 @@ void stripMaterialBind(int id, int shaded) {
         glCallList(static_cast<GLuint>(MATERIAL_LIST_BASE + id));
         return;
     }
-    const Material *m = materialOfId(hookDict, id);
+    const Material *m = grMaterialOfId(hookDict, id);
     if (m) glColor4f(m->diffuse[0], m->diffuse[1], m->diffuse[2], hookAlpha);
     else glColor4f(0.0f, 0.0f, 0.0f, hookAlpha);
 }
@@ -171,17 +233,12 @@ void stripMaterialBind(int id, int shaded) {
 ViewScene &shadeSceneOf(const Dictionary *dict) {
     ViewScene &s = viewSceneOf(dict);
     Dictionary *d = const_cast<Dictionary *>(dict);
-    const Chapter *materials = dictChapter(d, CHP_MATERIALS), *lights = dictChapter(d, CHP_LIGHTS);
-    const Chapter *textures = dictChapter(d, CHP_TEXTURES2D);
-    const ShadeMaterial freshMaterial = {1, 1.0f};
+    const Chapter *lights = dictChapter(d, CHP_LIGHTS);
     const ShadeTexture freshTexture = {TEXTURE_FLAG_LOAD | TEXTURE_FLAG_UV | TEXTURE_FLAG_COMPILE, -1};
     if (s.shadeSerial != g_grStateInit.serial) {
-        // The lists may be gone: everything is compiled again, and the links
-        // are made again from the relations.
+        // The links are made again from the relations.
         s.shadeSerial = g_grStateInit.serial;
-        s.materials.clear();
         s.lights.clear();
-        defaultState.recompile = 1;
         selectiveCount = 0;
     }
     if (s.texturesSerial != g_grStateInit.texturesSerial) {
@@ -190,19 +247,12 @@ ViewScene &shadeSceneOf(const Dictionary *dict) {
         s.textureWalk = 0;
     }
     // Elements added since: their records are fresh.
-    for (int32_t i = static_cast<int32_t>(s.materials.size()); materials && i < materials->elementCount; ++i) {
-        ShadeMaterial m = freshMaterial;
-        // An opaque material's list holds alpha 1, as the models that use it.
-        if (const Material *data = static_cast<const Material *>(materials->elements[i].data))
-            m.alpha = 1.0f - data->transparency;
-        s.materials.push_back(m);
-    }
     for (int32_t i = static_cast<int32_t>(s.lights.size()); lights && i < lights->elementCount; ++i) {
         s.lights.push_back(ShadeLight{});
         lightLinksMake(lights->elements[i], s.lights.back());
     }
-    if (textures && s.textures.size() < static_cast<size_t>(textures->elementCount))
-        s.textures.resize(static_cast<size_t>(textures->elementCount), freshTexture);
+    const size_t textureSlots = static_cast<size_t>(grTextureIdEnd(d) - 2);
+    if (s.textures.size() < textureSlots) s.textures.resize(textureSlots, freshTexture);
     return s;
 }
 
@@ -212,85 +262,44 @@ void shadeStripsBegin(Dictionary *dict, float alpha) {
     g_stripMaterialBind = stripMaterialBind;
 }
 
-int32_t shadeEntryOf(Dictionary *dict, int chapterId, const void *data) {
-    const Chapter *chapter = dictChapter(dict, chapterId);
-    if (!chapter || !data) return -1;
-    ShadeEntries &entries = chapterId == CHP_MATERIALS ? viewSceneOf(dict).materialEntries
-                                                       : viewSceneOf(dict).textureEntries;
-    auto live = [&](int32_t i) {
-        return i < 0 || (chapter->elements[i].deleted == 0 && chapter->elements[i].data == data);
-    };
-    auto found = entries.of.find(data);
-    if (entries.count == chapter->elementCount && found != entries.of.end() && live(found->second))
-        return found->second;
-    if (entries.count != chapter->elementCount || found != entries.of.end()) {
-        // Elements came, went or changed: the index is made again.
-        entries.of.clear();
-        entries.count = chapter->elementCount;
-        for (int32_t i = 0; i < chapter->elementCount; ++i)
-            if (chapter->elements[i].deleted == 0 && chapter->elements[i].data)
-                entries.of.emplace(chapter->elements[i].data, i);
-    }
-    // A record that is no entry is remembered as none.
-    return entries.of.emplace(data, -1).first->second;
-}
-
-int shadeMaterialId(Dictionary *dict, const Material *material) {
-    const int32_t index = shadeEntryOf(dict, CHP_MATERIALS, material);
-    return index >= 0 ? index + 2 : DEFAULT_MATERIAL_ID;
-}
-
 // ---------------------------------------------------------------------------
 // Materials
 
 int materialListCompile(const Material *m, int id, float alpha) {
     if (!m) return 98;
-    const MaterialForm &form = formOf(m);
+    const MaterialValues v = valuesOf(m, alpha);
     glNewList(static_cast<GLuint>(MATERIAL_LIST_BASE + id), GL_COMPILE);
-    if (form.compiled) {
-        float ambient[4], diffuse[4], specular[4];
-        colourOf(form.ambient, m->ambient, alpha, ambient);
-        colourOf(form.diffuse, m->diffuse, alpha, diffuse);
-        colourOf(form.specular, m->specular, alpha, specular);
-        const float decay = m->specularDecay < MAX_SHININESS ? m->specularDecay : MAX_SHININESS;
-        glMaterialfv(GL_FRONT, GL_AMBIENT, ambient);
-        glMaterialfv(GL_FRONT, GL_DIFFUSE, diffuse);
-        glMaterialfv(GL_FRONT, GL_SPECULAR, specular);
-        glMaterialf(GL_FRONT, GL_SHININESS, form.shininess ? decay : 0.0f);
+    if (v.compiled) {
+        glMaterialfv(GL_FRONT, GL_AMBIENT, v.ambient);
+        glMaterialfv(GL_FRONT, GL_DIFFUSE, v.diffuse);
+        glMaterialfv(GL_FRONT, GL_SPECULAR, v.specular);
+        glMaterialf(GL_FRONT, GL_SHININESS, v.shininess);
     }
     glEndList();
+    if (id >= 0) compiledOf(id) = CompiledMaterial{g_grStateInit.serial, m, m->revision, alpha, v};
     return 0;
 }
 
 TOL_Status materialBind(TOL_Scene *scene, int32_t index, BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
     if (!dict) return 98;
-    ViewScene &s = shadeSceneOf(dict);
-    ShadeMaterial *state = materialState(s, index);
-    if (!state) return 98;
-    const Material *material = &materialDefault();
-    if (index >= 0) {
-        const Element *e = elemGet(dict, CHP_MATERIALS, index);
-        if (!e || !e->data) return 98;
-        material = static_cast<const Material *>(e->data);
-        if (materialAnimated(e)) state->recompile = 1;
-    }
-    if (!state->recompile) return 0;
-    state->recompile = 0;
-    if (stopped(gprops)) return 97;
-    return materialListCompile(material, index < 0 ? DEFAULT_MATERIAL_ID : index + 2, state->alpha);
+    shadeSceneOf(dict);
+    const int id = index < 0 ? DEFAULT_MATERIAL_ID : index + 2;
+    const Material *material = grMaterialOfId(dict, id);
+    if (!material) return 98;
+    const Element *e = index >= 0 ? elemGet(dict, CHP_MATERIALS, index) : nullptr;
+    const bool animated = e && e->data == material && materialAnimated(e);
+    return materialListUpdate(material, id, listAlpha(id, material), animated, false, gprops);
 }
 
 TOL_Status materialsBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
     if (!dict) return 0;
     TOL_Status status = materialBind(scene, -1, gprops);
-    const Chapter *materials = dictChapter(dict, CHP_MATERIALS);
-    for (int32_t i = 0; materials && i < materials->elementCount && status != 97; ++i) {
-        const Element &e = materials->elements[i];
-        if (e.deleted || !e.data) continue;
-        status = materialBind(scene, i, gprops);
-        materials = dictChapter(dict, CHP_MATERIALS);
+    const int end = grMaterialIdEnd(dict);
+    for (int id = 2; id < end && status != 97; ++id) {
+        if (!grMaterialOfId(dict, id)) continue;  // a slot without a material
+        status = materialBind(scene, id - 2, gprops);
     }
     return status;
 }
@@ -298,12 +307,13 @@ TOL_Status materialsBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
 TOL_Status materialsCompileList(TOL_Scene *scene, int count, const int32_t *indices, BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
     if (!dict || !indices) return 0;
-    ViewScene &s = shadeSceneOf(dict);
+    shadeSceneOf(dict);
     TOL_Status status = 0;
     for (int i = 0; i < count && status != 97; ++i) {
-        if (ShadeMaterial *state = materialState(s, indices[i])) state->recompile = 1;
-        status = materialBind(scene, indices[i], gprops);
-        if (status == 98) fprintf(stderr, "ERROR: MATERIAL %s INVALID!\n", materialName(dict, indices[i]));
+        const int id = indices[i] < 0 ? DEFAULT_MATERIAL_ID : indices[i] + 2;
+        const Material *m = grMaterialOfId(dict, id);
+        status = m ? materialListUpdate(m, id, listAlpha(id, m), true, true, gprops) : 98;
+        if (status == 98) fprintf(stderr, "ERROR: MATERIAL %s INVALID!\n", materialName(dict, id));
     }
     return status;
 }
@@ -312,26 +322,22 @@ TOL_Status materialsUpdateAlpha(TOL_Scene *scene, int count, Material *const *ma
                                 BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
     if (!dict) return 0;
-    ViewScene &s = shadeSceneOf(dict);
+    shadeSceneOf(dict);
     TOL_Status status = 0;
     for (int i = 0; i < (count > 0 ? count : 1) && status != 97; ++i) {
-        // A material that is no entry draws as the default one.
-        const Material *m = count > 0 && materials ? materials[i] : nullptr;
-        const int32_t index = shadeEntryOf(dict, CHP_MATERIALS, m);
-        ShadeMaterial *state = materialState(s, index);
-        if (!state || state->alpha == alpha) continue;
-        state->alpha = alpha;
-        state->recompile = 1;
-        status = materialBind(scene, index, gprops) == 97 ? 97 : 0;
+        // A material the scene does not hold draws as the default one.
+        const int id = grMaterialId(dict, count > 0 && materials ? materials[i] : nullptr);
+        const Material *m = grMaterialOfId(dict, id);
+        if (!m || listAlpha(id, m) == alpha) continue;
+        status = materialListUpdate(m, id, alpha, true, false, gprops) == 97 ? 97 : 0;
     }
     return status;
 }
 
 float materialAlpha(const Dictionary *dict, const Material *material) {
-    ViewScene &s = shadeSceneOf(dict);
-    const int32_t index = shadeEntryOf(const_cast<Dictionary *>(dict), CHP_MATERIALS, material);
-    const ShadeMaterial *state = materialState(s, index);
-    return state ? state->alpha : -1.0f;
+    Dictionary *d = const_cast<Dictionary *>(dict);
+    const int id = grMaterialId(d, material);
+    return listAlpha(id, grMaterialOfId(d, id));
 }
 
 // ---------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -55,9 +56,84 @@ void evalImageSequence(UpdateRecord *record, float time, int *) {
 [[maybe_unused]] const int sequenceHandler =
     (updateHandlerRegister(RELGR_PARAM, REL_IMAGE_SEQUENCE, evalImageSequence), 1);
 
+// An element by its name; a texture inline in a model or material by its
+// picture's.
 const char *textureName(Dictionary *dict, int32_t index) {
-    const Element *e = elemGet(dict, CHP_TEXTURES2D, index);
-    return e && e->name ? e->name->fullName.c_str() : "";
+    const Chapter *c = dictChapter(dict, CHP_TEXTURES2D);
+    if (c && index < c->elementCount) {
+        const Element *e = elemGet(dict, CHP_TEXTURES2D, index);
+        return e && e->name ? e->name->fullName.c_str() : "";
+    }
+    const Texture2D *t = grTextureOfId(dict, index + 2);
+    return !t ? "" : t->sequenceName.empty() ? t->pictureName.c_str() : t->sequenceName.c_str();
+}
+
+// What a texture's list was made from: the fields that change the picture
+// or its parameters, and the frame of a sequence.
+struct TextureListInputs {
+    std::string picture, sequence;  // pictureName, sequenceName
+    int32_t frame;                  // frame of the sequence's picture; -1 none
+    uint16_t words[9];              // sourceKind, method, swap, cropOn, interpolate, alpha, explicitUV, video, unused
+    float crop[4];                  // crop bounds
+    float uScale;                   // coverage of a wrap
+    uint16_t tiles[2], mirror[2];   // tiling in the image
+};
+
+void inputsOf(const Texture2D &t, int32_t frame, TextureListInputs &in) {
+    in.picture = t.pictureName;
+    in.sequence = t.sequenceName;
+    in.frame = frame;
+    const uint16_t words[9] = {t.sourceKind, t.method, t.swap, t.cropOn, t.interpolate, t.alpha, t.explicitUV, t.video, 0};
+    memcpy(in.words, words, sizeof words);
+    memcpy(in.crop, t.crop, sizeof in.crop);
+    in.uScale = t.uScale;
+    memcpy(in.tiles, t.tiles, sizeof in.tiles);
+    memcpy(in.mirror, t.mirror, sizeof in.mirror);
+}
+
+bool sameInputs(const TextureListInputs &in, const Texture2D &t, int32_t frame) {
+    TextureListInputs now;
+    inputsOf(t, frame, now);
+    return in.picture == now.picture && in.sequence == now.sequence && in.frame == now.frame &&
+           memcmp(in.words, now.words, sizeof in.words) == 0 && memcmp(in.crop, now.crop, sizeof in.crop) == 0 &&
+           in.uScale == now.uScale && memcmp(in.tiles, now.tiles, sizeof in.tiles) == 0 &&
+           memcmp(in.mirror, now.mirror, sizeof in.mirror) == 0;
+}
+
+// What the draw last made of each texture list, by id: one table for the
+// one GL context, whichever copy of the scene defined the list.
+struct CompiledTexture {
+    int32_t serial = -1;               // texture flagging it was made after; -1 never
+    const Texture2D *record = nullptr;  // the record defined
+    uint32_t revision = 0;             // its revision then
+    TextureListInputs inputs{};        // what the list was made from
+};
+std::vector<CompiledTexture> compiledTextures;
+
+CompiledTexture &compiledOf(int id) {
+    if (compiledTextures.size() <= static_cast<size_t>(id)) compiledTextures.resize(static_cast<size_t>(id) + 1);
+    return compiledTextures[static_cast<size_t>(id)];
+}
+
+// Whether the list of `id` must be made again for the texture as it stands:
+// never made since the lists were flagged, or made from other values. A
+// record or revision that differs only makes the values be compared.
+bool textureListStale(int id, const Texture2D &t, int32_t frame) {
+    CompiledTexture &c = compiledOf(id);
+    if (c.serial != g_grStateInit.texturesSerial) return true;
+    if (c.record == &t && c.revision == t.revision && c.inputs.frame == frame) return false;
+    if (!sameInputs(c.inputs, t, frame)) return true;
+    c.record = &t;
+    c.revision = t.revision;
+    return false;
+}
+
+void textureListMade(int id, const Texture2D &t, int32_t frame) {
+    CompiledTexture &c = compiledOf(id);
+    c.serial = g_grStateInit.texturesSerial;
+    c.record = &t;
+    c.revision = t.revision;
+    inputsOf(t, frame, c.inputs);
 }
 
 bool endsWith(const std::string &text, const char *tail) {
@@ -110,8 +186,7 @@ uint16_t textureFlags(const Dictionary *dict, int32_t index) {
 
 int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops) {
     if (!gprops || !gprops->texture.active) return 0;
-    const Element *e = elemGet(dict, CHP_TEXTURES2D, index);
-    const Texture2D *t = e ? static_cast<const Texture2D *>(e->data) : nullptr;
+    const Texture2D *t = grTextureOfId(dict, index + 2);
     ViewScene &s = shadeSceneOf(dict);
     if (!t || static_cast<size_t>(index) >= s.textures.size()) return 0;
     ShadeTexture &state = s.textures[static_cast<size_t>(index)];
@@ -130,6 +205,7 @@ int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops) {
     const int repeat = repeatAll || t->alpha || (t->method == MAP_UV && t->explicitUV == 1);
     // Whatever happens now, a texture that fails says so once.
     state.flags &= static_cast<uint16_t>(~DEFINE_FLAGS);
+    textureListMade(index + 2, *t, state.frame);
     std::string line = std::string("Defining: ") + textureName(dict, index);
     msgStatus(line.c_str());
     if (stopped(gprops)) return 97;
@@ -148,28 +224,26 @@ TOL_Status texturesBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
     Dictionary *dict = scene ? dictGet(static_cast<int>(scene->dict)) : nullptr;
     if (!dict || !gprops || !gprops->texture.active) return 0;
     ViewScene &s = shadeSceneOf(dict);
-    const Chapter *textures = dictChapter(dict, CHP_TEXTURES2D);
-    const int32_t count = textures ? textures->elementCount : 0;
+    const int32_t count = static_cast<int32_t>(s.textures.size());
     bool pending = false;
     for (int32_t i = 0; i < count; ++i) {
-        const Element &e = textures->elements[i];
-        const Texture2D *t = static_cast<const Texture2D *>(e.data);
-        if (e.deleted || !t) continue;
+        const Texture2D *t = grTextureOfId(dict, i + 2);
+        if (!t) continue;
         ShadeTexture &state = s.textures[static_cast<size_t>(i)];
         if (!t->sequenceName.empty()) {
             const int32_t frame = sequenceFrameOf(t);
-            if (frame >= 0 && frame != state.frame) {
-                state.frame = frame;
-                state.flags |= DEFINE_FLAGS;
-            }
+            if (frame >= 0) state.frame = frame;
         }
+        // The list follows the texture's values, whichever copy of the
+        // scene made it last.
+        if (!(state.flags & DEFINE_FLAGS) && textureListStale(i + 2, *t, state.frame)) state.flags |= DEFINE_FLAGS;
         pending = pending || (state.flags & DEFINE_FLAGS);
     }
     if (!pending) return 0;
     textureCacheBegin(gprops);
     TOL_Status status = 0;
     for (int32_t i = s.textureWalk; i < count && status == 0; ++i) {
-        if (textures->elements[i].deleted) continue;
+        if (!grTextureOfId(dict, i + 2)) continue;
         const int result = textureDefine(dict, i, gprops);
         if (result == 98) {
             fprintf(stderr, "ERROR: TEXTURE %s INVALID!\n", textureName(dict, i));

@@ -222,6 +222,14 @@ Model *modelFindByName(Dictionary *dict, Model *node, const char *name) {
     return nullptr;
 }
 
+Model *modelTreeNext(const Model *node, const Model *top) {
+    if (!node) return nullptr;
+    if (node->firstChild) return node->firstChild;
+    for (const Model *n = node; n && n != top; n = n->parent)
+        if (n->nextSibling) return n->nextSibling;
+    return nullptr;
+}
+
 namespace {
 
 // The display form is plain malloc'd memory (computed UV lie in the vertex

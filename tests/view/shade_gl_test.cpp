@@ -414,3 +414,158 @@ TEST_F(Shade, ATexturedSquareShowsItsCornersMirroredWhenTiled) {
     m->texture2DCount = 0;
     modelFree(m);
 }
+
+TEST_F(Shade, InlineRecordsAreNumberedBehindTheChapterSlotsInTheOrderOfTheTrees) {
+    Material plain, linked;
+    const int e0 = addMaterial(plain), e1 = addMaterial(linked);
+    ASSERT_EQ(e0, 0);
+    ASSERT_EQ(e1, 1);
+    Texture2D anywhere;
+    ASSERT_EQ(addTexture(anywhere), 0);
+    // A root with two inline materials round the linked element, a child
+    // (not an element) with one more and a local texture; the root's first
+    // inline material has a texture of its own.
+    Model *root = modelNew("r", MODEL_MESH, nullptr), *child = modelNew("c", MODEL_MESH, nullptr);
+    modelAddChild(root, child);
+    auto inlineMaterial = [](float grey) {
+        Material *m = new Material;
+        for (float &c : m->diffuse) c = grey;
+        return m;
+    };
+    root->materials = static_cast<Material **>(calloc(3, sizeof(Material *)));
+    root->materials[0] = inlineMaterial(0.2f);
+    root->materials[1] = materials[1].get();
+    root->materials[2] = inlineMaterial(0.4f);
+    root->materialCount = 3;
+    root->materials[0]->textures.emplace_back();
+    child->materials = static_cast<Material **>(calloc(1, sizeof(Material *)));
+    child->materials[0] = inlineMaterial(0.6f);
+    child->materialCount = 1;
+    root->textures2D = static_cast<Texture2D **>(calloc(2, sizeof(Texture2D *)));
+    root->textures2D[1] = new Texture2D;  // behind an empty reference
+    root->texture2DCount = 2;
+    child->textures2D = static_cast<Texture2D **>(calloc(1, sizeof(Texture2D *)));
+    child->textures2D[0] = new Texture2D;
+    child->texture2DCount = 1;
+    root->elementIndex = elemAdd(dict, CHP_MODELS, elemNameParse("r", nullptr, 0), root, nullptr, 0, 0);
+
+    const Material *byId[] = {materials[0].get(), materials[1].get(), root->materials[0], root->materials[2],
+                              child->materials[0]};
+    for (int k = 0; k < 5; ++k) {
+        EXPECT_EQ(grMaterialId(dict, byId[k]), k + 2) << k;
+        EXPECT_EQ(grMaterialOfId(dict, k + 2), byId[k]) << k;
+    }
+    EXPECT_EQ(grMaterialIdEnd(dict), 7);
+    EXPECT_EQ(grMaterialOfId(dict, 1), &materialDefault());
+    EXPECT_EQ(grMaterialOfId(dict, 7), nullptr);
+    Material stranger;
+    EXPECT_EQ(grMaterialId(dict, &stranger), 1);
+    EXPECT_EQ(grMaterialId(dict, nullptr), 1);
+    // Textures: the element, the materials' first ones by material id, then
+    // the nodes' first local ones.
+    const Texture2D *textureById[] = {textures[0].get(), &root->materials[0]->textures[0], root->textures2D[1],
+                                      child->textures2D[0]};
+    for (int k = 0; k < 4; ++k) EXPECT_EQ(grTextureOfId(dict, k + 2), textureById[k]) << k;
+    EXPECT_EQ(grTextureIdEnd(dict), 6);
+    EXPECT_EQ(grTextureId(dict, child->textures2D[0]), 5);
+    EXPECT_EQ(grTextureId(dict, &anywhere), -1);
+
+    // Each inline material is its own list.
+    ASSERT_EQ(materialsBind(&scene, &gp), 0);
+    for (int k = 0; k < 3; ++k) {
+        glCallList(static_cast<GLuint>(1004 + k));
+        EXPECT_FLOAT_EQ(material(GL_DIFFUSE)[1], 0.2f * static_cast<float>(k + 1)) << k;
+    }
+    // A material element added later keeps the numbers of the slots before
+    // it and moves the inline ones behind it.
+    Material late;
+    ASSERT_EQ(addMaterial(late), 2);
+    EXPECT_EQ(grMaterialId(dict, materials[2].get()), 4);
+    EXPECT_EQ(grMaterialId(dict, child->materials[0]), 7);
+
+    elemGet(dict, CHP_MODELS, root->elementIndex)->data = nullptr;
+    root->materials[1] = nullptr;  // the element's, not the node's
+    modelFree(root);
+}
+
+TEST_F(Shade, ListsFollowTheRevisionAndTheOtherCopyWithoutNeedlessCompiles) {
+    Material paint;
+    paint.diffuse[0] = 0.25f;
+    const int a = addMaterial(paint);
+    Material &mine = *materials[static_cast<size_t>(a)];
+    ASSERT_EQ(materialsBind(&scene, &gp), 0);
+    // A change the evaluation announces is on the list at the next bind.
+    mine.diffuse[0] = 0.5f;
+    ++mine.revision;
+    ASSERT_EQ(materialsBind(&scene, &gp), 0);
+    glCallList(1002);
+    EXPECT_FLOAT_EQ(material(GL_DIFFUSE)[0], 0.5f);
+
+    // The other copy of the scene holds its own record of the same values:
+    // the list is kept as it is. (It is spoilt behind the binder's back to
+    // show that nothing was compiled.)
+    TOL_Scene copy{};
+    ASSERT_EQ(TOL_sceneCreate(&copy), 0);
+    Dictionary *other = dictGet(static_cast<int>(copy.dict));
+    Material twin = mine;
+    ASSERT_EQ(elemAdd(other, CHP_MATERIALS, elemNameParse("m", nullptr, 0), &twin, nullptr, 0, 0), 0);
+    const float spoilt[4] = {0.9f, 0.9f, 0.9f, 1.0f};
+    glNewList(1002, GL_COMPILE);
+    glMaterialfv(GL_FRONT, GL_DIFFUSE, spoilt);
+    glEndList();
+    ASSERT_EQ(materialsBind(&copy, &gp), 0);
+    glCallList(1002);
+    EXPECT_FLOAT_EQ(material(GL_DIFFUSE)[0], 0.9f);
+    // Copies a frame apart: each bind puts its own values on the list.
+    twin.diffuse[0] = 0.75f;
+    ++twin.revision;
+    ASSERT_EQ(materialsBind(&copy, &gp), 0);
+    glCallList(1002);
+    EXPECT_FLOAT_EQ(material(GL_DIFFUSE)[0], 0.75f);
+    ASSERT_EQ(materialsBind(&scene, &gp), 0);
+    glCallList(1002);
+    EXPECT_FLOAT_EQ(material(GL_DIFFUSE)[0], 0.5f);
+    elemGet(other, CHP_MATERIALS, 0)->data = nullptr;
+}
+
+TEST_F(Shade, TextureListsFollowTheRevisionWhenWhatTheyHoldChanged) {
+    Texture2D t;
+    t.pictureName = quarters("q");
+    const int index = addTexture(t, "moving");
+    Texture2D &mine = *textures[static_cast<size_t>(index)];
+    gp.texture.active = 1;
+    auto bind = [&]() {
+        bwtest::OutputCapture out;
+        EXPECT_EQ(texturesBind(&scene, &gp), 0);
+        return out.err.text();
+    };
+    EXPECT_EQ(bind(), "Defining: moving\n");
+    // Unannounced, nothing happens; announced, the list is made again.
+    mine.interpolate = 0;
+    EXPECT_EQ(bind(), "");
+    ++mine.revision;
+    EXPECT_EQ(bind(), "Defining: moving\n");
+    glCallList(static_cast<GLuint>(1502 + index));
+    EXPECT_EQ(texParameter(GL_TEXTURE_MAG_FILTER), GL_NEAREST);
+    // A change of the mapping alone leaves the picture where it is.
+    mine.uOffset = 0.5f;
+    ++mine.revision;
+    EXPECT_EQ(bind(), "");
+
+    // A model's own texture is defined into the list of its id, and named
+    // by its picture.
+    Model *m = modelNew("square", MODEL_MESH, nullptr);
+    m->textures2D = static_cast<Texture2D **>(calloc(1, sizeof(Texture2D *)));
+    m->textures2D[0] = new Texture2D;
+    m->textures2D[0]->pictureName = quarters("own", 8);
+    m->texture2DCount = 1;
+    m->elementIndex = elemAdd(dict, CHP_MODELS, elemNameParse("square", nullptr, 0), m, nullptr, 0, 0);
+    const int id = grTextureId(dict, m->textures2D[0]);
+    ASSERT_EQ(id, 3);
+    EXPECT_EQ(bind(), "Defining: " + m->textures2D[0]->pictureName + "\n");
+    glCallList(static_cast<GLuint>(1500 + id));
+    EXPECT_EQ(texWidth(), 8);
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    elemGet(dict, CHP_MODELS, m->elementIndex)->data = nullptr;
+    modelFree(m);
+}

@@ -6,7 +6,8 @@
 // clearly different colours and finishes, two generated pictures and the
 // textures that map them, lights, and three scenes. "intro", the oldest,
 // shows the cube alone. "gallery" shows the props: a checkered globe, a
-// glass drum with a band round it, a sign and a chrome bead. "demo", the
+// glass drum with a band round it whose colour drifts from cyan to violet
+// and back, a sign and a chrome bead. "demo", the
 // newest, the whole hierarchy with a material and a picture on each model,
 // animated: the cube turns on a spline and its children turn with it, the
 // sheet bobs up and down along a linear curve that repeats, the panel grows
@@ -314,6 +315,17 @@ int main(int argc, char *argv[]) {
         ok = ok && !curveFile[i].empty();
     }
 
+    // The glass's diffuse colour: cyan, violet at frame 51, cyan again, over
+    // and over; blue stays.
+    AnimItem *drift = chain({curve(302, 48, FCV_SPLINE, {{1, 0.6f}, {51, 0.8f}, {101, 0.6f}}, FCV_EXTRA_PERIODIC,
+                                   CHP_MATERIALS),
+                             curve(302, 49, FCV_SPLINE, {{1, 0.9f}, {51, 0.4f}, {101, 0.9f}}, FCV_EXTRA_PERIODIC,
+                                   CHP_MATERIALS),
+                             curve(302, 50, FCV_SPLINE, {{1, 1.0f}}, FCV_EXTRA_CONSTANT, CHP_MATERIALS)});
+    const std::string glassCurves = tdFullName(tdWriteAnimation(db, "demo-glass", drift));
+    animItemsFree(drift);
+    ok = ok && !glassCurves.empty();
+
     // The cameras the viewer looks through: above and in front of the cube,
     // and in front of the gallery.
     Camera eye, visitor;
@@ -354,6 +366,7 @@ int main(int argc, char *argv[]) {
         }
         for (int i : {0, 2}) shelf.add(CHP_LIGHTS, lightFile[i]);
         shelf.add(CHP_ANIMATION, curveFile[3]);
+        shelf.add(CHP_ANIMATION, glassCurves);
         shelf.add(CHP_CAMERAS, visitorFile);
         ok = ok && !tdWriteScene(db, "gallery", shelf, now - 1800).empty();
     }

@@ -141,9 +141,12 @@ PolygonOffsetFn grPolygonOffset();
 
 // ---------------------------------------------------------------------------
 // Materials and lights on the hardware. Each material is a display list
-// (1000 + id, id being its MATERIALS index + 2; 1001 the default material)
-// that the strip stream calls by id; lights are set once a frame, in world
-// space, since they move.
+// (1000 + id, the id of grMaterialId: a MATERIALS index + 2, then the
+// materials inline in the models; 1001 the default material) that the strip
+// stream calls by id; lights are set once a frame, in world space, since
+// they move. A list is compiled again when the material's record, revision,
+// alpha or (for an animated one) values differ from what went into it, and
+// only when what goes into it changed.
 
 // All lights of the frame: the head light alone when gprops->headLight is 1,
 // else the scene's lights that are on, the first eight on GL_LIGHT0 to 7,
@@ -163,42 +166,46 @@ void selectiveLightsOn();
 // Compiles list 1000 + `id` from the material, its colours' alpha `alpha`:
 // by shading model constant (1, 7), without highlight (2, 3), with highlight
 // (4, 5), shadow (6); an empty list for other models. 0, or 98 for a null
-// material.
+// material. The list remembers what it was compiled from.
 int materialListCompile(const Material *material, int id, float alpha);
-// Recompiles a flagged or animated material (MATERIALS entry `index`; -1 the
-// default material). 0, 97 or 98.
+// Compiles the list of material id `index` + 2 (-1: the default material)
+// when it no longer holds the material's values. 0, 97 or 98 for an id
+// without a material.
 TOL_Status materialBind(TOL_Scene *scene, int32_t index, BW_GraphicProps *gprops);
 // materialBind over the scene's materials, the default one first; the status
 // of the last.
 TOL_Status materialsBind(TOL_Scene *scene, BW_GraphicProps *gprops);
-// Flags the named MATERIALS entries and binds them; a failure prints
+// Compiles the lists of the named ids - 2 whatever they hold; a failure prints
 // "ERROR: MATERIAL %s INVALID!\n" and the next one is taken.
 TOL_Status materialsCompileList(TOL_Scene *scene, int count, const int32_t *indices,
                                 BW_GraphicProps *gprops);
 // Before a model's strips: each material whose list holds another alpha
-// than the model's is recompiled with it. No materials, or a material that is
-// no entry, stand for the default one.
+// than the model's is recompiled with it. No materials, or a material the
+// scene does not hold, stand for the default one.
 TOL_Status materialsUpdateAlpha(TOL_Scene *scene, int count, Material *const *materials, float alpha,
                                 BW_GraphicProps *gprops);
 // The alpha of a material's list now (the default one's for null or a
-// material that is no entry).
+// material the scene does not hold).
 float materialAlpha(const Dictionary *dict, const Material *material);
 
 // ---------------------------------------------------------------------------
 // Textures on the hardware: a texture's picture in display list 1500 + id
-// (id its TEXTURES2D index + 2), with its filters and wrap.
+// (the id of grTextureId: a TEXTURES2D index + 2, then the textures inline in
+// materials and models), with its filters and wrap. Textures are named below
+// by id - 2. A list is made again when the texture's record or revision
+// differs from what it was made from and what goes into it changed.
 
 // Defines every flagged texture of the scene (loads its picture, compiles its
 // list); a texture that fails prints "ERROR: TEXTURE %s INVALID!\n" and the
 // run goes on. 0, or 97.
 TOL_Status texturesBind(TOL_Scene *scene, BW_GraphicProps *gprops);
-// Flags the named TEXTURES2D entries for load and compile and defines them.
+// Flags the named textures for load and compile and defines them.
 TOL_Status texturesDefineSome(TOL_Scene *scene, int count, const int32_t *indices,
                               BW_GraphicProps *gprops);
-// Defines TEXTURES2D entry `index` as far as its flags ask. 0, 97, or 98 for
+// Defines texture `index` as far as its flags ask. 0, 97, or 98 for
 // a picture that cannot be had.
 int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops);
-// The flag word of TEXTURES2D entry `index`; 0 for none.
+// The flag word of texture `index`; 0 for none.
 uint16_t textureFlags(const Dictionary *dict, int32_t index);
 // The file that holds the picture of a texture: a path as it stands (".pic"
 // added when it has no suffix), else a picture of the database's PICTURES

@@ -283,7 +283,6 @@ int materialListCompile(const Material *m, int id, float alpha) {
 TOL_Status materialBind(TOL_Scene *scene, int32_t index, BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
     if (!dict) return 98;
-    shadeSceneOf(dict);
     const int id = index < 0 ? DEFAULT_MATERIAL_ID : index + 2;
     const Material *material = grMaterialOfId(dict, id);
     if (!material) return 98;
@@ -307,7 +306,6 @@ TOL_Status materialsBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
 TOL_Status materialsCompileList(TOL_Scene *scene, int count, const int32_t *indices, BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
     if (!dict || !indices) return 0;
-    shadeSceneOf(dict);
     TOL_Status status = 0;
     for (int i = 0; i < count && status != 97; ++i) {
         const int id = indices[i] < 0 ? DEFAULT_MATERIAL_ID : indices[i] + 2;
@@ -322,7 +320,6 @@ TOL_Status materialsUpdateAlpha(TOL_Scene *scene, int count, Material *const *ma
                                 BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
     if (!dict) return 0;
-    shadeSceneOf(dict);
     TOL_Status status = 0;
     for (int i = 0; i < (count > 0 ? count : 1) && status != 97; ++i) {
         // A material the scene does not hold draws as the default one.

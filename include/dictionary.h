@@ -118,6 +118,15 @@ int relRowInstance(const RelationDict *table, int32_t relid, int instance, int16
                    int16_t *chpTo, int16_t *grpFrom, int16_t *grpTo, int16_t *rk, int16_t *fo);
 int relFanOutOf(const RelationDict *table, int32_t relid);  // fo of the first row, -1 if none
 bool relSameChapters(const RelationDict *table, int32_t relid);  // a chapter of the row is -10
+// Where a relation stands: the group on the source side of its first row, and
+// the number of its instances (rows). Outputs may be null. 1, or 0 for a
+// relid without rows (group -1, instances 0).
+int relGroups(const RelationDict *table, int32_t relid, int16_t *group, int *instances);
+// Sum of fo over the relid's rows whose dd is set: how many of a record's
+// sources may be inactive while the record still runs. 0 for an unknown relid.
+int32_t relDdSum(const RelationDict *table, int32_t relid);
+// First row whose name is `name`, or -1.
+int relRowFindByName(const RelationDict *table, const char *name);
 void relDump(const RelationDict *table);  // the table to standard output
 
 // ---------------------------------------------------------------------------

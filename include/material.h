@@ -162,10 +162,12 @@ int customShaderWrite(BinWriter &w, const CustomShader &s);
 // Stand-alone files. `path` is without suffix: ".mtr", ".txt" or ".t3D" is
 // added. A read returns 1 for a whole record; 0 for a missing file, a file of
 // another kind or tag, or a damaged one, with `error` (when not null) naming
-// the file and what is wrong; a damaged record keeps what was read.
-int materialFileRead(const char *path, Material &out, std::string *error);
-int texture2DFileRead(const char *path, Texture2D &out, std::string *error);
-int texture3DFileRead(const char *path, Texture3D &out, std::string *error);
+// the file and what is wrong; a damaged record keeps what was read. `partial`
+// (when not null) is set to 1 when a damaged record had begun to be read, so
+// that `out` holds something of the file, and to 0 otherwise.
+int materialFileRead(const char *path, Material &out, std::string *error, int *partial = nullptr);
+int texture2DFileRead(const char *path, Texture2D &out, std::string *error, int *partial = nullptr);
+int texture3DFileRead(const char *path, Texture3D &out, std::string *error, int *partial = nullptr);
 // Header (with the element's id), "PROT" table, tag and record.
 int materialFileWrite(const char *path, const Material &m, const char *comment);
 int texture2DFileWrite(const char *path, const Texture2D &t, const char *comment);

@@ -129,6 +129,8 @@ struct Model {
     int32_t triangleCount;           // entries of triangles
     struct TessTriangle *triangles;  // malloc'd; linked in order through next
     struct TmeshHeader *tmesh;       // strip stream of the model; null for none
+    // Set by the scene that names the model (its environment), after the read.
+    uint16_t displayMode;            // DISPLAY: the model's own display type; 0 when not given
 };
 
 // Reading modes.

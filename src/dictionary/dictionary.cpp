@@ -248,6 +248,14 @@ void removeAllBut(Dictionary *dict, int chapterId, int keep) {
             elemRemove(dict, chapterId, nullptr, i, -1, 0, 1);
 }
 
+bool tied(const Element &e) {
+    for (int g = 0; e.childGroups && g < e.childGroupCount; ++g)
+        if (e.childGroups[g].count) return true;
+    for (int g = 0; e.parentGroups && g < e.parentGroupCount; ++g)
+        if (e.parentGroups[g].count) return true;
+    return false;
+}
+
 }  // namespace
 
 void dictCleanupAfterLoad(Dictionary *dict) {
@@ -258,12 +266,19 @@ void dictCleanupAfterLoad(Dictionary *dict) {
     removeAllBut(dict, CHP_SETUP_BRAK, 0);
     removeAllBut(dict, CHP_SETUP_CHANNELS, 0);
     removeAllBut(dict, CHP_SETUP_FLOCK, 0);
+    // Expressions that a relation ties to the scene stay; of the loose ones
+    // only the first without a level does.
     if (Chapter *expressions = dictChapter(dict, CHP_EXPRESSIONS)) {
-        int keep = -1;
-        for (int i = 0; i < expressions->elementCount && keep < 0; ++i)
-            if (expressions->elements[i].deleted == 0 && expressions->elements[i].level == 0)
-                keep = i;
-        removeAllBut(dict, CHP_EXPRESSIONS, keep);
+        bool kept = false;
+        for (int i = 0; i < expressions->elementCount; ++i) {
+            const Element &e = expressions->elements[i];
+            if (e.deleted != 0 || tied(e)) continue;
+            if (!kept && e.level == 0) {
+                kept = true;
+                continue;
+            }
+            elemRemove(dict, CHP_EXPRESSIONS, nullptr, i, -1, 0, 1);
+        }
     }
     // Elements named by the scene whose file gave nothing.
     for (int chapterId : {CHP_MODELS, CHP_CAMERAS, CHP_LIGHTS, CHP_MATERIALS}) {

@@ -111,6 +111,28 @@ bool relSameChapters(const RelationDict *table, int32_t relid) {
     return r.chpFrom == REL_ANY_CHAPTER || r.chpTo == REL_ANY_CHAPTER;
 }
 
+int relGroups(const RelationDict *table, int32_t relid, int16_t *group, int *instances) {
+    int row = relRowFind(table, relid);
+    if (group) *group = row < 0 ? int16_t(-1) : table->rows[row].grpFrom;
+    if (instances) *instances = relRowCount(table, relid);
+    return row >= 0;
+}
+
+int32_t relDdSum(const RelationDict *table, int32_t relid) {
+    int32_t sum = 0;
+    int row = relRowFind(table, relid);
+    for (; row >= 0 && row < table->count() && table->rows[row].relid == relid; ++row)
+        if (table->rows[row].dd) sum += table->rows[row].fo;
+    return sum;
+}
+
+int relRowFindByName(const RelationDict *table, const char *name) {
+    if (!table || !name) return -1;
+    for (int row = 0; row < table->count(); ++row)
+        if (table->rows[row].name == name) return row;
+    return -1;
+}
+
 void relDump(const RelationDict *table) {
     if (!table) return;
     printf(" Dictionary of Relations:\n");

@@ -125,7 +125,7 @@ TEST_F(SceneGrammar, SpecialIdsAndSubRelations) {
         "CHAPTER MODELS CHAPTER MODELS\n"
         "  1 0 551 77 ;\n"
         "  2 0 246 ;\n"
-        "  0 1 111 SUBREL 2 ELEM 2 ; CHAP MODELS ELEM 9 ; EndOfSUBREL ;\n"
+        "  0 1 111 SUBREL 1 ELEM 2 ; CHAP MODELS ELEM 9 ; EndOfSUBREL ;\n"
         "EndOfCHAPTER\nEndOfRELATIONS\n";
     std::string text = kElements;
     read(text + statements);

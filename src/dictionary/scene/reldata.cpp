@@ -64,6 +64,9 @@ const RelDataField kCollision[] = {
     {"WIND", 3, 0}, {"GRAV", 3, 0},
 };
 const RelDataField kChannels[] = {{"SCLE", 3, 0}, {"ROLL", 1, 0}, {"ROTN", 3, 0}, {"TRNS", 3, 0}};
+// An expression's data names the parameter it sets; the load takes the
+// expression's row of the relation table from it.
+const RelDataField kExpression[] = {{"FCURVE", 0, 1}};
 const RelDataField kBoolean[] = {
     {"ACTIVE", 1, 0},       {"OPERATION", 0, 1},       {"MATERIAL", 0, 1},
     {"REMOVE_EDGES", 1, 0}, {"REMOVE_VERTICES", 1, 0}, {"MATERIAL_ANIMATED", 1, 0},
@@ -75,7 +78,7 @@ const RelDataField kBoolean[] = {
 enum FamilyId {
     FAM_LIMITS, FAM_LIMIT_STATE, FAM_SPLINE_GEN, FAM_REVOLUTION, FAM_EXTRUSION, FAM_FLEXIBLE,
     FAM_FIRST_FRAME, FAM_CHAIN, FAM_PROJECTION, FAM_ISOCURVE, FAM_SUB_SURFACE,
-    FAM_PARAMETRISATION, FAM_CUSTOM, FAM_COLLISION, FAM_CHANNELS, FAM_BOOLEAN,
+    FAM_PARAMETRISATION, FAM_CUSTOM, FAM_COLLISION, FAM_CHANNELS, FAM_BOOLEAN, FAM_EXPRESSION,
 };
 
 const RelDataFamily kFamilies[] = {
@@ -95,6 +98,7 @@ const RelDataFamily kFamilies[] = {
     FAMILY("collision", kCollision, 0),
     FAMILY("transform channels", kChannels, 0),
     FAMILY("boolean", kBoolean, 0),
+    FAMILY("expression", kExpression, 0),
 };
 
 // Relations and the family of their data. Constraints carry limits; the
@@ -120,7 +124,7 @@ const RelidFamily kRelidFamilies[] = {
     {803, FAM_COLLISION},      {804, FAM_COLLISION},   {805, FAM_COLLISION},
     {806, FAM_LIMITS},         {807, FAM_FLEXIBLE},    {1111, FAM_LIMITS},
     {1116, FAM_LIMITS},        {2111, FAM_LIMITS},     {2116, FAM_LIMITS},
-    {REL_CUSTOM, FAM_CUSTOM},
+    {REL_CUSTOM, FAM_CUSTOM},  {REL_EXPRESSION, FAM_EXPRESSION},
 };
 
 int valueCount(const RelDataFamily *f) {

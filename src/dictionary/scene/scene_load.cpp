@@ -57,38 +57,28 @@ int readModel(Dictionary *dict, int index, const char *path) {
     return 1;
 }
 
-int readMaterial(Dictionary *dict, int index, const char *path) {
-    Material *m = new Material;
+// Materials and textures: a record cut short keeps what was read, as a
+// model's tree does, and the damage is told; only a file that gave nothing
+// of its record is left to the substitution.
+template <typename T, int (*fileRead)(const char *, T &, std::string *, int *), int chapterId>
+int readRecord(Dictionary *dict, int index, const char *path) {
+    T *record = new T;
     std::string error;
-    if (!materialFileRead(stemOf(path).c_str(), *m, &error)) {
-        delete m;
-        return 0;
+    int partial = 0;
+    if (!fileRead(stemOf(path).c_str(), *record, &error, &partial)) {
+        if (!partial) {
+            delete record;
+            return 0;
+        }
+        std::string text = error + "; what was read is kept";
+        msgShow(text.c_str(), TOL_CLASS_ERROR);
     }
-    elemGet(dict, CHP_MATERIALS, index)->data = m;
+    elemGet(dict, chapterId, index)->data = record;
     return 1;
 }
-
-int readTexture2D(Dictionary *dict, int index, const char *path) {
-    Texture2D *t = new Texture2D;
-    std::string error;
-    if (!texture2DFileRead(stemOf(path).c_str(), *t, &error)) {
-        delete t;
-        return 0;
-    }
-    elemGet(dict, CHP_TEXTURES2D, index)->data = t;
-    return 1;
-}
-
-int readTexture3D(Dictionary *dict, int index, const char *path) {
-    Texture3D *t = new Texture3D;
-    std::string error;
-    if (!texture3DFileRead(stemOf(path).c_str(), *t, &error)) {
-        delete t;
-        return 0;
-    }
-    elemGet(dict, CHP_TEXTURES3D, index)->data = t;
-    return 1;
-}
+constexpr auto readMaterial = readRecord<Material, materialFileRead, CHP_MATERIALS>;
+constexpr auto readTexture2D = readRecord<Texture2D, texture2DFileRead, CHP_TEXTURES2D>;
+constexpr auto readTexture3D = readRecord<Texture3D, texture3DFileRead, CHP_TEXTURES3D>;
 
 // Curves: the file's items stay on its element until the load hands each
 // curve to an element of its own.
@@ -486,34 +476,20 @@ void relConnect(Dictionary *dict, int chapterId, int group, int32_t relid) {
     }
 }
 
-bool hasAnyRelation(const Element &e) {
-    for (int g = 0; g < e.childGroupCount; ++g)
-        if (e.childGroups[g].count) return true;
-    for (int g = 0; g < e.parentGroupCount; ++g)
-        if (e.parentGroups[g].count) return true;
-    return false;
-}
-
-// Scenes beyond the first, setups beyond the first, loose helpers, and
-// elements that were named but never got data.
-void removeLoose(Dictionary *dict) {
-    for (int c = 0; c < dict->chapterCount; ++c) {
-        Chapter *chapter = dictChapter(dict, c);
-        for (int i = 0; chapter && i < chapter->elementCount; ++i) {
-            Element &e = chapter->elements[i];
-            if (e.deleted == 2 || !e.name) continue;
-            bool drop = false;
-            if (c == CHP_SCENES || c == CHP_SETUP_BRAK)
-                drop = i > 0;
-            else if (c == CHP_SETUP_CHANNELS || c == CHP_SETUP_FLOCK || c == CHP_EXPRESSIONS)
-                drop = !hasAnyRelation(e);
-            else if (e.isNew == 1 && !e.data && !dataless(c))
-                drop = true;
-            if (drop) {
-                elemRemove(dict, c, nullptr, i, -1, 0, 1);
-                chapter = dictChapter(dict, c);
-            }
-        }
+// DISPLAY and MPRFLG of the scene's environment are the model's: its own
+// display type, and the low byte and high nibble of its flags word (the
+// nibble between them holds bits of the run time, which stay).
+void applyModelEnvironment(Dictionary *dict) {
+    constexpr uint16_t kSceneFlagBits = 0xF0FF;
+    Chapter *models = dictChapter(dict, CHP_MODELS);
+    for (int i = 0; models && i < models->elementCount; ++i) {
+        const Element &e = models->elements[i];
+        Model *m = static_cast<Model *>(e.data);
+        if (e.deleted == 2 || !m) continue;
+        if (e.envSet & 2) m->displayMode = static_cast<uint16_t>(e.envValues[1]);
+        if (e.envSet & 4)
+            m->flags = static_cast<uint16_t>((m->flags & ~kSceneFlagBits) |
+                                             (static_cast<uint16_t>(e.envValues[2]) & kSceneFlagBits));
     }
 }
 
@@ -627,6 +603,7 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     for (int c : readOrder(dict)) readChapter(db, dict, c);
 
     resolvePathRefs(dict);
+    applyModelEnvironment(dict);
 
     // 4: a merge names what it brought.
     if (!primary && scenes && scenes->elementCount > 0) {
@@ -640,7 +617,7 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     for (const Connection &c : kConnections) relConnect(dict, c.chapter, c.group, c.relid);
 
     // 8-9
-    removeLoose(dict);
+    dictCleanupAfterLoad(dict);
     sortHierarchies(dict);
     if (g_sceneLoadHooks.buildUpdateLists) g_sceneLoadHooks.buildUpdateLists(dict);
     if (Chapter *animation = dictChapter(dict, CHP_ANIMATION)) elemHierSort(animation);

@@ -194,19 +194,48 @@ int sceneReadHeader(FILE *stream, Dictionary *dict, int sceneIndex, const char *
 
 namespace {
 
-// Instance of the relid whose chapters fit the block's pair; 1 if none fits
-// better (the row's "*" chapters fit anything).
-int instanceFor(const RelationDict *table, int32_t relid, int srcChapter, int dstChapter) {
+bool rowFits(const RelationRow &row, int srcChapter, int dstChapter) {
+    return (row.chpFrom == REL_ANY_CHAPTER || row.chpFrom == srcChapter) &&
+           (row.chpTo == REL_ANY_CHAPTER || row.chpTo == dstChapter);
+}
+
+// Instance of the relid whose chapters fit the block's pair, and, when
+// `group` is not negative, whose source group is that one; 0 if none fits.
+int fittingInstance(const RelationDict *table, int32_t relid, int srcChapter, int dstChapter,
+                    int group) {
+    int first = relRowFind(table, relid);
     int rows = relRowCount(table, relid);
-    for (int n = 1; n <= rows; ++n) {
-        int16_t from, to;
-        if (!relRowInstance(table, relid, n, &from, &to, nullptr, nullptr, nullptr, nullptr))
-            break;
-        bool fromFits = from == REL_ANY_CHAPTER || from == srcChapter;
-        bool toFits = to == REL_ANY_CHAPTER || to == dstChapter;
-        if (fromFits && toFits) return n;
+    for (int n = 1; first >= 0 && n <= rows; ++n) {
+        const RelationRow &row = table->rows[first + n - 1];
+        if (rowFits(row, srcChapter, dstChapter) && (group < 0 || row.grpFrom == group)) return n;
     }
-    return 1;
+    return 0;
+}
+
+// The instance a statement without SUBREL stands for: the first whose
+// chapters fit the block's pair (the row's "*" chapters fit anything), else 1.
+int instanceFor(const RelationDict *table, int32_t relid, int srcChapter, int dstChapter) {
+    int n = fittingInstance(table, relid, srcChapter, dstChapter, -1);
+    return n > 0 ? n : 1;
+}
+
+// An expression stands in every group; which of its rows a statement means
+// follows from the first word of its data, the name of the parameter it
+// sets. A row of that name among the expression's own rows is taken as it
+// is; a row of another relation (an animated parameter, named as its curves
+// are) gives its group, and the expression's row of that group is taken.
+int expressionInstance(const RelationDict *table, const RelData *data, int srcChapter,
+                       int dstChapter) {
+    const char *word = data && data->words ? data->words[0] : nullptr;
+    int named = relRowFindByName(table, word);
+    int first = relRowFind(table, REL_EXPRESSION);
+    if (named >= 0 && first >= 0) {
+        if (table->rows[named].relid == REL_EXPRESSION) return named - first + 1;
+        int n = fittingInstance(table, REL_EXPRESSION, srcChapter, dstChapter,
+                                table->rows[named].grpFrom);
+        if (n > 0) return n;
+    }
+    return instanceFor(table, REL_EXPRESSION, srcChapter, dstChapter);
 }
 
 struct RelStatement {
@@ -219,11 +248,21 @@ struct RelStatement {
     int activ;
     RelData *data;
     int scene;       // SCENES index of the file
+    int instance;    // row of the relid given by SUBREL; 0 for none
 };
 
 void addRelation(Dictionary *dict, const RelationDict *table, RelStatement &st, float version) {
     const int32_t relid = st.relid;
-    int instance = instanceFor(table, relid, st.srcChapter, st.dstChapter);
+    int instance = relid == REL_EXPRESSION
+                       ? expressionInstance(table, st.data, st.srcChapter, st.dstChapter)
+                       : instanceFor(table, relid, st.srcChapter, st.dstChapter);
+    if (st.instance > 0) {
+        if (st.instance <= relRowCount(table, relid))
+            instance = st.instance;
+        else if (relRowCount(table, relid) > 0)
+            fprintf(stderr, "Relation %d has no instance %d (SUBREL): instance %d taken\n", relid,
+                    st.instance, instance);
+    }
     int16_t grpFrom = 0, grpTo = 0, rk = 0, fo = 0;
     bool known = relRowInstance(table, relid, instance, nullptr, nullptr, &grpFrom, &grpTo, &rk, &fo);
     if (!known) {
@@ -345,7 +384,7 @@ int sceneReadRelations(FILE *stream, Dictionary *dict, const RelationDict *table
         if (is(";")) continue;
 
         // A statement: two references, the relation id, the rest up to ';'.
-        RelStatement st{chapters[0], chapters[1], -1, -1, 0, -1, 1, nullptr, sceneIndex};
+        RelStatement st{chapters[0], chapters[1], -1, -1, 0, -1, 1, nullptr, sceneIndex, 0};
         bool found1 = sceneElemRef(dict, st.srcChapter, sceneIndex, g_token, &st.src);
         if (!sceneNextToken(stream)) return 1;
         bool found2 = !is(";") && sceneElemRef(dict, st.dstChapter, sceneIndex, g_token, &st.dst);
@@ -372,15 +411,22 @@ int sceneReadRelations(FILE *stream, Dictionary *dict, const RelationDict *table
         bool subrel = false;
         if (more && is("SUBREL")) {
             subrel = true;
-            sceneNextToken(stream);  // the count: entries follow up to EndOfSUBREL
+            // The count is the instance of the relation that the statement
+            // and its entries stand for. A custom effect takes it so only
+            // with data behind it; without, it counts the effect's fan-out,
+            // which the table fixes already.
+            int count = sceneNextToken(stream) ? atoi(g_token) : 0;
             if (st.relid == REL_CUSTOM) {
                 long pos = ftell(stream);
                 if (sceneNextToken(stream) && is("RELDATA")) {
                     relDataFree(st.relid, st.data);
                     st.data = relDataRead(stream, st.relid, nullptr);
+                    st.instance = count;
                 } else if (pos >= 0) {
                     fseek(stream, pos, SEEK_SET);
                 }
+            } else {
+                st.instance = count;
             }
         }
         // Hierarchy chains and envelopes are made again by the system itself.
@@ -501,6 +547,11 @@ int sceneReadEnvironment(FILE *stream, Dictionary *dict, int sceneIndex) {
         if (is("RENDER_SETUP") || is(";")) continue;
         if (is("SETUP")) {
             if (!sceneNextToken(stream)) break;
+            // A setup belongs to its own chapter; named anywhere else it is not taken.
+            if (chapterId != CHP_SETUP_BRAK) {
+                fprintf(stderr, "SETUP %s outside chapter SETUP_BRAK: not taken\n", g_token);
+                continue;
+            }
             Chapter *setup = dictChapter(dict, CHP_SETUP_BRAK);
             if (setup && elemCountLive(setup) == 0) {
                 ElemName *name = elemNameParse(g_token, nullptr, 1);

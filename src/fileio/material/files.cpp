@@ -41,7 +41,9 @@ int openElement(const FileKind &kind, const char *path, BinReader &r, Prototype 
 }
 
 template <typename T, typename Read>
-int fileRead(const FileKind &kind, const char *path, T &out, std::string *error, Read read) {
+int fileRead(const FileKind &kind, const char *path, T &out, std::string *error, int *partial,
+             Read read) {
+    if (partial) *partial = 0;
     BinReader r;
     Prototype proto;
     std::string text;
@@ -49,8 +51,11 @@ int fileRead(const FileKind &kind, const char *path, T &out, std::string *error,
         if (error) *error = text;
         return 0;
     }
+    const int64_t start = r.pos;
     int ok = read(r, &proto, out);
     if (!ok && error) *error = r.error;
+    // A record cut short keeps what stood before the damage.
+    if (!ok && partial) *partial = r.pos > start ? 1 : 0;
     binReaderClose(r);
     return ok;
 }
@@ -70,16 +75,16 @@ int fileWrite(const FileKind &kind, const char *path, const T &record, const cha
 
 }  // namespace
 
-int materialFileRead(const char *path, Material &out, std::string *error) {
-    return fileRead(materialKind, path, out, error, materialRead);
+int materialFileRead(const char *path, Material &out, std::string *error, int *partial) {
+    return fileRead(materialKind, path, out, error, partial, materialRead);
 }
 
-int texture2DFileRead(const char *path, Texture2D &out, std::string *error) {
-    return fileRead(texture2DKind, path, out, error, texture2DRead);
+int texture2DFileRead(const char *path, Texture2D &out, std::string *error, int *partial) {
+    return fileRead(texture2DKind, path, out, error, partial, texture2DRead);
 }
 
-int texture3DFileRead(const char *path, Texture3D &out, std::string *error) {
-    return fileRead(texture3DKind, path, out, error, texture3DRead);
+int texture3DFileRead(const char *path, Texture3D &out, std::string *error, int *partial) {
+    return fileRead(texture3DKind, path, out, error, partial, texture3DRead);
 }
 
 int materialFileWrite(const char *path, const Material &m, const char *comment) {

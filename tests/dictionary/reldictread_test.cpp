@@ -180,3 +180,35 @@ TEST_F(RelReadTest, DumpOfAReadTableAndSetActive) {
     dictFreeSlot(slot);
     std::swap(g_relationDict.rows, read.rows);
 }
+
+TEST_F(RelReadTest, GroupsAndDdSumsOfARelation) {
+    // Three rows of one relation: two may run with sources off (dd set), one may not.
+    ASSERT_EQ(load("SREL 3.48\nRELATIONS\n"
+                   "113 move MODELS ANIMATION TRANSFO PARAM 22 3 1 1 1 0\n"
+                   "113 moveMore MODELS ANIMATION GEOM PARAM 22 5 2 1 1 0\n"
+                   "113 moveStrict MODELS ANIMATION PARAM PARAM 22 7 0 1 1 0\n"
+                   "300 material MODELS MATERIALS RENDER RENDER 20 1 0 1 1 0\n"
+                   "EndOfRELATIONS\n"),
+              1);
+    int16_t group = 99;
+    int instances = 99;
+    EXPECT_EQ(relGroups(&read, 113, &group, &instances), 1);
+    EXPECT_EQ(group, RELGR_TRANSFO);  // the source side of the first row
+    EXPECT_EQ(instances, 3);
+    EXPECT_EQ(relGroups(&read, 300, &group, nullptr), 1);
+    EXPECT_EQ(group, RELGR_RENDER);
+    EXPECT_EQ(relGroups(&read, 555, &group, &instances), 0);
+    EXPECT_EQ(group, -1);
+    EXPECT_EQ(instances, 0);
+
+    EXPECT_EQ(relDdSum(&read, 113), 3 + 5);
+    EXPECT_EQ(relDdSum(&read, 300), 0);
+    EXPECT_EQ(relDdSum(&read, 555), 0);
+    // Switching a row off for the update leaves the sum alone: dd decides.
+    read.rows[0].act = 0;
+    EXPECT_EQ(relDdSum(&read, 113), 8);
+
+    EXPECT_EQ(relRowFindByName(&read, "moveMore"), 1);
+    EXPECT_EQ(relRowFindByName(&read, "nothing"), -1);
+    EXPECT_EQ(relRowFindByName(&read, nullptr), -1);
+}

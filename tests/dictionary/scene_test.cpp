@@ -9,11 +9,13 @@
 
 #include "capture.h"
 #include "dictionary.h"
+#include "fileio/bytes.h"
 #include "scene_internal.h"
 #include "testdata.h"
 
 using bwtest::OutputCapture;
 using bwtest::TempDir;
+using bwtest::operator+;
 
 namespace {
 
@@ -278,6 +280,98 @@ TEST_F(SceneGrammar, FilesThatEndInsideAStatement) {
         read(full.substr(0, cut));
     }
     g_playCtrl = saved;
+}
+
+namespace {
+
+// Three models and one expression, written as the grammar's tables give them.
+const char kExpressionScene[] =
+    "SDSC 4.0\n"
+    "ELEMENTS\n"
+    "CHAPTER MODELS NBELEM 3 a.1-0 ROOT ; b.1-0 ROOT ; c.1-0 ROOT ; EndOfCHAPTER\n"
+    "CHAPTER EXPRESSIONS NBELEM 1 e.1-0 ROOT ; EndOfCHAPTER\n"
+    "EndOfELEMENTS\n";
+
+}  // namespace
+
+TEST_F(SceneGrammar, SubrelCountAndExpressionDataPickTheInstance) {
+    read(std::string(kExpressionScene) +
+         "RELATIONS\n"
+         "CHAPTER MODELS CHAPTER EXPRESSIONS\n"
+         "  0 0 20010 ;\n"
+         "  1 0 20010 SUBREL 2 EndOfSUBREL ;\n"
+         "  2 0 20010 SUBREL 3 ELEM 0 ; EndOfSUBREL ;\n"
+         "EndOfCHAPTER\n"
+         "CHAPTER MODELS CHAPTER MODELS\n"
+         "  1 0 111 SUBREL 3 EndOfSUBREL ;\n"
+         "EndOfCHAPTER\n"
+         "EndOfRELATIONS\n");
+    // Rows of 20010: PARAM (rank 60), TRANSFO (rank 23), GEOM (rank 15), each
+    // towards the expression's OTHER group.
+    // (Asked for 20010, the iterators look in every group: the items tell.)
+    auto groupOf = [&](int model) {
+        const Element *e = at(CHP_MODELS, model);
+        for (int g = 0; g < REL_GROUP_COUNT; ++g)
+            for (int k = 0; k < e->childGroups[g].count; ++k)
+                if (e->childGroups[g].items[k].relid == REL_EXPRESSION &&
+                    e->childGroups[g].items[k].chp == CHP_EXPRESSIONS)
+                    return g;
+        return -1;
+    };
+    EXPECT_EQ(groupOf(0), RELGR_PARAM);  // no count: the first row that fits
+    EXPECT_EQ(groupOf(1), RELGR_TRANSFO);
+    EXPECT_EQ(relFind(at(CHP_MODELS, 1), REL_EXPRESSION, CHP_EXPRESSIONS, 0)->rank, 23);
+    EXPECT_EQ(groupOf(2), RELGR_GEOM);
+    EXPECT_EQ(relCount(at(CHP_EXPRESSIONS, 0), 0, RELGR_OTHER, REL_EXPRESSION, CHP_MODELS), 3);
+    // The entry of a SUBREL block stands in the same instance as its statement.
+    RelationInst *entry = nullptr;
+    RelationGroup &geom = at(CHP_MODELS, 2)->childGroups[RELGR_GEOM];
+    for (int k = 0; k < geom.count; ++k)
+        if (geom.items[k].chp == CHP_MODELS) entry = &geom.items[k];
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(entry->relid, REL_EXPRESSION);
+    // A count beyond the relation's rows is told, and its one row taken.
+    EXPECT_EQ(err, "Relation 111 has no instance 3 (SUBREL): instance 1 taken\n");
+    EXPECT_TRUE(relFind(at(CHP_MODELS, 1), 111, CHP_MODELS, 0));
+
+    // Without a count, the first word of the data names the parameter set:
+    // its row gives the group, or a row of the expression itself is taken.
+    TearDown();
+    SetUp();
+    read(std::string(kExpressionScene) +
+         "RELATIONS\n"
+         "CHAPTER MODELS CHAPTER EXPRESSIONS\n"
+         "  0 0 20010 RELDATA FCURVE 'translation' EndOfRELDATA ;\n"
+         "  1 0 20010 RELDATA FCURVE 'visibility' EndOfRELDATA ;\n"
+         "  2 0 20010 RELDATA FCURVE 'nothing_of_that_name' EndOfRELDATA ;\n"
+         "EndOfCHAPTER\n"
+         "EndOfRELATIONS\n");
+    EXPECT_EQ(groupOf(0), RELGR_TRANSFO);
+    EXPECT_EQ(groupOf(1), RELGR_PARAM);
+    EXPECT_EQ(groupOf(2), RELGR_PARAM);
+    RelationInst *moved = relFind(at(CHP_MODELS, 0), REL_EXPRESSION, CHP_EXPRESSIONS, 0);
+    ASSERT_TRUE(moved && moved->data);
+    EXPECT_STREQ(relDataWord(static_cast<RelData *>(moved->data), "FCURVE"), "translation");
+    EXPECT_GT(moved->serialid, 0);
+    EXPECT_EQ(err, "");
+}
+
+TEST_F(SceneGrammar, SetupOnlyInItsChapter) {
+    read(std::string(kElements) +
+         "ENVIRONMENT\n"
+         "SETUP loose.1-0\n"
+         "CHAPTER MODELS SETUP wrong.1-0 0 SCHEM 1 2 3 ; EndOfCHAPTER\n"
+         "CHAPTER SETUP_BRAK SETUP right.1-0 EndOfCHAPTER\n"
+         "CHAPTER SETUP_BRAK SETUP second.1-0 EndOfCHAPTER\n"
+         "EndOfENVIRONMENT\n");
+    Chapter *setup = dictChapter(&dict, CHP_SETUP_BRAK);
+    ASSERT_EQ(elemCountLive(setup), 1);
+    EXPECT_EQ(at(CHP_SETUP_BRAK, 0)->name->name, "right");
+    EXPECT_EQ(at(CHP_SETUP_BRAK, 0)->isNew, 1);
+    EXPECT_EQ(err, "SETUP loose.1-0 outside chapter SETUP_BRAK: not taken\n"
+                   "SETUP wrong.1-0 outside chapter SETUP_BRAK: not taken\n");
+    // The statement after the refused one is still read.
+    EXPECT_EQ(at(CHP_MODELS, 0)->schemX, 1.0f);
 }
 
 // ---------------------------------------------------------------------------
@@ -569,4 +663,130 @@ TEST_F(SceneLoad, CamerasFillTheCurrentCameraAndLightsTheirOwn) {
     EXPECT_NE(err.find("Missing CAMERAS [s-eye.1-0] could not be replaced: removed from scene"),
               std::string::npos) << err;
     dictFree(&other, 0);
+}
+
+namespace {
+
+// Writes a scene file of the database by hand, line by line.
+void writeDsc(Database *db, const std::string &file, const std::string &text) {
+    FILE *f = fopen((db->path + "/SCENES/" + file).c_str(), "wb");
+    ASSERT_TRUE(f);
+    fputs(text.c_str(), f);
+    fclose(f);
+}
+
+}  // namespace
+
+TEST_F(SceneLoad, AMissingLightBecomesADefaultLightWithItsInterest) {
+    writeDsc(db, "lit.1-0.dsc",
+             "SDSC 4.0\n"
+             "ELEMENTS\n"
+             "CHAPTER LIGHTS NBELEM 2\n"
+             "  lit-lamp.1-0 ROOT ;\n"
+             "  lit-lamp_int.1-0 ;\n"
+             "EndOfCHAPTER\n"
+             "EndOfELEMENTS\n"
+             "RELATIONS\n"
+             "CHAPTER LIGHTS CHAPTER LIGHTS\n"
+             "  1 0 2110 ;\n"
+             "EndOfCHAPTER\n"
+             "EndOfRELATIONS\n"
+             "ENVIRONMENT\n"
+             "EndOfENVIRONMENT\n");
+    ASSERT_EQ(load("lit.1-0"), 1) << err;
+    EXPECT_NE(err.find("Read lit-lamp.1-0\nCouldn't read file " + db->path + "/LIGHTS/lit-lamp.lig\n"
+                       "Missing LIGHTS [lit-lamp.1-0] has been replaced by a default element\n"),
+              std::string::npos)
+        << err;
+    EXPECT_EQ(out, "");
+    ASSERT_EQ(elemCountLive(dictChapter(&dict, CHP_LIGHTS)), 2);
+    const Light *lamp = static_cast<const Light *>(at(CHP_LIGHTS, 0)->data);
+    ASSERT_TRUE(lamp);
+    EXPECT_STREQ(lamp->name, "lamp");
+    EXPECT_EQ(lamp->on, 1);
+    EXPECT_EQ(lamp->colour[0], 1.0f);
+    // The interest has a light of its own that lights nothing.
+    const Light *interest = static_cast<const Light *>(at(CHP_LIGHTS, 1)->data);
+    ASSERT_TRUE(interest);
+    EXPECT_NE(interest, lamp);
+    EXPECT_EQ(interest->on, 0);
+    EXPECT_EQ(at(CHP_LIGHTS, 1)->lev, 1);
+    EXPECT_EQ(at(CHP_LIGHTS, 1)->root, 0);
+}
+
+TEST_F(SceneLoad, EnvironmentReachesTheModelAndChaptersWithoutReaderKeepTheirElements) {
+    writeDsc(db, "env.1-0.dsc",
+             "SDSC 4.0\n"
+             "ELEMENTS\n"
+             "CHAPTER MODELS NBELEM 1 env-box.1-0 ROOT ; EndOfCHAPTER\n"
+             "CHAPTER PICTURES NBELEM 1 /nowhere/wood.pic ; EndOfCHAPTER\n"
+             "CHAPTER SETUP_CHANNELS NBELEM 2 env-a.1-0 ; env-b.1-0 ; EndOfCHAPTER\n"
+             "CHAPTER EXPRESSIONS NBELEM 4 env-tied.1-0 ; env-loose.1-0 ; env-other.1-0 ;"
+             " env-revised.1-3 ; EndOfCHAPTER\n"
+             "EndOfELEMENTS\n"
+             "RELATIONS\n"
+             "CHAPTER MODELS CHAPTER EXPRESSIONS 0 0 20010 ; EndOfCHAPTER\n"
+             "EndOfRELATIONS\n"
+             "ENVIRONMENT\n"
+             "CHAPTER MODELS\n"
+             "  0 DISPLAY 4 MPRFLG 65535 ;\n"
+             "EndOfCHAPTER\n"
+             "EndOfENVIRONMENT\n");
+    ASSERT_EQ(load("env.1-0"), 1) << err;
+    // The missing model's stand-in takes the scene's display type and flags:
+    // the low byte and the high nibble, not the nibble between.
+    const Model *box = static_cast<const Model *>(at(CHP_MODELS, 0)->data);
+    ASSERT_TRUE(box);
+    EXPECT_EQ(box->displayMode, 4);
+    EXPECT_EQ(box->flags, 0xF0FF);
+    // A picture has no reader yet: it stays, named by its path.
+    ASSERT_EQ(elemCountLive(dictChapter(&dict, CHP_PICTURES)), 1);
+    EXPECT_EQ(at(CHP_PICTURES, 0)->name->subdir, "/nowhere/");
+    // The setup chapters keep their first element; expressions keep those a
+    // relation ties in, and the first loose one without a level.
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_SETUP_CHANNELS)), 1);
+    EXPECT_EQ(at(CHP_SETUP_CHANNELS, 0)->deleted, 0);
+    Chapter *expressions = dictChapter(&dict, CHP_EXPRESSIONS);
+    EXPECT_EQ(elemCountLive(expressions), 2);
+    EXPECT_EQ(at(CHP_EXPRESSIONS, 0)->deleted, 0);
+    EXPECT_EQ(at(CHP_EXPRESSIONS, 1)->deleted, 0);
+    EXPECT_EQ(at(CHP_EXPRESSIONS, 2), nullptr);
+    EXPECT_EQ(at(CHP_EXPRESSIONS, 3), nullptr);
+}
+
+TEST_F(SceneLoad, ACutMaterialFileKeepsWhatWasRead) {
+    // Header, no table, the tag, then name, diffuse, and a specular cut after
+    // its first value; token by token as the material record lists them.
+    const bwtest::Bytes bytes = bwtest::header(BIN_ID_MATERIAL, 4.0f) + bwtest::text("MTRL") +
+                                bwtest::be16(1) + bwtest::text0("rust") + bwtest::be16(3) +
+                                bwtest::f32(0.1f) + bwtest::f32(0.2f) + bwtest::f32(0.3f) +
+                                bwtest::be16(4) + bwtest::f32(0.75f) + bwtest::f32(0.25f) +
+                                bwtest::f32(0.125f) + bwtest::be16(5) + bwtest::f32(0.5f);
+    const std::string path = db->path + "/MATERIALS/cut-rust.1-0.mtr";
+    bwtest::writeBytes(path, bytes);
+    // One cut before the record gave anything: that file is substituted.
+    bwtest::writeBytes(db->path + "/MATERIALS/cut-bare.1-0.mtr",
+                       bwtest::header(BIN_ID_MATERIAL, 4.0f) + bwtest::text("MTRL"));
+    writeDsc(db, "cut.1-0.dsc",
+             "SDSC 4.0\n"
+             "ELEMENTS\n"
+             "CHAPTER MATERIALS NBELEM 2 cut-rust.1-0 ; cut-bare.1-0 ; EndOfCHAPTER\n"
+             "EndOfELEMENTS\n");
+    ASSERT_EQ(load("cut.1-0"), 1) << err;
+    EXPECT_NE(err.find("Read cut-rust.1-0\nPassed end of file " + path +
+                       " while reading data; what was read is kept\n"),
+              std::string::npos)
+        << err;
+    EXPECT_EQ(err.find("Missing MATERIALS [cut-rust.1-0]"), std::string::npos) << err;
+    EXPECT_NE(err.find("Missing MATERIALS [cut-bare.1-0] has been replaced by a default element\n"),
+              std::string::npos)
+        << err;
+    const Material *m = static_cast<const Material *>(at(CHP_MATERIALS, 0)->data);
+    ASSERT_TRUE(m);
+    EXPECT_EQ(m->name, "rust");
+    EXPECT_EQ(m->ambient[2], 0.3f);
+    EXPECT_EQ(m->diffuse[0], 0.75f);
+    EXPECT_EQ(m->diffuse[2], 0.125f);
+    EXPECT_EQ(m->specular[0], 0.5f);
+    EXPECT_EQ(at(CHP_MATERIALS, 0)->loaded, 1);
 }

@@ -228,3 +228,15 @@ TEST_F(Startup, AMissingModelBecomesACube) {
     EXPECT_EQ(count(r.err, "name [demo-world.1-0]"), 1);
     EXPECT_TRUE(contains(r.out, "Texture Summary\n")) << r.out;  // the load went on
 }
+
+TEST_F(Startup, AMissingLightBecomesADefaultLight) {
+    ASSERT_EQ(unlink((dir / "demo/LIGHTS/demo-lamp.1-0.lig").c_str()), 0);
+    RunResult r = run({"-R", rsrc, "-D", "demo", "-S", "demo"}, {"BW_DICT_DUMP=1"});
+    EXPECT_TRUE(contains(r.err, "Couldn't read file " + dir / "demo/LIGHTS/demo-lamp.lig\n"
+                                "Missing LIGHTS [demo-lamp.1-0] has been replaced by a default element\n"))
+        << r.err;
+    // The light stays in the dictionary, and its curves still find it.
+    EXPECT_EQ(count(r.err, "name [demo-lamp.1-0]"), 5) << r.err;
+    EXPECT_FALSE(contains(r.err, "No element [demo-lamp] found")) << r.err;
+    EXPECT_TRUE(contains(r.out, "Texture Summary\n")) << r.out;  // the load went on
+}

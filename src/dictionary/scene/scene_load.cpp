@@ -424,13 +424,15 @@ void linkList(Model *m, T **&list, uint16_t &count, T *item) {
 void connectModelLists(Dictionary *dict, int32_t relid) {
     Chapter *models = dictChapter(dict, CHP_MODELS);
     int target = relid == 300 ? CHP_MATERIALS : CHP_TEXTURES2D;
+    int16_t group = RELGR_RENDER;
+    relGroups(&g_relationDict, relid, &group, nullptr);
     for (int i = 0; models && i < models->elementCount; ++i) {
         Element *e = &models->elements[i];
         Model *m = static_cast<Model *>(e->data);
         if (e->deleted == 2 || !m) continue;
         int32_t chp = -1, other = -1;
-        for (Element *t = relFirst(dict, e, 1, RELGR_RENDER, relid, target, &chp, &other); t;
-             t = relNext(dict, e, 1, RELGR_RENDER, relid, target, &chp, &other)) {
+        for (Element *t = relFirst(dict, e, 1, group, relid, target, &chp, &other); t;
+             t = relNext(dict, e, 1, group, relid, target, &chp, &other)) {
             if (!t->data) continue;
             if (relid == 300)
                 linkList(m, m->materials, m->materialCount, static_cast<Material *>(t->data));

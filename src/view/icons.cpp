@@ -177,7 +177,7 @@ void drawLightIcons(Dictionary *dict) {
         const Light *l = static_cast<const Light *>(e.data);
         if (e.deleted || !l || l->visibility == 0) continue;
         // The light's own selection state counts as the entry's flag does.
-        const bool selected = e.selected || l->selection == 1 || l->selection == 3;
+        const bool selected = e.selected || lightOnSelectList(*l);
         glColor4fv(selected ? WHITE : LIGHT_COLOUR);
         lightIcons[l->type < LIGHT_ICON_TYPES ? l->type : 0](*l);
     }

@@ -4,6 +4,7 @@
 // scene load and the layer.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 
@@ -110,7 +111,11 @@ constexpr uint16_t FCVKEY_TYPE_MASK = 0x000F;
 extern int fcurveDefaultInterpolation;  // of new curves of types without their own; FCV_SPLINE at start
 extern float fcurveFrameRate;           // frames per second that key merging counts in; 30 at start
 extern float fcurveMergeFrames;         // keys nearer than this many frames merge; 0.15 at start
-extern int fcurveIntegerVisibility;     // 1: type 175 steps as an integer, not as a boolean
+// 1: type 175 steps as an integer 0 to 3, not as a boolean (visibility values 2
+// and 3 choose drawing states); 0 off; -1 (at start) takes the presence of
+// BW_OVERLOAD_HIDDEN at the first question. Both sides of the viewer ask.
+extern std::atomic<int> fcurveIntegerVisibility;
+int fcurveIntegerVisibilityOn();  // the switch, the environment read if still -1
 // Asked before a locked key is replaced; non-zero replaces. While null the
 // question is printed on standard output and taken as refused.
 using FcurveConfirm = int (*)(const char *question);
@@ -404,7 +409,28 @@ extern int g_updateMode;
 int evalManipulationOptim();
 int evalUntoldRelOptim();
 int evalEnvelopeDeferral();
-void evalFlagsReset();  // the next question reads the environment again
+// BW_CLASSICAL_SCL_FIX (present: on): in classical scaling every model outside
+// chains under a parent outside chains gets the sheared-child correction, not
+// only those whose MODEL_CHAIN_SCALING bit asks for it.
+int evalClassicalScalingFix();
+void evalFlagsReset();  // the next question reads the environment again (BW_OVERLOAD_HIDDEN too)
+
+// ---------------------------------------------------------------------------
+// The scene's global block: the scene-wide settings that curves animate
+// (relations 3000 to 3003 and 3030 to 3035 on the scene element). Like the
+// other core globals it is one per process, swapped per scene by the layer;
+// the display takes its values over when `revision` moves.
+
+struct SceneGlobals {
+    float ambient[3] = {0.2f, 0.2f, 0.2f};  // 3000 to 3002: light model ambient colour
+    uint16_t twoSided = 0;                  // 3003: 1 lights both sides of surfaces
+    int32_t fogEnable = 0;                  // 3030: 1 linear fog
+    float fogStart = 20.0f;                 // 3031: distance where fog begins
+    float fogEnd = 100.0f;                  // 3032: distance of full fog
+    float fogColor[3] = {0, 0, 0};          // 3033 to 3035: fog colour
+    uint32_t revision = 0;                  // bumped by every change a curve makes; 0: never animated
+};
+extern SceneGlobals g_sceneGlobals;
 
 // ---------------------------------------------------------------------------
 // Printing: " \n\n UPDATE LIST: \n" and a line per record, verbose or short.

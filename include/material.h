@@ -73,6 +73,10 @@ struct Texture2D {
     std::string sequenceName;        // token 50: picture sequence, empty for none
     uint16_t kept563[6] = {};        // tokens 563 to 568
     std::vector<CustomBlock> customBlocks;  // token 0xFF35
+    // Set by curves only (relations 511 to 532), not on disk.
+    float rotation[3] = {0, 0, 0};   // projection's turn about x, y, z, radians; gives matrix
+    float factors[6] = {0, 0, 0, 0, 0, 0};  // renderer factors of 521 to 523 and 530 to 532,
+                                     // carried for the renderer; the viewer reads none
     // Derived, not on disk.
     float matrix[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};  // projection's rotation, row by row
     uint32_t revision = 0;           // bumped whenever a value changes after the read; the draw
@@ -126,6 +130,10 @@ struct Material {
 int materialRead(BinReader &r, const Prototype *proto, Material &out);
 int texture2DRead(BinReader &r, const Prototype *proto, Texture2D &out);
 int texture3DRead(BinReader &r, const Prototype *proto, Texture3D &out);
+// Recomputes what a 2D texture derives from its values (the projection's
+// rotation `matrix` from `rotation`); the reader ends with it, and so does
+// every change by evaluation.
+void texture2DDerive(Texture2D &t);
 // Writers of the same records; 1 while the writer has not failed.
 int materialWrite(BinWriter &w, const Prototype *proto, const Material &m);
 int texture2DWrite(BinWriter &w, const Prototype *proto, const Texture2D &t);

@@ -21,17 +21,6 @@ void pointFromCurves(const UpdateRecord *record, float time, int32_t first, floa
     });
 }
 
-// The value of the first active curve source; 0 when there is none.
-int firstValue(const UpdateRecord *record, float time, double *value) {
-    int found = 0;
-    forEachSourceCurve(record, [&](Fcurve *c) {
-        *value = fcurveValue(c, time, 1);
-        found = 1;
-        return false;
-    });
-    return found;
-}
-
 void normalise(double v[3]) {
     double len = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
     if (len > 0.0)
@@ -45,9 +34,19 @@ void cross(const double a[3], const double b[3], double out[3]) {
 
 double dot(const double a[3], const double b[3]) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
 
-int32_t rounded(double v) { return static_cast<int32_t>(v < 0 ? v - 0.5 : v + 0.5); }
-
 }  // namespace
+
+int firstCurveValue(const UpdateRecord *record, float time, double *value) {
+    int found = 0;
+    forEachSourceCurve(record, [&](Fcurve *c) {
+        *value = fcurveValue(c, time, 1);
+        found = 1;
+        return false;
+    });
+    return found;
+}
+
+int32_t roundedValue(double v) { return static_cast<int32_t>(v < 0 ? v - 0.5 : v + 0.5); }
 
 void cameraViewUpdate(Camera *camera, const float *upPoint) {
     if (!camera) return;
@@ -134,14 +133,14 @@ void evalCameraView(UpdateRecord *record, float time, int *) {
 void evalCameraVisibility(UpdateRecord *record, float time, int *) {
     Camera *camera = static_cast<Camera *>(record->data);
     double v;
-    if (!camera || !firstValue(record, time, &v)) return;
+    if (!camera || !firstCurveValue(record, time, &v)) return;
     camera->visibility = v >= 1.0 ? 2 : 0;
 }
 
 void evalCameraParam(UpdateRecord *record, float time, int *) {
     Camera *camera = static_cast<Camera *>(record->data);
     double v;
-    if (!camera || !firstValue(record, time, &v)) return;
+    if (!camera || !firstCurveValue(record, time, &v)) return;
     float f = static_cast<float>(v);
     switch (record->relation) {
         case 1130: camera->roll = static_cast<float>(v * DEG_TO_RAD); break;
@@ -173,7 +172,7 @@ void evalCameraParam(UpdateRecord *record, float time, int *) {
                     2.0 * std::atan(camera->planeWidth * 0.5 / camera->planeDistance));
             break;
         }
-        case 1144: camera->dofMode = rounded(v); break;
+        case 1144: camera->dofMode = roundedValue(v); break;
         default: break;
     }
 }
@@ -193,7 +192,7 @@ void evalLightPosition(UpdateRecord *record, float time, int *) {
 void evalLightVisibility(UpdateRecord *record, float time, int *) {
     Light *light = static_cast<Light *>(record->data);
     double v;
-    if (!light || !firstValue(record, time, &v)) return;
+    if (!light || !firstCurveValue(record, time, &v)) return;
     light->visibility = v >= 1.0 ? 2 : 0;
     light->on = v >= 1.0 ? 1 : 0;
 }
@@ -225,7 +224,7 @@ void evalLightParam(UpdateRecord *record, float time, int *) {
             return;
         default: break;
     }
-    if (!firstValue(record, time, &v)) return;
+    if (!firstCurveValue(record, time, &v)) return;
     float f = static_cast<float>(v);
     switch (record->relation) {
         case 2131: light->coneAngle = static_cast<float>(v * DEG_TO_RAD); break;
@@ -234,11 +233,21 @@ void evalLightParam(UpdateRecord *record, float time, int *) {
         case 2134: case 2135: case 2136: light->attenuation[record->relation - 2134] = f; break;
         case 2204: light->extraIntensity = f < 0.0f ? 0.0f : f; break;
         case 2205: case 2206: {
-            int32_t n = rounded(v);
+            int32_t n = roundedValue(v);
             light->extraCount[record->relation - 2205] = n < 0 ? 0 : n;
             break;
         }
         case 2207: light->extraRatio = f > 1.0f ? 1.0f : f; break;
+        case 2208: light->shadow = v >= 1.0 ? 1 : 0; break;
         default: break;
     }
+}
+
+void evalLightInteger(UpdateRecord *record, float time, int *) {
+    Light *light = static_cast<Light *>(record->data);
+    double v;
+    if (!light || !firstCurveValue(record, time, &v)) return;
+    // The kind of light moves in whole steps; there is no kind below 0.
+    int32_t type = roundedValue(v);
+    light->type = static_cast<uint16_t>(type < 0 ? 0 : type > UINT16_MAX ? UINT16_MAX : type);
 }

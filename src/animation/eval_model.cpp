@@ -10,6 +10,9 @@ namespace {
 
 constexpr float MIN_SCALE = 1e-5f;  // smallest magnitude of a scale component
 
+constexpr int32_t KIND_OWN_GEOMETRY = 30;        // a model of this kind never follows a master
+constexpr uint8_t DISPLAY_GEOMETRY_STALE = 64;   // Model::displayFlags: tessellation out of date
+
 const float ONES[3] = {1.0f, 1.0f, 1.0f};
 const float ZEROS[3] = {0.0f, 0.0f, 0.0f};
 const float IDENTITY[4][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}};
@@ -89,6 +92,35 @@ void ownUpdate(const Model *parent, Model *m) {
     composeMatrix(m->rotMatrix, m->scaling, m->translation, m->localMatrix);
 }
 
+bool inChain(const Model *m) { return m->kind >= MODEL_KIND_CHAIN && m->kind <= MODEL_KIND_EFFECTOR_2; }
+
+double rowLength(const float r[4]) {
+    return std::sqrt(static_cast<double>(r[0]) * r[0] + static_cast<double>(r[1]) * r[1] +
+                     static_cast<double>(r[2]) * r[2]);
+}
+
+// A child under a non-uniformly scaled, turned parent comes out sheared: its
+// axes are no longer square to each other. The correction keeps the x axis,
+// makes y square to it in their common plane and z square to both on the
+// side it was, and gives each axis back its length. The position stays.
+void unshear(float m[4][4]) {
+    double len[3], u[3][3];
+    for (int i = 0; i < 3; ++i) len[i] = rowLength(m[i]);
+    if (len[0] == 0.0 || len[1] == 0.0 || len[2] == 0.0) return;
+    for (int k = 0; k < 3; ++k) u[0][k] = m[0][k] / len[0];
+    double d = (m[1][0] * u[0][0] + m[1][1] * u[0][1] + m[1][2] * u[0][2]);
+    for (int k = 0; k < 3; ++k) u[1][k] = m[1][k] - d * u[0][k];
+    double n = std::sqrt(u[1][0] * u[1][0] + u[1][1] * u[1][1] + u[1][2] * u[1][2]);
+    if (n == 0.0) return;
+    for (int k = 0; k < 3; ++k) u[1][k] /= n;
+    double c[3] = {u[0][1] * u[1][2] - u[0][2] * u[1][1], u[0][2] * u[1][0] - u[0][0] * u[1][2],
+                   u[0][0] * u[1][1] - u[0][1] * u[1][0]};
+    double side = c[0] * m[2][0] + c[1] * m[2][1] + c[2] * m[2][2];
+    for (int k = 0; k < 3; ++k) u[2][k] = side < 0.0 ? -c[k] : c[k];
+    for (int i = 0; i < 3; ++i)
+        for (int k = 0; k < 3; ++k) m[i][k] = static_cast<float>(u[i][k] * len[i]);
+}
+
 void classicalUpdate(const Model *parent, Model *m) {
     eulerToMatrix(m->rotation, m->rotMatrix);
     clampScale(m->scaling);
@@ -112,18 +144,31 @@ void classicalUpdate(const Model *parent, Model *m) {
         for (int i = 0; i < 3; ++i)
             for (int k = 0; k < 3; ++k) m->globalMatrix[i][k] = m->localMatrix[i][k];
     copy3(m->globalPosition, m->globalMatrix[3]);
+    if (parent && !inChain(m) && !inChain(parent) &&
+        ((m->transfoFlags & MODEL_CHAIN_SCALING) || evalClassicalScalingFix()))
+        unshear(m->globalMatrix);
     // The frame the matrix really has: row lengths, signed like the scales,
     // and the rows they leave. A sheared frame is not a pure rotation.
     for (int i = 0; i < 3; ++i) {
         const float *row = m->globalMatrix[i];
-        double len = std::sqrt(static_cast<double>(row[0]) * row[0] +
-                               static_cast<double>(row[1]) * row[1] +
-                               static_cast<double>(row[2]) * row[2]);
+        double len = rowLength(row);
         if (m->classicalScale[i] < 0.0f) len = -len;
         if (len == 0.0) continue;
         m->globalScale[i] = static_cast<float>(len);
         for (int k = 0; k < 3; ++k) m->globalRotation[i][k] = static_cast<float>(row[k] / len);
     }
+}
+
+// A model whose shape comes from a master elsewhere (a reference to another
+// node) follows that master's transform: its display form is made again,
+// unless the master is itself being updated, which will redo it, or the
+// model's envelope work is kept for the end of the walk.
+void refreshDerivedGeometry(Model *m) {
+    if (m->kind == KIND_OWN_GEOMETRY || m->type != MODEL_REF || !m->geometry.ref) return;
+    const Model *master = m->geometry.ref->node;
+    if (!master || master == m || (master->transfoFlags & MODEL_IN_UPDATE)) return;
+    if (walkState().deferred && (m->animKind == 5 || m->animKind == 6 || m->animKind == 8)) return;
+    m->displayFlags |= DISPLAY_GEOMETRY_STALE;
 }
 
 // Siblings first, then each one's children: the order of the recursion
@@ -154,9 +199,7 @@ void modelGlobalUpdate(Model *parent, Model *model, int recurse) {
         else
             mat4Copy(model->relativeMatrix, model->globalMatrix);
     }
-    // Bounding and shapes that follow the transform are derived by the
-    // display from globalMatrix; instances with a master of their own do not
-    // exist in this viewer.
+    refreshDerivedGeometry(model);
     if (recurse) {
         if (animationOptimise & EVAL_OPT_CHILD_LOOP)
             for (Model *c = model->firstChild; c; c = c->nextSibling) modelGlobalUpdate(model, c, 1);
@@ -381,7 +424,7 @@ void evalModelVisibility(UpdateRecord *record, float time, int *) {
         double v = fcurveValue(c, time, 1);
         // With integer visibility the value 2 and 3 choose two drawing states
         // over the whole subtree.
-        bool integer = fcurveIntegerVisibility != 0;
+        bool integer = fcurveIntegerVisibilityOn() != 0;
         uint16_t visible = (integer ? v >= 0.5 : v >= 1.0) ? 1 : 0;
         uint16_t state = !integer || v < 1.5 ? 0 : v < 2.5 ? MODEL_DRAW_STATE_A : MODEL_DRAW_STATE_B;
         m->visible = visible;
@@ -390,4 +433,87 @@ void evalModelVisibility(UpdateRecord *record, float time, int *) {
         if (branch || integer) setBranch(m, visible, state, branch, integer);
         return false;
     });
+}
+
+// ---------------------------------------------------------------------------
+// Parameters of a model
+
+namespace {
+
+constexpr int ENV_MODEL_FLAGS = 2;  // Element::envValues: the model's flags word (MPRFLG)
+
+bool canBeDynamic(const Model *m) {
+    return m->type == 1 || m->type == 4 || m->type == 8 || m->type == 10;
+}
+
+bool isChainRoot(const Model *m) {
+    return m->type == MODEL_TYPE_NULL &&
+           (m->kind == MODEL_KIND_CHAIN || m->kind == MODEL_KIND_CHAIN_DYNAMIC);
+}
+
+// The joints of `root`'s own chain (not those of a chain nested below it).
+void setChainKind(const Model *root, Model *m, int32_t kind) {
+    for (Model *c = m->firstChild; c; c = c->nextSibling) {
+        if ((c->kind == MODEL_KIND_CHAIN || c->kind == MODEL_KIND_CHAIN_DYNAMIC) && chainRootOf(c) == root)
+            c->kind = kind;
+        setChainKind(root, c, kind);
+    }
+}
+
+}  // namespace
+
+void evalDynamicsSwitch(UpdateRecord *record, float time, int *) {
+    Model *m = static_cast<Model *>(record->data);
+    double v;
+    if (!m || !firstCurveValue(record, time, &v)) return;
+    bool on = v >= 1.0;
+    if (isChainRoot(m)) {
+        // A chain goes under dynamics as a whole.
+        m->kind = on ? MODEL_KIND_CHAIN_DYNAMIC : MODEL_KIND_CHAIN;
+        setChainKind(m, m, m->kind);
+    } else if ((m->kind == MODEL_KIND_NONE || m->kind == MODEL_KIND_DYNAMIC) && canBeDynamic(m)) {
+        m->kind = on ? MODEL_KIND_DYNAMIC : MODEL_KIND_NONE;
+    }
+}
+
+void evalModelParam(UpdateRecord *record, float time, int *) {
+    Model *m = static_cast<Model *>(record->data);
+    if (!m) return;
+    // The curve's type names the parameter, as it does for the local
+    // transform relations; types that name no parameter of a model are passed over.
+    uint16_t changed = 0;
+    forEachSourceCurve(record, [&](Fcurve *c) {
+        double v = fcurveValue(c, time, 1);
+        int axis;
+        if ((axis = componentOf(c->type, 1, 163)) >= 0) {
+            m->scaling[axis] = static_cast<float>(v);
+            changed |= TRANSFO_DIRTY_SCALE;
+        } else if ((axis = componentOf(c->type, 4, 166)) >= 0) {
+            m->rotation[axis] = static_cast<float>(v * DEG_TO_RAD);
+            changed |= TRANSFO_DIRTY_ROTATION;
+        } else if ((axis = componentOf(c->type, 139, 169)) >= 0) {
+            m->translation[axis] = static_cast<float>(v);
+            changed |= TRANSFO_DIRTY_POSITION;
+        }
+        return true;
+    });
+    if (!changed) return;
+    markDirty(m, changed);
+    // A parameter record is not followed by a hierarchy step of its own.
+    modelGlobalUpdate(m->parent, m, 1);
+}
+
+void evalRenderFlag(UpdateRecord *record, float time, int *) {
+    Dictionary *dict = walkState().dict;
+    Element *e = dict ? elemGet(dict, record->chapter, record->element) : nullptr;
+    double v;
+    if (!e || !firstCurveValue(record, time, &v)) return;
+    // The flags are the model's word of the scene environment (MPRFLG);
+    // 4000 to 4003 drive its bits 0 to 3.
+    const int32_t bit = 1 << (record->relation - 4000);
+    if (v >= 1.0)
+        e->envValues[ENV_MODEL_FLAGS] |= bit;
+    else
+        e->envValues[ENV_MODEL_FLAGS] &= ~bit;
+    e->envSet |= 1u << ENV_MODEL_FLAGS;
 }

@@ -11,8 +11,17 @@
 int fcurveDefaultInterpolation = FCV_SPLINE;
 float fcurveFrameRate = 30.0f;
 float fcurveMergeFrames = 0.15f;
-int fcurveIntegerVisibility = 0;
+std::atomic<int> fcurveIntegerVisibility{-1};
 FcurveConfirm fcurveConfirm = nullptr;
+
+int fcurveIntegerVisibilityOn() {
+    int on = fcurveIntegerVisibility.load(std::memory_order_relaxed);
+    if (on < 0) {
+        on = getenv("BW_OVERLOAD_HIDDEN") ? 1 : 0;
+        fcurveIntegerVisibility.store(on, std::memory_order_relaxed);
+    }
+    return on;
+}
 
 namespace {
 

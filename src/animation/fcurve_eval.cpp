@@ -211,7 +211,7 @@ double fcurveValue(Fcurve *curve, float time, int useRange) {
     if (!curve) return 0.0;
     switch (curve->type) {
         case 175:
-            if (fcurveIntegerVisibility) return fcurveStepValue(curve, time, useRange, 0);
+            if (fcurveIntegerVisibilityOn()) return fcurveStepValue(curve, time, useRange, 0);
             return fcurveStepValue(curve, time, useRange, 1);
         case 176: case 177: case 178: case 182: case 196: case 273: case 378: case 620: case 627:
         case 628: case 631: case 632: case 633:

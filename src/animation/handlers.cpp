@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int HANDLERS_PER_GROUP = 128;  // room per group; built-ins use fewer than 40
+constexpr int HANDLERS_PER_GROUP = 256;  // room per group; built-ins use about 100 of the parameter group
 
 struct HandlerSlot {
     int32_t relid;          // relation id
@@ -39,6 +39,14 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_PARAM, 301, 303, evalMaterialColour},
     {RELGR_PARAM, 304, 308, evalMaterialScalar},
     {RELGR_PARAM, 310, 312, evalMaterialScalar},
+    {RELGR_PARAM, 2208, 2208, evalLightParam},
+    {RELGR_PARAM, 11, 11, evalDynamicsSwitch},
+    {RELGR_PARAM, 15, 15, evalModelParam},
+    {RELGR_PARAM, 411, 426, evalTexture3DParam},
+    {RELGR_PARAM, 511, 532, evalTexture2DParam},
+    {RELGR_PARAM, 3000, 3003, evalSceneGlobal},
+    {RELGR_PARAM, 3030, 3035, evalSceneGlobal},
+    {RELGR_PARAM, 4000, 4003, evalRenderFlag},
     {RELGR_TRANSFO, REL_WAVE_HIERARCHY_STEP, REL_WAVE_HIERARCHY_STEP, evalHierarchyStep},
     {RELGR_TRANSFO, REL_HIERARCHY_STEP, REL_HIERARCHY_STEP, evalHierarchyStep},
     {RELGR_TRANSFO, 100, 100, evalLocalScaling},
@@ -53,6 +61,7 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_TRANSFO, 1130, 1130, evalCameraParam},
     {RELGR_TRANSFO, 2113, 2113, evalLightPosition},
     {RELGR_TRANSFO, 2115, 2115, evalLightPosition},
+    {RELGR_TRANSFO, 2120, 2120, evalLightInteger},
     {RELGR_GEOM, REL_GEOMETRY_END, REL_GEOMETRY_END, evalGeometryEnd},
 };
 

@@ -24,6 +24,7 @@ namespace {
 std::atomic<int> s_manipulation{-1};
 std::atomic<int> s_untold{-1};
 std::atomic<int> s_envelope{-1};
+std::atomic<int> s_classicalFix{-1};
 
 int presence(std::atomic<int> &cached, const char *variable) {
     int value = cached.load(std::memory_order_relaxed);
@@ -39,11 +40,14 @@ int presence(std::atomic<int> &cached, const char *variable) {
 int evalManipulationOptim() { return presence(s_manipulation, "BW_MANIPULATION_OPTIM"); }
 int evalUntoldRelOptim() { return !presence(s_untold, "BW_NO_OPTIM_UNTOLD_REL"); }
 int evalEnvelopeDeferral() { return !presence(s_envelope, "BW_NO_ENVELOP_OPTIM"); }
+int evalClassicalScalingFix() { return presence(s_classicalFix, "BW_CLASSICAL_SCL_FIX"); }
 
 void evalFlagsReset() {
     s_manipulation = -1;
     s_untold = -1;
     s_envelope = -1;
+    s_classicalFix = -1;
+    fcurveIntegerVisibility = -1;
 }
 
 // ---------------------------------------------------------------------------

@@ -45,9 +45,21 @@ void evalCameraVisibility(UpdateRecord *record, float time, int *flags);  // 110
 void evalCameraParam(UpdateRecord *record, float time, int *flags);       // 1130 to 1144
 void evalLightPosition(UpdateRecord *record, float time, int *flags);     // 2113, 2115
 void evalLightVisibility(UpdateRecord *record, float time, int *flags);   // 2100
-void evalLightParam(UpdateRecord *record, float time, int *flags);        // 2130 to 2136, 2201 to 2207
 void evalMaterialColour(UpdateRecord *record, float time, int *flags);    // 301 to 303
 void evalMaterialScalar(UpdateRecord *record, float time, int *flags);    // 304 to 308, 310 to 312
+void evalLightParam(UpdateRecord *record, float time, int *flags);        // 2130 to 2136, 2201 to 2208
+void evalDynamicsSwitch(UpdateRecord *record, float time, int *flags);    // 11
+void evalModelParam(UpdateRecord *record, float time, int *flags);        // 15
+void evalRenderFlag(UpdateRecord *record, float time, int *flags);        // 4000 to 4003
+void evalLightInteger(UpdateRecord *record, float time, int *flags);      // 2120
+void evalTexture3DParam(UpdateRecord *record, float time, int *flags);    // 411 to 426
+void evalTexture2DParam(UpdateRecord *record, float time, int *flags);    // 511 to 532
+void evalSceneGlobal(UpdateRecord *record, float time, int *flags);       // 3000 to 3003, 3030 to 3035
+
+// The value of the first active curve source; 0 when there is none.
+int firstCurveValue(const UpdateRecord *record, float time, double *value);
+// A curve value as the integer of a stepped parameter: rounded half away from zero.
+int32_t roundedValue(double v);
 
 // The model a transform record works on: the wave's transform object for the
 // wave relations, else the record's data.

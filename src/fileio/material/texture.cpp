@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "animation.h"
 #include "mat_internal.h"
 
 namespace {
@@ -195,7 +196,15 @@ int texture2DRead(BinReader &r, const Prototype *proto, Texture2D &out) {
     if (out.method == METHOD_REFLECTION_A || out.method == METHOD_REFLECTION_B) {
         for (int i = 0; i < 3; ++i) out.boxSize[i] = out.boxCentre[i] = out.sphereCentre[i] = 0.0f;
     }
+    texture2DDerive(out);
     return !r.failed;
+}
+
+void texture2DDerive(Texture2D &t) {
+    float m[4][4];
+    eulerToMatrix(t.rotation, m);
+    for (int i = 0; i < 3; ++i)
+        for (int k = 0; k < 3; ++k) t.matrix[i][k] = m[i][k];
 }
 
 int texture2DWrite(BinWriter &w, const Prototype *proto, const Texture2D &t) {

@@ -66,6 +66,7 @@ struct SurfaceApprox {
 constexpr int MESH_EDGE_BLOCK_BITS = 10;                    // edges lie in blocks of 1024
 constexpr int32_t MESH_EDGE_BLOCK = 1 << MESH_EDGE_BLOCK_BITS;
 constexpr uint16_t MESH_FLAG_TOKEN1 = 2;                    // flags bit set by token 1
+constexpr uint16_t MESH_FLAG_SCALED = 4;                    // flags bit: drawn without the model's second scale
 
 struct MeshNeighbour {
     int32_t vrt;  // vertex at the other end of the edge

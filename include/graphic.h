@@ -318,6 +318,14 @@ void grDefaultLightSet();
 // scene's ambient colour, two-sided lighting; lighting on.
 void grLightModelSet();
 
+// True when the model's global scale turns it inside out (a negative product
+// of its three components): the strips then carry negated normals.
+bool modelMirrored(const Model *model);
+// The second scale a mesh model (type 4) is drawn with, inside the global
+// matrix: its own scaling, unless its mesh has MESH_FLAG_SCALED. 1 and the
+// three factors in `scale`, or 0 when none applies.
+int modelExtraScale(const Model *model, float scale[3]);
+
 // The fixed material "default" of models without one: shading model 4,
 // ambient 0.5, diffuse 0.7, specular 1, decay 50; id 1.
 const Material &materialDefault();
@@ -331,13 +339,14 @@ const Texture2D *modelLocalTexture(const Model *model, const BW_GlbVar &g);
 const Texture2D *textureResolve(const Model *model, const Material *material, const Texture2D *local,
                                 const BW_GlbVar &g);
 
-// Texture UV. UV of a point for the texture's method; returns the seam side
+// Texture UV. UV of a point for the texture's method, the point first turned
+// by the texture's rotation (`matrix`, row vector times rows); returns the seam side
 // code of cylindrical and spherical methods (1 for u at most 0.25, 2 for u at
 // least 0.75, else 0; a triangle whose corners give 1 and 2 crosses the
 // seam), 0 for other methods.
-int stripTextureProject(const Texture2D *texture, const float point[3], float uv[2]);
+int textureProject(const Texture2D *texture, const float point[3], float uv[2]);
 // Scale, offset and swap of a texture applied to UV.
-void stripTextureTransform(const Texture2D *texture, float uv[2]);
+void textureTransform(const Texture2D *texture, float uv[2]);
 // BW_OLD_UV_CONVERSION, read once.
 bool stripOldUvConversion();
 // The transformed UV of a vertex: the surface's own (method 4) or projected

@@ -116,9 +116,11 @@ struct Material {
     uint32_t kept19 = 0, kept20 = 0; // tokens 19, 20, four bytes each
     CustomShader shaders[3];         // tokens 21, 22, 23
     uint16_t newForm[2] = {0, 0};    // both 2 after shading model 7 in token 536 (stored as 1)
-    uint16_t kept540 = 0, kept541 = 0;  // tokens 540, 541
+    uint16_t kept541 = 0;            // token 541
     std::vector<CustomBlock> customBlocks;  // token 0xFF19
     CustomShader sizedShader;        // token 0xFF1A
+    uint16_t vertexColourMode = 1;   // token 540: 1 vertex colours unused unless the draw asks,
+                                     // 3 added to the diffuse colour, any other value drawn as they are
     // Derived, not on disk.
     uint32_t revision = 0;           // bumped whenever a value changes after the read; the draw
                                      // recompiles the material's list when it differs

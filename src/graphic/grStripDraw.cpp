@@ -221,6 +221,12 @@ int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprop
     }
     glPushMatrix();
     glMultMatrixf(&model->globalMatrix[0][0]);
+    float scale[3];
+    const int scaled = modelExtraScale(model, scale);
+    if (scaled) {
+        glPushMatrix();
+        glScalef(scale[0], scale[1], scale[2]);
+    }
     Player p{};
     p.dict = scene ? dictGet(static_cast<int>(scene->dict)) : nullptr;
     p.gprops = gprops;
@@ -256,6 +262,7 @@ int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprop
     textureUnbind(*g);
     if (lit) glEnable(GL_LIGHTING);
     else glDisable(GL_LIGHTING);
+    if (scaled) glPopMatrix();
     glPopMatrix();
     return 0;
 }

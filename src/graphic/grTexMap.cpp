@@ -33,11 +33,17 @@ bool stripOldUvConversion() {
     return old;
 }
 
-int stripTextureProject(const Texture2D *t, const float point[3], float uv[2]) {
+int textureProject(const Texture2D *t, const float point[3], float uv[2]) {
     // The low corner of the projection box.
     double base[3];
     for (int k = 0; k < 3; ++k) base[k] = static_cast<double>(t->boxCentre[k]) - 0.5 * t->boxSize[k];
-    const double x = point[0], y = point[1], z = point[2];
+    // The projection turns with the texture: the point goes through its
+    // rotation (row vector times the three rows) before the method's formula.
+    double q[3];
+    for (int k = 0; k < 3; ++k)
+        q[k] = point[0] * static_cast<double>(t->matrix[0][k]) + point[1] * static_cast<double>(t->matrix[1][k]) +
+               point[2] * static_cast<double>(t->matrix[2][k]);
+    const double x = q[0], y = q[1], z = q[2];
     double u = 0.0, v = 0.0;
     int side = 0;
     switch (t->method) {
@@ -74,7 +80,7 @@ int stripTextureProject(const Texture2D *t, const float point[3], float uv[2]) {
     return side;
 }
 
-void stripTextureTransform(const Texture2D *t, float uv[2]) {
+void textureTransform(const Texture2D *t, float uv[2]) {
     const float uScale = t->uScale != 0.0f ? t->uScale : 1e-5f;
     const float vScale = t->vScale != 0.0f ? t->vScale : 1e-5f;
     float u = (uv[0] - t->uOffset) / uScale;
@@ -98,9 +104,9 @@ int stripVertexUv(const Texture2D *t, const TessVertex *v, float uv[2], int *fro
         uv[0] = 1.0f - v->u;
         uv[1] = 1.0f - v->v;
     } else {
-        side = stripTextureProject(t, v->refPos, uv);
+        side = textureProject(t, v->refPos, uv);
     }
     if (fromSurface) *fromSurface = t->method == MAP_UV ? 1 : 0;
-    stripTextureTransform(t, uv);
+    textureTransform(t, uv);
     return side;
 }

@@ -54,6 +54,16 @@ const Material &materialDefault() {
     return material;
 }
 
+bool modelMirrored(const Model *m) {
+    return static_cast<double>(m->globalScale[0]) * m->globalScale[1] * m->globalScale[2] < 0.0;
+}
+
+int modelExtraScale(const Model *m, float scale[3]) {
+    if (m->type != MODEL_MESH || !m->geometry.mesh || (m->geometry.mesh->flags & MESH_FLAG_SCALED)) return 0;
+    for (int k = 0; k < 3; ++k) scale[k] = m->scaling[k];
+    return 1;
+}
+
 Material *modelMaterial(const Model *m) {
     for (const Model *n = m; n; n = n->parent)
         if (n->materials && n->materialCount > 0) return n->materials[0];
@@ -77,10 +87,6 @@ const Texture2D *textureResolve(const Model *model, const Material *material, co
 }
 
 namespace {
-
-// The records carry no vertex colour mode; 1, the default material's, means
-// vertex colours count only when the draw recomputes them.
-int vertexColourMode(const Material *) { return 1; }
 
 BW_GlbVar &glbOf(const BW_GraphicProps *gprops) { return gprops && gprops->glbVar ? *gprops->glbVar : glbVar; }
 
@@ -235,7 +241,7 @@ bool onSeam(const Model *model, int32_t t, const std::vector<const Texture2D *> 
         int sides = 0;
         for (const TessVertex *v : tri.v) {
             float uv[2];
-            sides |= stripTextureProject(tex, v->refPos, uv);
+            sides |= textureProject(tex, v->refPos, uv);
         }
         if (sides == 3) return true;
     }
@@ -429,7 +435,7 @@ void runFormMake(const Model *model, Material *material, const Texture2D *local,
     f->material = &mat;
     f->id = g_stripMaterialId(material);
     f->shadow = mat.shadingModel == SHADING_SHADOW;
-    f->colourMode = vertexColourMode(material);
+    f->colourMode = mat.vertexColourMode;
     f->colour = f->colourMode != 1 || (gprops && gprops->vertexColors == 1);
     f->shaded = mat.shadingModel != SHADING_CONSTANT;
     f->token = f->shaded ? (f->colour ? STRIP_MAT_SHADED_COLOUR : STRIP_MAT_SHADED)
@@ -515,7 +521,7 @@ int streamCompile(Model *model, TmeshBuild *build, const BW_GlbVar &g, const BW_
     }
 
     // Filling pass.
-    const bool mirrored = model->scaling[0] * model->scaling[1] * model->scaling[2] < 0.0f;
+    const bool mirrored = modelMirrored(model);
     int64_t at = 0, countAt = -1;
     int64_t window[3];   // UV cells of the strip's last three vertices
     int sides[3] = {0, 0, 0}, inWindow = 0;
@@ -579,9 +585,12 @@ int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
         // Strips: kept while nothing they depend on changed.
         HeaderKey key;
         headerKey(model, g, &key);
+        // The normals in the stream follow the handedness of the global
+        // scale: a model turned inside out by its scale rebuilds them.
+        const bool turned = model->transfoDirtyDraw & TRANSFO_MIRRORED;
         if (model->tmesh) {
             const bool valid = headerValid(model->tmesh, key, g, gprops);
-            if (valid && !(model->displayFlags & (MODEL_STRIPS_STALE | MODEL_STRIPS_STALE_2))) return 0;
+            if (valid && !turned && !(model->displayFlags & (MODEL_STRIPS_STALE | MODEL_STRIPS_STALE_2))) return 0;
             if (!valid) modelDropStrips(model);
         }
         trianglesSort(model);
@@ -600,6 +609,7 @@ int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
             model->tmesh = h;
             build.header = nullptr;
             model->displayFlags &= static_cast<uint8_t>(~(MODEL_STRIPS_STALE | MODEL_STRIPS_STALE_2));
+            model->transfoDirtyDraw &= static_cast<uint16_t>(~TRANSFO_MIRRORED);
             tmeshBuildFree(&build);
             return stopped(gprops);
         }

@@ -302,10 +302,10 @@ TEST_F(Strips, CellsAndStridesOfOneTriangle) {
         EXPECT_EQ(v[3], 1.0f);  // normal z
         EXPECT_EQ(std::memcmp(v + 4, vx.pos, sizeof vx.pos), 0);
     }
-    // A mirrored model turns its normals.
-    m->scaling[0] = -1;
+    // A model mirrored by its global scale turns its normals.
+    m->globalScale[0] = -1;
     EXPECT_EQ(rebuild(m).strips.at(0).vertices[0][3], -1.0f);
-    m->scaling[0] = 1;
+    m->globalScale[0] = 1;
 
     // Vertex colours: -9, stride 10, bytes over 255.
     gp.vertexColors = 1;

@@ -16,7 +16,7 @@ constexpr uint16_t MT_NAME = 1, MT_SHADING = 2, MT_AMBIENT = 3, MT_DIFFUSE = 4, 
                    MT_DECAY = 6, MT_K7 = 7, MT_K8 = 8, MT_TRANSPARENCY = 9, MT_K10 = 10,
                    MT_K11 = 11, MT_K13 = 13, MT_K14 = 14, MT_K15 = 15, MT_TEX2D = 16,
                    MT_TEX3D = 17, MT_K18 = 18, MT_K19 = 19, MT_K20 = 20, MT_SHADER1 = 21,
-                   MT_SHADER3 = 23, MT_SHADING_NEW = 536, MT_SHADING_THIRD = 539, MT_K540 = 540,
+                   MT_SHADER3 = 23, MT_SHADING_NEW = 536, MT_SHADING_THIRD = 539, MT_VERTEX_COLOUR = 540,
                    MT_K541 = 541, MT_CUSTOM = 0xFF19, MT_SIZED_SHADER = 0xFF1A;
 
 // What version 4.0 writes, in this order. Token 539 is read, never written.
@@ -73,7 +73,7 @@ int readField(BinReader &r, const Prototype *proto, Material &m, uint16_t token)
             return 1;
         }
         case MT_SHADING_THIRD: m.shadingModel = binReadU16(r); return 1;
-        case MT_K540: m.kept540 = binReadU16(r); return 1;
+        case MT_VERTEX_COLOUR: m.vertexColourMode = binReadU16(r); return 1;
         case MT_K541: m.kept541 = binReadU16(r); return 1;
         case MT_CUSTOM: customBlocksReadSized(r, m.customBlocks); return 1;
         case MT_SIZED_SHADER: {
@@ -116,7 +116,7 @@ void writeField(BinWriter &w, const Prototype *proto, const Material &m, uint16_
             binWriteU16(w, constantNew ? SHADING_NEW_CONSTANT : m.shadingModel);
             break;
         }
-        case MT_K540: binWriteU16(w, m.kept540); break;
+        case MT_VERTEX_COLOUR: binWriteU16(w, m.vertexColourMode); break;
         case MT_K541: binWriteU16(w, m.kept541); break;
         case MT_CUSTOM: customBlocksWriteSized(w, m.customBlocks); break;
         case MT_SIZED_SHADER:

@@ -34,7 +34,7 @@ constexpr float COLOUR_SCALE = 0.00392156862745098f;  // 1 / 255
 // it, else in the calling thread's.
 thread_local Dictionary *s_preprocessDict = nullptr;
 
-Dictionary *lookupDict() { return s_preprocessDict ? s_preprocessDict : dictCurrent(); }
+Dictionary *lookupDict() { return tessDictionary(); }
 
 const Texture2D *materialTexture(const Material *material) {
     return material && !material->textures.empty() ? &material->textures[0] : nullptr;
@@ -45,6 +45,8 @@ int materialIdDefault(const Material *material) { return grMaterialId(lookupDict
 int textureIdDefault(const Texture2D *texture) { return grTextureId(lookupDict(), texture); }
 
 }  // namespace
+
+Dictionary *tessDictionary() { return s_preprocessDict ? s_preprocessDict : dictCurrent(); }
 
 int (*g_stripMaterialId)(const Material *material) = materialIdDefault;
 int (*g_stripTextureId)(const Texture2D *texture) = textureIdDefault;

@@ -35,6 +35,10 @@ void tessTrianglesLink(Model *model, int32_t count);
 void tessTrianglesMaterial(Model *model, Material *material, uint16_t index);
 // The model's first own material, or null.
 Material *tessFirstMaterial(const Model *model);
+// The dictionary of the scene being preprocessed, else the calling thread's;
+// null for none.
+struct Dictionary;
+Dictionary *tessDictionary();
 
 // ---------------------------------------------------------------------------
 // Field readings. The file readers keep a patch's step words and a NURBS
@@ -99,6 +103,21 @@ int tessellateFace(Model *model, Face *shape, Face *reference);
 int tessellateMesh(Model *model, Mesh *shape, Mesh *reference, Material **materials, int materialCount,
                    int allHard);
 int tessellateMeta(Model *model);
+
+// The polygonising pass of a meta group: the surface where the summed field
+// of its clay balls reaches META_THRESHOLD, in the group's coordinates.
+// Triangles are wound clockwise seen from outside, the pass's own sense;
+// normals point outwards. Arrays are tessAlloc'd.
+constexpr double META_THRESHOLD = 0.5625;
+struct MetaSurface {
+    int32_t pointCount;        // entries of points and normals
+    float (*points)[3];        // vertex positions
+    float (*normals)[3];       // unit normals
+    int32_t triangleCount;     // entries of triangles
+    int32_t (*triangles)[3];   // point indices
+};
+void metaPolygonise(const Model *group, MetaSurface *out);
+void metaSurfaceFree(MetaSurface *surface);
 int tessellateNurbs(Model *model, NurbsSurface *shape, NurbsSurface *reference, int precision);
 
 // The plain NURBS tessellator; with `params` not null it also hands back the

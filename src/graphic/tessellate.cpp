@@ -160,15 +160,6 @@ int tessellateBox(Model *model) {
     return 0;
 }
 
-int tessellateMeta(Model *model) {
-    // A meta group is polygonised by its generator; no generator exists in
-    // the viewer, so the group has nothing to draw. Were there one, its
-    // vertices would be copied with the defaults and its triangles turned
-    // round (third, second, first corner).
-    (void)model;
-    return 0;
-}
-
 int tessellateModel(Model *model, int chooseShape, int shapeIndex, int precision) {
     if (!model) return 9;
     modelDropGeometry(model, 0);

@@ -93,6 +93,15 @@ TEST(MaterialRecord, ReadsGoldenTaggedBytes) {
     EXPECT_EQ(Bytes(written.end() - 2, written.end()), be16(0));
 }
 
+TEST(MaterialRecord, VertexColourModeIsOneUnlessToken540SaysOtherwise) {
+    EXPECT_EQ(Material().vertexColourMode, 1);  // the default material's
+    Bytes bytes = be16(1) + text0("painted") + be16(540) + be16(3) + be16(0);
+    ByteFile file(bytes, "in.mtr", 4.0f);
+    Material m;
+    ASSERT_EQ(materialRead(file.r, nullptr, m), 1);
+    EXPECT_EQ(m.vertexColourMode, 3);
+}
+
 TEST(MaterialRecord, RoundTripsInlineWithAndWithoutPrototypes) {
     Prototype proto;
     materialProtoAdd(proto);

@@ -113,3 +113,30 @@ TEST_F(StripGl, DrawnDirectlyThenFromTheListThatTakesTheStreamOver) {
     glDisable(GL_LIGHTING);
     modelFree(m);
 }
+
+TEST_F(StripGl, AMeshIsDrawnWithItsSecondScaleUnlessItsMeshCarriesIt) {
+    // Scaled by 2 across its plane, the square covers the whole view.
+    Model *m = square();
+    m->scaling[0] = m->scaling[2] = 2.0f;
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    const unsigned grey = 0xB2B2B2;
+    clear();
+    ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
+    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_EQ(pixel(48, 48), grey);
+
+    // A mesh marked as carrying its scale is drawn by the global matrix alone.
+    m->geometry.mesh->flags |= MESH_FLAG_SCALED;
+    clear();
+    ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
+    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_EQ(pixel(48, 48), 0u);
+
+    // The modelview comes back as it was.
+    GLfloat mv[16];
+    glGetFloatv(GL_MODELVIEW_MATRIX, mv);
+    EXPECT_EQ(mv[0], 1.0f);
+    EXPECT_EQ(mv[12], 0.0f);
+    modelFree(m);
+}

@@ -415,3 +415,70 @@ TEST(StripStream, WalkRefusesBrokenStreams) {
     EXPECT_EQ(stripStreamWalk(bad.data(), static_cast<int32_t>(bad.size()), nullptr), -1);
     EXPECT_EQ(stripStreamWalk(good.data() + 2, static_cast<int32_t>(good.size()) - 2, nullptr), -1);  // no material
 }
+
+TEST_F(Strips, AMaterialAsksForVertexColoursByItsMode) {
+    Model *m = modelNew("painted", MODEL_MESH, oneTriangle());
+    Material *mat = addMaterial(m, 4);
+    g_ids[mat] = 5;
+    const float red = 0x99 / 255.0f;  // byte 0 of the corners' colour
+
+    // Shaded, colours drawn as they are: -9, colour and normal cells.
+    mat->vertexColourMode = 2;
+    preprocess(m);
+    Decoded d = decode(m->tmesh);
+    expectRoundTrip(m, d);
+    EXPECT_EQ(d.materials.at(0), std::make_pair(STRIP_MAT_SHADED_COLOUR, 5));
+    ASSERT_EQ(d.strips.at(0).layout.stride, 10);
+    EXPECT_FLOAT_EQ(d.strips[0].vertices[0][d.strips[0].layout.colour], red);
+
+    // Mode 3 adds the material's diffuse colour.
+    mat->vertexColourMode = 3;
+    mat->diffuse[0] = 0.25f;
+    d = rebuild(m);
+    EXPECT_EQ(d.materials.at(0).first, STRIP_MAT_SHADED_COLOUR);
+    EXPECT_FLOAT_EQ(d.strips.at(0).vertices[0][d.strips[0].layout.colour], red + 0.25f);
+
+    // A constant material with vertex colours: -7, colour but no normal.
+    mat->shadingModel = 1;
+    d = rebuild(m);
+    expectRoundTrip(m, d);
+    EXPECT_EQ(d.materials.at(0), std::make_pair(STRIP_MAT_CONSTANT_COLOUR, 5));
+    ASSERT_EQ(d.strips.at(0).layout.stride, 7);
+    EXPECT_EQ(d.strips[0].layout.normal, -1);
+
+    // Mode 1 leaves the colours to the draw's switch.
+    mat->vertexColourMode = 1;
+    EXPECT_EQ(rebuild(m).materials.at(0).first, STRIP_MAT_CONSTANT);
+    gp.vertexColors = 1;
+    EXPECT_EQ(rebuild(m).materials.at(0).first, STRIP_MAT_CONSTANT_COLOUR);
+    gp.vertexColors = 0;
+    modelFree(m);
+}
+
+TEST_F(Strips, AGlobalScaleThatMirrorsTurnsTheNormalsAtTheNextPreprocess) {
+    Model *m = modelNew("one", MODEL_MESH, oneTriangle());
+    preprocess(m);
+    auto normalZ = [&] { return decode(m->tmesh).strips.at(0).vertices[0][3]; };
+    EXPECT_EQ(normalZ(), 1.0f);
+
+    // The model's own scale alone decides nothing: the global one does.
+    m->scaling[2] = -1;
+    EXPECT_EQ(rebuild(m).strips.at(0).vertices[0][3], 1.0f);
+    m->scaling[2] = 1;
+
+    // The evaluation flips the global scale of one axis and marks the change
+    // of handedness: the strips are rebuilt though nothing else changed, and
+    // the mark is taken.
+    m->globalScale[1] = -2;
+    m->transfoDirtyDraw |= TRANSFO_MIRRORED;
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    EXPECT_EQ(normalZ(), -1.0f);
+    EXPECT_EQ(m->transfoDirtyDraw & TRANSFO_MIRRORED, 0);
+
+    // Two axes flipped keep the handedness.
+    m->globalScale[0] = -1;
+    m->transfoDirtyDraw |= TRANSFO_MIRRORED;
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    EXPECT_EQ(normalZ(), 1.0f);
+    modelFree(m);
+}

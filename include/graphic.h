@@ -170,6 +170,7 @@ struct TmeshHeader {
     uint16_t compileRequest;   // 1 at build: make a list at the next draw if listEnable
     int32_t lastMaterial;      // curMatId after the list
     int32_t lastTexture;       // curTxtId after the list
+    uint32_t revisions;        // sum of the revisions of the materials and textures built from
 };
 
 // Stream cells.

@@ -103,7 +103,27 @@ bool drawnType(int32_t type) {
 struct HeaderKey {
     int32_t curMaterialId, curMaterialTexId, defaultMaterialId, localTextureId;
     int32_t policy[4];
+    uint32_t revisions;
 };
+
+// The revisions of the materials the model draws with and of their textures
+// and its own, summed: the stream holds colours, modes and projected UV of
+// them, so a change of any after the read (revisions only grow) asks for new
+// strips.
+uint32_t lookRevisions(const Model *model) {
+    uint32_t sum = 0;
+    const Model *owner = model;
+    while (owner && !(owner->materials && owner->materialCount > 0)) owner = owner->parent;
+    for (int i = 0; owner && i < owner->materialCount; ++i) {
+        const Material *m = owner->materials[i];
+        if (!m) continue;
+        sum += m->revision;
+        for (const Texture2D &t : m->textures) sum += t.revision;
+    }
+    for (int i = 0; model->textures2D && i < model->texture2DCount; ++i)
+        if (model->textures2D[i]) sum += model->textures2D[i]->revision;
+    return sum;
+}
 
 void headerKey(const Model *model, const BW_GlbVar &g, HeaderKey *k) {
     const Material *material = modelMaterial(model);
@@ -116,13 +136,14 @@ void headerKey(const Model *model, const BW_GlbVar &g, HeaderKey *k) {
     k->policy[1] = g.materialOverLocal;
     k->policy[2] = g.currentMaterialOnly;
     k->policy[3] = g.texFilter;
+    k->revisions = lookRevisions(model);
 }
 
 bool headerValid(const TmeshHeader *h, const HeaderKey &k, const BW_GlbVar &g, const BW_GraphicProps *gprops) {
     if (h->curMaterialId != k.curMaterialId || h->curMaterialTexId != k.curMaterialTexId ||
         h->defaultMaterialId != k.defaultMaterialId || h->localTextureId != k.localTextureId)
         return false;
-    if (memcmp(h->policy, k.policy, sizeof k.policy) != 0) return false;
+    if (memcmp(h->policy, k.policy, sizeof k.policy) != 0 || h->revisions != k.revisions) return false;
     const uint16_t active = gprops ? gprops->texture.active : 0;
     return h->listId == -1 || (h->textureState == active && g.listEnable);
 }
@@ -605,6 +626,7 @@ int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
             h->defaultMaterialId = key.defaultMaterialId;
             h->localTextureId = key.localTextureId;
             memcpy(h->policy, key.policy, sizeof h->policy);
+            h->revisions = key.revisions;
             h->textureState = gprops ? gprops->texture.active : 0;
             // Swapped in whole: the draw never sees a half-built header.
             modelDropStrips(model);

@@ -482,3 +482,30 @@ TEST_F(Strips, AGlobalScaleThatMirrorsTurnsTheNormalsAtTheNextPreprocess) {
     EXPECT_EQ(normalZ(), 1.0f);
     modelFree(m);
 }
+
+TEST_F(Strips, ATurnedTextureRotationBringsNewUvAtTheNextPreprocess) {
+    Model *m = modelNew("one", MODEL_MESH, oneTriangle());
+    Texture2D *t = addTexture(m, 1);  // XY plane over a box of 2 about the origin
+    g_ids[t] = 7;
+    t->boxSize[0] = t->boxSize[1] = 2;
+    preprocess(m);
+    // u of each vertex is (x' + 1) / 2 with x' the first coordinate of the
+    // turned point.
+    auto expectU = [&](int turned) {
+        const Decoded d = decode(m->tmesh);
+        for (const Strip &s : d.strips)
+            for (const float *v : s.vertices) {
+                const float *p = m->vertices[stripVertexIndex(v)].refPos;
+                EXPECT_FLOAT_EQ(v[s.layout.uv + 1], ((turned ? -p[1] : p[0]) + 1) / 2);
+            }
+    };
+    expectU(0);
+    // The handlers turn the texture a quarter about z and bump its revision:
+    // the stream follows though nothing else changed.
+    const float turn[3][3] = {{0, 1, 0}, {-1, 0, 0}, {0, 0, 1}};
+    std::memcpy(t->matrix, turn, sizeof turn);
+    t->revision += 1;
+    ASSERT_EQ(modelPreprocess(m, &gp), 0);
+    expectU(1);
+    modelFree(m);
+}

@@ -415,22 +415,6 @@ int evalEnvelopeDeferral();
 int evalClassicalScalingFix();
 void evalFlagsReset();  // the next question reads the environment again (BW_OVERLOAD_HIDDEN too)
 
-// ---------------------------------------------------------------------------
-// The scene's global block: the scene-wide settings that curves animate
-// (relations 3000 to 3003 and 3030 to 3035 on the scene element). Like the
-// other core globals it is one per process, swapped per scene by the layer;
-// the display takes its values over when `revision` moves.
-
-struct SceneGlobals {
-    float ambient[3] = {0.2f, 0.2f, 0.2f};  // 3000 to 3002: light model ambient colour
-    uint16_t twoSided = 0;                  // 3003: 1 lights both sides of surfaces
-    int32_t fogEnable = 0;                  // 3030: 1 linear fog
-    float fogStart = 20.0f;                 // 3031: distance where fog begins
-    float fogEnd = 100.0f;                  // 3032: distance of full fog
-    float fogColor[3] = {0, 0, 0};          // 3033 to 3035: fog colour
-    uint32_t revision = 0;                  // bumped by every change a curve makes; 0: never animated
-};
-extern SceneGlobals g_sceneGlobals;
 
 // ---------------------------------------------------------------------------
 // Printing: " \n\n UPDATE LIST: \n" and a line per record, verbose or short.

@@ -244,6 +244,19 @@ struct SubSceneList {
     SubSceneEntry *entries;  // malloc'd
 };
 
+// The scene's global block: the scene-wide settings that curves animate
+// (relations 3000 to 3003 and 3030 to 3035 on the scene element). Each scene
+// holds its own; the draw takes the values over once a curve has moved them.
+struct SceneGlobals {
+    float ambient[3] = {0.2f, 0.2f, 0.2f};  // 3000 to 3002: light model ambient colour
+    uint16_t twoSided = 0;                  // 3003: 1 lights both sides of surfaces
+    int32_t fogEnable = 0;                  // 3030: 1 linear fog
+    float fogStart = 20.0f;                 // 3031: distance where fog begins
+    float fogEnd = 100.0f;                  // 3032: distance of full fog
+    float fogColor[3] = {0, 0, 0};          // 3033 to 3035: fog colour
+    uint32_t revision = 0;                  // bumped by every change a curve makes; 0: never animated
+};
+
 struct Dictionary {
     int32_t chapterCount = 0;           // 36 once created
     std::vector<Chapter> chapters;      // indexed by chapter id
@@ -258,6 +271,7 @@ struct Dictionary {
     SubSceneList lists[2] = {};         // sub-scene lists
     uint16_t scratchFlag = 0;           // scratch
     uint16_t hierarchyDirty = 1;        // MODELS hierarchy changed: re-derive transforms
+    SceneGlobals globals;               // ambient, two-sided lighting and fog of the scene
 };
 
 // ---------------------------------------------------------------------------

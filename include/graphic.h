@@ -294,10 +294,9 @@ struct BW_DefaultLight {
     uint16_t type;       // 3: at infinity
 };
 
-// Scene-wide lighting: the light model and the default light.
+// Lighting beside the scene's own block (ambient and two-sided lighting
+// stand in the dictionary's SceneGlobals): the override and the default light.
 struct BW_SceneLighting {
-    float ambient[3] = {0.2f, 0.2f, 0.2f};  // light model ambient colour, alpha 1
-    uint16_t twoSided = 0;                  // the scene lights both sides of its surfaces
     uint16_t twoSidedOverride = 0;          // set: one side only, whatever twoSided says
     BW_DefaultLight defaultLight = {{1.0f, 1.0f, 1.0f}, {0.4f, 0.8f, 0.6f}, 3};  // white, from above right
 };
@@ -316,8 +315,10 @@ extern int g_optimizeEditing;  // BW_SHADE_OPTIMIZE_EDITING: textures keep their
 // GL_LIGHT0 from the default light, not enabled.
 void grDefaultLightSet();
 // Local or infinite viewer (BW_OGL_LIGHT_VIEWER_INFINITE, read once), the
-// scene's ambient colour, two-sided lighting; lighting on.
-void grLightModelSet();
+// scene's ambient colour and two-sided lighting; lighting on. State
+// initialisation knows no scene and sets the block's defaults.
+struct SceneGlobals;
+void grLightModelSet(const SceneGlobals &scene);
 
 // True when the model's global scale turns it inside out (a negative product
 // of its three components): the strips then carry negated normals.

@@ -131,6 +131,9 @@ struct Model {
     struct TmeshHeader *tmesh;       // strip stream of the model; null for none
     // Set by the scene that names the model (its environment), after the read.
     uint16_t displayMode;            // DISPLAY: the model's own display type; 0 when not given
+    int32_t wireColour;              // WIRECOL: wire colour code; 0 when not given
+    uint16_t renderFlags;            // bits 0 to 3, driven by relations 4000 to 4003: the
+                                     // renderer's switches of the model, kept, not drawn
 };
 
 // Reading modes.

@@ -249,9 +249,9 @@ constexpr int PALETTE_SPARE = PALETTE_SIZE;  // the fixed spare entry, after the
 int modelTypeFilled(int32_t type);
 
 // ---------------------------------------------------------------------------
-// What the draw reads of a models entry: its visibility record. The entry,
-// its model and the scene's environment statements (WIRECOL, DISPLAY,
-// MPRFLG) hold it; modelDisplay gathers it for one draw.
+// What the draw reads of a models entry: its visibility record. The entry and
+// its model hold it (the scene's WIRECOL, DISPLAY and MPRFLG reach the model
+// at the load); modelDisplay gathers it for one draw.
 
 enum VisibilityState : int32_t {
     VISIBILITY_HIDDEN = 0,  // not drawn, not picked

@@ -440,8 +440,6 @@ void evalModelVisibility(UpdateRecord *record, float time, int *) {
 
 namespace {
 
-constexpr int ENV_MODEL_FLAGS = 2;  // Element::envValues: the model's flags word (MPRFLG)
-
 bool canBeDynamic(const Model *m) {
     return m->type == 1 || m->type == 4 || m->type == 8 || m->type == 10;
 }
@@ -504,16 +502,9 @@ void evalModelParam(UpdateRecord *record, float time, int *) {
 }
 
 void evalRenderFlag(UpdateRecord *record, float time, int *) {
-    Dictionary *dict = walkState().dict;
-    Element *e = dict ? elemGet(dict, record->chapter, record->element) : nullptr;
+    Model *m = static_cast<Model *>(record->data);
     double v;
-    if (!e || !firstCurveValue(record, time, &v)) return;
-    // The flags are the model's word of the scene environment (MPRFLG);
-    // 4000 to 4003 drive its bits 0 to 3.
-    const int32_t bit = 1 << (record->relation - 4000);
-    if (v >= 1.0)
-        e->envValues[ENV_MODEL_FLAGS] |= bit;
-    else
-        e->envValues[ENV_MODEL_FLAGS] &= ~bit;
-    e->envSet |= 1u << ENV_MODEL_FLAGS;
+    if (!m || !firstCurveValue(record, time, &v)) return;
+    const uint16_t bit = static_cast<uint16_t>(1u << (record->relation - 4000));
+    m->renderFlags = static_cast<uint16_t>(v >= 1.0 ? m->renderFlags | bit : m->renderFlags & ~bit);
 }

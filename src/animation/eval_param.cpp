@@ -9,7 +9,6 @@
 #include "material.h"
 #include "updatelist_internal.h"
 
-SceneGlobals g_sceneGlobals;
 
 namespace {
 
@@ -188,6 +187,7 @@ void evalTexture3DParam(UpdateRecord *record, float time, int *) {
 }
 
 void evalSceneGlobal(UpdateRecord *record, float time, int *) {
+    Dictionary *dict = walkState().dict;
     const ParamRow<SceneGlobals> *row = rowOf(SCENE_GLOBAL_PARAMS, record->relation);
-    if (row && applyRow(*row, record, time, g_sceneGlobals)) ++g_sceneGlobals.revision;
+    if (dict && row && applyRow(*row, record, time, dict->globals)) ++dict->globals.revision;
 }

@@ -34,16 +34,6 @@ UpdateHandler handlerFor(int group, int32_t relation) {
     return updateHandlerFind(group, relation);
 }
 
-// Sum of the fan-outs over the relation's rows whose third number is set: how
-// many inactive sources a record of the relation may have and still run.
-int32_t foSumOf(int32_t relation) {
-    int row = relRowFind(&g_relationDict, relation);
-    int32_t sum = 0;
-    for (; row >= 0 && row < g_relationDict.count() && g_relationDict.rows[row].relid == relation; ++row)
-        if (g_relationDict.rows[row].dd) sum += g_relationDict.rows[row].fo;
-    return sum;
-}
-
 }  // namespace
 
 int updatelistAddRecord(UpdateList *list, int chapter, int32_t elementIndex, const Element *element,
@@ -65,7 +55,8 @@ int updatelistAddRecord(UpdateList *list, int chapter, int32_t elementIndex, con
     r.data = element ? element->data : nullptr;
     r.handler = handlerFor(group, relation);
     // The walk must not search the relation table: the fan-out sum rides along.
-    r.foSum = foSumOf(relation);
+    // How many inactive sources a record of the relation may have and still run.
+    r.foSum = relDdSum(&g_relationDict, relation);
     r.relation = relation;
     r.sourceCount = static_cast<int16_t>(sourceCount);
     r.sources = sources;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "dictionary.h"
 #include "graphic.h"
 
 BW_SceneLighting g_sceneLighting;
@@ -19,13 +20,12 @@ void grDefaultLightSet() {
     glLightf(GL_LIGHT0, GL_SPOT_CUTOFF, 180.0f);
 }
 
-void grLightModelSet() {
+void grLightModelSet(const SceneGlobals &scene) {
     static const int viewerInfinite = getenv("BW_OGL_LIGHT_VIEWER_INFINITE") ? 1 : 0;
-    const BW_SceneLighting &s = g_sceneLighting;
-    const GLfloat ambient[4] = {s.ambient[0], s.ambient[1], s.ambient[2], 1.0f};
+    const GLfloat ambient[4] = {scene.ambient[0], scene.ambient[1], scene.ambient[2], 1.0f};
     glLightModeli(GL_LIGHT_MODEL_LOCAL_VIEWER, viewerInfinite ? 0 : 1);
     glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);
-    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, s.twoSided && !s.twoSidedOverride ? 1 : 0);
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, scene.twoSided && !g_sceneLighting.twoSidedOverride ? 1 : 0);
     glEnable(GL_LIGHTING);
 }
 
@@ -43,7 +43,7 @@ int grStateInitGL(BW_GraphicProps *props) {
     glEnable(GL_DEPTH_TEST);
     glEnable(GL_NORMALIZE);
     grDefaultLightSet();
-    grLightModelSet();
+    grLightModelSet(SceneGlobals{});
     return 1;
 }
 

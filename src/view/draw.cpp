@@ -51,11 +51,6 @@ uint16_t entryWord(const Element *e, const ModelDisplay &display) {
     return word;
 }
 
-// An environment value of the entry, or `absent` when the scene gave none.
-int32_t envValue(const Element *e, int which, int32_t absent) {
-    return (e->envSet & (1u << which)) ? e->envValues[which] : absent;
-}
-
 bool isRoot(const Model *m) { return !m->parent || m->parent->elementIndex < 0; }
 
 // Own materials, else those of the nearest ancestor that has some; none for
@@ -194,15 +189,16 @@ void wirePart(const Model *m, const ModelDisplay &display, uint16_t type, const 
 ModelDisplay modelDisplay(const Element *entry, const Model *model) {
     ModelDisplay d{};
     if (!entry || !model) return d;
-    const int32_t flags = envValue(entry, 2, 0);
+    // The scene's WIRECOL, DISPLAY and MPRFLG reached the model at the load.
+    const int32_t flags = model->flags;
     d.selected = entry->selected ? 1 : 0;
     d.selectionByte = static_cast<uint8_t>(flags & MPRFLG_SELECTION);
     // Hidden and shown follow the model's visibility; the scene can make a
     // shown model a ghost.
     if (!model->visible) d.state = VISIBILITY_HIDDEN;
-    else if (envValue(entry, 1, -1) == DISPLAY_GHOST) d.state = VISIBILITY_GHOST;
+    else if (model->displayMode == DISPLAY_GHOST) d.state = VISIBILITY_GHOST;
     else d.state = VISIBILITY_SHOWN;
-    d.wireColour = envValue(entry, 0, 0);
+    d.wireColour = model->wireColour;
     d.wireLocked = (flags & MPRFLG_WIRE_LOCKED) ? 1 : 0;
     d.hiddenInShade = (flags & MPRFLG_HIDDEN_IN_SHADE) ? 1 : 0;
     d.drawState = model->drawState;
@@ -369,6 +365,19 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
     return status;
 }
 
+// A scene whose curves moved its global block draws with the block's light
+// model and fog; the fog goes into the graphic record, so that the frame
+// clear takes its colour too. A block no curve touched leaves the viewer's
+// own settings alone.
+static void sceneGlobalsTake(const SceneGlobals &g, BW_GraphicProps *gprops) {
+    if (g.revision == 0) return;
+    grLightModelSet(g);
+    gprops->fogEnable = g.fogEnable;
+    gprops->fogStart = g.fogStart;
+    gprops->fogEnd = g.fogEnd;
+    for (int i = 0; i < 3; ++i) gprops->fogColor[i] = g.fogColor[i];
+}
+
 TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gprops) {
     if (debugCulling < 0) {
         const char *flag = getenv("DEBUG_CULLING");
@@ -386,6 +395,7 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gpro
     float viewMatrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     if (glbVar.cullEnable) glGetFloatv(GL_MODELVIEW_MATRIX, viewMatrix);
     gpropsResolveDispType(gprops);
+    if (dict) sceneGlobalsTake(dict->globals, gprops);
     TOL_Status status = lightsBind(scene, gprops);
     if (status == 0) status = materialsBind(scene, gprops);
     if (status == 0 && (gprops->dispType & DISP_TEXTURED)) status = texturesBind(scene, gprops);

@@ -90,7 +90,6 @@ TEST_F(ParamTest, SolidTextureVectorsTakeTheirComponentByCurveType) {
 }
 
 TEST_F(ParamTest, SceneCurvesDriveTheGlobalBlock) {
-    g_sceneGlobals = SceneGlobals();
     dictEnsureScene(&dict);
     animate(0, 3001, {constant(0, 0.6f)});
     animate(0, 3003, {constant(0, 1)});
@@ -98,30 +97,29 @@ TEST_F(ParamTest, SceneCurvesDriveTheGlobalBlock) {
     animate(0, 3032, {constant(0, 80)});
     animate(0, 3035, {constant(0, 0.9f)});
     evalAt(1.0f);
-    EXPECT_FLOAT_EQ(g_sceneGlobals.ambient[1], 0.6f);
-    EXPECT_FLOAT_EQ(g_sceneGlobals.ambient[0], 0.2f);
-    EXPECT_EQ(g_sceneGlobals.twoSided, 1);
-    EXPECT_EQ(g_sceneGlobals.fogEnable, 1);
-    EXPECT_FLOAT_EQ(g_sceneGlobals.fogEnd, 80.0f);
-    EXPECT_FLOAT_EQ(g_sceneGlobals.fogColor[2], 0.9f);
-    EXPECT_GT(g_sceneGlobals.revision, 0u);
+    EXPECT_FLOAT_EQ(dict.globals.ambient[1], 0.6f);
+    EXPECT_FLOAT_EQ(dict.globals.ambient[0], 0.2f);
+    EXPECT_EQ(dict.globals.twoSided, 1);
+    EXPECT_EQ(dict.globals.fogEnable, 1);
+    EXPECT_FLOAT_EQ(dict.globals.fogEnd, 80.0f);
+    EXPECT_FLOAT_EQ(dict.globals.fogColor[2], 0.9f);
+    EXPECT_GT(dict.globals.revision, 0u);
     // A switch is on at 1.0 only.
     updatelistEval(&dict, &list, 0.5f);
-    EXPECT_EQ(g_sceneGlobals.fogEnable, 0);
-    g_sceneGlobals = SceneGlobals();
+    EXPECT_EQ(dict.globals.fogEnable, 0);
 }
 
 TEST_F(ParamTest, RenderFlagsSetAndClearBitsOfTheModelsWord) {
     int m = model("ball");
-    Element *e = elemGet(&dict, CHP_MODELS, m);
-    e->envValues[2] = 0x30;
+    node(m)->renderFlags = 0x30;
+    node(m)->flags = 0x0F;  // the scene's flags word is another
     animate(m, 4000, {constant(0, 1)});
     animate(m, 4002, {curve(0, {{0, 1}, {1, 0}})});
     evalAt(0.0f);
-    EXPECT_EQ(elemGet(&dict, CHP_MODELS, m)->envValues[2], 0x35);
-    EXPECT_TRUE(elemGet(&dict, CHP_MODELS, m)->envSet & 4);
+    EXPECT_EQ(node(m)->renderFlags, 0x35);
     updatelistEval(&dict, &list, 0.5f);  // 0.5 clears
-    EXPECT_EQ(elemGet(&dict, CHP_MODELS, m)->envValues[2], 0x31);
+    EXPECT_EQ(node(m)->renderFlags, 0x31);
+    EXPECT_EQ(node(m)->flags, 0x0F);
 }
 
 TEST_F(ParamTest, DynamicsSwitchTurnsObjectsAndWholeChains) {

@@ -128,7 +128,7 @@ TEST_F(Shade, AWhiteLightHeadOnShowsTheDiffuseColour) {
     bwtest::Image image = shoot();
     // The light model's ambient on the material's, and the whole diffuse:
     // the light falls along the normal.
-    const BW_SceneLighting scene;
+    const SceneGlobals scene;  // the block of a scene no curve moves
     float want[3];
     for (int k = 0; k < 3; ++k) want[k] = scene.ambient[k] * ambient[k] + diffuse[k];
     int x, y;

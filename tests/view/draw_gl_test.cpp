@@ -95,9 +95,11 @@ protected:
         return m;
     }
     Element *entry(const Model *m) { return elemGet(dict, CHP_MODELS, m->elementIndex); }
-    void setEnv(const Model *m, int which, int32_t value) {
-        entry(m)->envSet |= static_cast<uint16_t>(1u << which);
-        entry(m)->envValues[which] = value;
+    // What a scene's environment statement leaves on the model.
+    void setEnv(Model *m, int which, int32_t value) {
+        if (which == WIRECOL) m->wireColour = value;
+        if (which == DISPLAY) m->displayMode = static_cast<uint16_t>(value);
+        if (which == MPRFLG) m->flags = static_cast<uint16_t>(value);
     }
     void draw(Model *m, uint16_t dispType) {
         clear();
@@ -355,4 +357,38 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
     elemGet(dict, CHP_LIGHTS, lightIndex)->data = nullptr;
     elemGet(dict, CHP_LATTICES, latticeIndex)->data = nullptr;
     latticeFree(lattice);
+}
+
+TEST_F(Draw, AnAnimatedSceneBlockSetsTheLightModelAndFog) {
+    // No curve moved the block: the viewer's own fog and the default light
+    // model stay.
+    gp.fogEnable = 0;
+    gp.fogStart = 5.0f;
+    dict->globals.fogEnable = 1;
+    dict->globals.ambient[0] = 0.9f;
+    ASSERT_EQ(TOL_sceneDraw(&scene, nullptr, &gp), 0);
+    GLfloat ambient[4];
+    glGetFloatv(GL_LIGHT_MODEL_AMBIENT, ambient);
+    EXPECT_FLOAT_EQ(ambient[0], 0.2f);
+    EXPECT_EQ(gp.fogEnable, 0);
+
+    // Once moved, every draw of the scene takes it over, the clear included.
+    dict->globals.revision = 1;
+    dict->globals.twoSided = 1;
+    dict->globals.fogStart = 2.0f;
+    dict->globals.fogEnd = 9.0f;
+    dict->globals.fogColor[1] = 0.5f;
+    ASSERT_EQ(TOL_sceneDraw(&scene, nullptr, &gp), 0);
+    GLint twoSide = 0;
+    glGetFloatv(GL_LIGHT_MODEL_AMBIENT, ambient);
+    glGetIntegerv(GL_LIGHT_MODEL_TWO_SIDE, &twoSide);
+    EXPECT_FLOAT_EQ(ambient[0], 0.9f);
+    EXPECT_EQ(twoSide, 1);
+    EXPECT_EQ(gp.fogEnable, 1);
+    EXPECT_FLOAT_EQ(gp.fogStart, 2.0f);
+    EXPECT_FLOAT_EQ(gp.fogEnd, 9.0f);
+    ASSERT_EQ(TOL_grClear(&gp), 0);
+    GLfloat clear[4];
+    glGetFloatv(GL_COLOR_CLEAR_VALUE, clear);
+    EXPECT_FLOAT_EQ(clear[1], 0.5f);
 }

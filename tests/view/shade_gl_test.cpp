@@ -260,11 +260,12 @@ TEST_F(Shade, EightLightsAtMostTheDefaultOneWhenNoneIsOnAndTheLightModel) {
     ASSERT_EQ(lightsBind(&scene, &gp), 0);
     expectNear(light(0, GL_POSITION), {4, 0, 0, 1}, "back on");
 
-    // The light model is the scene's, set at state initialisation.
-    const BW_SceneLighting saved = g_sceneLighting;
-    g_sceneLighting.ambient[0] = 0.1f;
-    g_sceneLighting.twoSided = 1;
+    // The light model is the scene's block.
+    SceneGlobals block;
+    block.ambient[0] = 0.1f;
+    block.twoSided = 1;
     ASSERT_EQ(grStateInitGL(&gp), 1);
+    grLightModelSet(block);
     GLfloat ambient[4];
     GLint twoSide = -1, local = -1;
     glGetFloatv(GL_LIGHT_MODEL_AMBIENT, ambient);
@@ -274,7 +275,6 @@ TEST_F(Shade, EightLightsAtMostTheDefaultOneWhenNoneIsOnAndTheLightModel) {
     EXPECT_EQ(twoSide, 1);
     EXPECT_EQ(local, 1);
     EXPECT_FALSE(glIsEnabled(GL_LIGHT0));  // set, not on until a bind
-    g_sceneLighting = saved;
     ASSERT_EQ(grStateInitGL(&gp), 1);
 }
 

@@ -478,9 +478,9 @@ void relConnect(Dictionary *dict, int chapterId, int group, int32_t relid) {
     }
 }
 
-// DISPLAY and MPRFLG of the scene's environment are the model's: its own
-// display type, and the low byte and high nibble of its flags word (the
-// nibble between them holds bits of the run time, which stay).
+// WIRECOL, DISPLAY and MPRFLG of the scene's environment are the model's: its
+// wire colour, its own display type, and the low byte and high nibble of its
+// flags word (the nibble between them holds bits of the run time, which stay).
 void applyModelEnvironment(Dictionary *dict) {
     constexpr uint16_t kSceneFlagBits = 0xF0FF;
     Chapter *models = dictChapter(dict, CHP_MODELS);
@@ -488,6 +488,7 @@ void applyModelEnvironment(Dictionary *dict) {
         const Element &e = models->elements[i];
         Model *m = static_cast<Model *>(e.data);
         if (e.deleted == 2 || !m) continue;
+        if (e.envSet & 1) m->wireColour = e.envValues[0];
         if (e.envSet & 2) m->displayMode = static_cast<uint16_t>(e.envValues[1]);
         if (e.envSet & 4)
             m->flags = static_cast<uint16_t>((m->flags & ~kSceneFlagBits) |

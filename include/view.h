@@ -302,6 +302,9 @@ Model *iconModel(int which);
 // so on). Returns how many were read; a damaged file is reported by the
 // model reader and left out.
 int iconModelsLoad(const char *resourcePath);
+// Forgets the icon models read, so that the icons fall back to plain line
+// shapes until the next load.
+void iconModelsFree();
 
 // The icon chapters drawn after the models when dispType has the wire bit:
 // lights, lattices (their cage), and the models linked to cameras (their

@@ -284,6 +284,13 @@ int iconModelsLoad(const char *resourcePath) {
     return read;
 }
 
+void iconModelsFree() {
+    for (Model *&m : iconModels) {
+        modelFree(m);
+        m = nullptr;
+    }
+}
+
 void drawCameraIcon(const Camera *camera, int selected) {
     if (!camera) return;
     glColor4fv(selected ? WHITE : BLACK);

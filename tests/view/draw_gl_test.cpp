@@ -251,6 +251,8 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
     EXPECT_EQ(iconChapters[0], CHP_LIGHTS);
     EXPECT_EQ(iconChapters[1], CHP_LATTICES);
     EXPECT_EQ(iconChapters[2], CHP_CAMERAS);
+    // The plain line shapes first: the icon models the start read go.
+    iconModelsFree();
 
     // A point light's cross along row 32 from x = -1 to 0.
     auto light = std::make_unique<Light>();
@@ -339,7 +341,6 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
 
     // An icon model read from the resource directory replaces the cross of
     // a point light: a null whose x axis runs from the light to the right.
-    // Last here: the icon models stay read for the rest of the program.
     light->visibility = 2;
     icons(camera);
     EXPECT_TRUE(near(pixel(8, 32), 0xB23300u)) << "the cross reaches left";
@@ -353,6 +354,7 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
     icons(camera);
     EXPECT_EQ(pixel(8, 32), BACK) << "no cross";
     EXPECT_TRUE(near(pixel(40, 32), 0xB23300u)) << "the bulb's axis";
+    iconModelsFree();
 
     elemGet(dict, CHP_LIGHTS, lightIndex)->data = nullptr;
     elemGet(dict, CHP_LATTICES, latticeIndex)->data = nullptr;

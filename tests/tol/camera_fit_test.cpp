@@ -13,6 +13,7 @@
 #include "graphic.h"
 #include "model.h"
 #include "view.h"
+#include "layer_fixture.h"
 
 namespace {
 
@@ -24,15 +25,10 @@ Vec along(Vec a, double k, Vec d) { return {a.x + k * d.x, a.y + k * d.y, a.z + 
 double dot(Vec a, Vec b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 Vec vec(const float *p) { return {p[0], p[1], p[2]}; }
 
-class Fit : public ::testing::Test {
+class Fit : public bwtest::LayerTest {
 protected:
-    static void SetUpTestSuite() {
-        bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
-    }
     void SetUp() override {
-        ASSERT_EQ(TOL_sceneCreate(&scene), 0);
-        dict = dictGet(int(scene.dict));
+        LayerTest::SetUp();
         TOL_Elem first;
         ASSERT_NE(TOL_elemGetFirstInChap(scene.dict, CHP_CAMERAS, 0, &first), nullptr);
         c = static_cast<Camera *>(elemGet(dict, CHP_CAMERAS, int(first.index))->data);
@@ -105,8 +101,6 @@ protected:
         return std::sqrt(dot(vec(c->position) - mid, vec(c->position) - mid));
     }
 
-    TOL_Scene scene{};
-    Dictionary *dict = nullptr;
     Camera *c = nullptr;
     std::vector<Model *> models;
 };

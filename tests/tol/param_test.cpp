@@ -12,18 +12,14 @@
 #include "material.h"
 #include "model.h"
 #include "tol.h"
+#include "layer_fixture.h"
 
 namespace {
 
-class Params : public ::testing::Test {
+class Params : public bwtest::LayerTest {
 protected:
-    static void SetUpTestSuite() {
-        bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
-    }
     void SetUp() override {
-        ASSERT_EQ(TOL_sceneCreate(&scene), 0);
-        dict = dictGet(static_cast<int>(scene.dict));
+        LayerTest::SetUp();
         ASSERT_NE(TOL_elemGetFirstInChap(scene.dict, CHP_CAMERAS, 0, &camera), nullptr);
         bare = add(CHP_MODELS, "bare", nullptr);
         node = modelNew("dressed", MODEL_NULL, nullptr);
@@ -59,8 +55,6 @@ protected:
         return TOL_elemSetParams(&elem, param, byRelation, static_cast<int>(v.size()), v.data());
     }
 
-    TOL_Scene scene{};
-    Dictionary *dict = nullptr;
     TOL_Elem camera{}, bare{}, dressed{}, material{};
     Model *node = nullptr;
     Material nodeMaterial, ownMaterial;

@@ -11,18 +11,14 @@
 #include "dictionary.h"
 #include "model.h"
 #include "view.h"
+#include "layer_fixture.h"
 
 namespace {
 
-class Bounds : public ::testing::Test {
+class Bounds : public bwtest::LayerTest {
 protected:
-    static void SetUpTestSuite() {
-        bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
-    }
     void SetUp() override {
-        ASSERT_EQ(TOL_sceneCreate(&scene), 0);
-        dict = dictGet(static_cast<int>(scene.dict));
+        LayerTest::SetUp();
     }
     void TearDown() override {
         for (Model *m : roots) modelFree(m);
@@ -60,8 +56,6 @@ protected:
         }
     }
 
-    TOL_Scene scene{};
-    Dictionary *dict = nullptr;
     std::vector<Model *> roots;
 };
 

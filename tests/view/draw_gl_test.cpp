@@ -18,6 +18,7 @@
 #include "view.h"
 
 #include "graphic/gl_context.h"
+#include "layer_fixture.h"
 
 namespace {
 
@@ -55,16 +56,11 @@ void clear() {
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 }
 
-class Draw : public ::testing::Test {
+class Draw : public bwtest::LayerTest {
 protected:
-    static void SetUpTestSuite() {
-        bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
-    }
     void SetUp() override {
         if (!bwtest::glReady(W, H)) GTEST_SKIP() << "no display with GLX";
-        ASSERT_EQ(TOL_sceneCreate(&scene), 0);
-        dict = dictGet(static_cast<int>(scene.dict));
+        LayerTest::SetUp();
         gpropsInit(&gp);
         glbVar = BW_GlbVar{};
         glViewport(0, 0, W, H);
@@ -107,8 +103,6 @@ protected:
         ASSERT_EQ(drawModel(&scene, m, 0, entry(m), &gp), 0);
     }
 
-    TOL_Scene scene{};
-    Dictionary *dict = nullptr;
     BW_GraphicProps gp;
     std::vector<Model *> models;
 };

@@ -20,6 +20,7 @@
 #include "view.h"
 
 #include "graphic/gl_context.h"
+#include "layer_fixture.h"
 
 namespace {
 
@@ -59,16 +60,11 @@ unsigned pixel(int x, int y) {
     return unsigned{rgb[0]} << 16 | unsigned{rgb[1]} << 8 | rgb[2];
 }
 
-class Shade : public ::testing::Test {
+class Shade : public bwtest::LayerTest {
 protected:
-    static void SetUpTestSuite() {
-        bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_Init(bwtest::sourcePath("rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
-    }
     void SetUp() override {
         if (!bwtest::glReady(W, H)) GTEST_SKIP() << "no display with GLX";
-        ASSERT_EQ(TOL_sceneCreate(&scene), 0);
-        dict = dictGet(static_cast<int>(scene.dict));
+        LayerTest::SetUp();
         gpropsInit(&gp);
         glbVar = BW_GlbVar{};
         glViewport(0, 0, W, H);
@@ -110,8 +106,6 @@ protected:
         return path;
     }
 
-    TOL_Scene scene{};
-    Dictionary *dict = nullptr;
     BW_GraphicProps gp;
     bwtest::TempDir dir;
     std::vector<std::unique_ptr<Material>> materials;

@@ -71,7 +71,8 @@ void cameraViewUpdate(Camera *camera, const float *upPoint) {
         up[0] = 0.0, up[1] = 0.0, up[2] = v[1] > 0.0 ? -1.0 : 1.0;
     }
     if (upPoint) {
-        // The up direction that points at the up-vector model, as a roll.
+        // The up direction that points at the up-vector model, as a roll. The
+        // cross goes in the order of the default up, so a model overhead gives none.
         double w[3], axis[3], wanted[3];
         for (int i = 0; i < 3; ++i) w[i] = static_cast<double>(upPoint[i]) - camera->position[i];
         cross(v, w, axis);
@@ -87,7 +88,8 @@ void cameraViewUpdate(Camera *camera, const float *upPoint) {
             camera->roll = static_cast<float>(dot(turn, v) > 0.0 ? -angle : angle);
         }
     }
-    // Rows side, up, back form a right-handed frame looking along -z.
+    // Rows side, up, back form a right-handed frame looking along -z: side is
+    // v x up, so +x of the view is the right hand and the picture is not mirrored.
     double side[3];
     cross(v, up, side);
     normalise(side);

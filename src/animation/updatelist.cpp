@@ -60,6 +60,8 @@ int updatelistAddRecord(UpdateList *list, int chapter, int32_t elementIndex, con
     r.relation = relation;
     r.sourceCount = static_cast<int16_t>(sourceCount);
     r.sources = sources;
+    // Only the entry with the relation data switches the whole record off;
+    // the sources' own flags are weighed when the record runs.
     r.active = entry ? entry->activ : 1;
     r.relationData = entry ? entry->data : nullptr;
     return ++list->count;

@@ -337,6 +337,53 @@ TEST(CameraView, FrameFromPositionInterestRollAndUpPoint) {
     EXPECT_EQ(c.viewMatrix[3][2], 10.0f);
 }
 
+TEST(CameraView, LookingDownMinusZWithYUpKeepsXToTheRight) {
+    Camera c;
+    c.position[0] = c.position[1] = c.position[2] = 0;
+    c.interest[0] = c.interest[1] = 0, c.interest[2] = -1;
+    cameraViewUpdate(&c, nullptr);
+    const double plain[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    expectRows(c, plain);
+    // A point ahead and to the world's right lies on the side row's positive
+    // half, and the frame is a rotation, not a mirror.
+    const double p[3] = {1, 0, -5};
+    double x = 0;
+    for (int k = 0; k < 3; ++k) x += p[k] * c.viewMatrix[0][k];
+    EXPECT_GT(x, 0.0);
+    const float(*m)[4] = c.viewMatrix;
+    double det = m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) -
+                 m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0]) +
+                 m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
+    EXPECT_NEAR(det, 1.0, 1e-6);
+    // Looking along +x the side row is -z: still the right hand of the view.
+    c.interest[0] = 1, c.interest[2] = 0;
+    cameraViewUpdate(&c, nullptr);
+    const double alongX[3][3] = {{0, 0, 1}, {0, 1, 0}, {-1, 0, 0}};
+    expectRows(c, alongX);
+}
+
+TEST_F(SceneTest, AnUpVectorModelOverheadLeavesTheCameraUpright) {
+    Camera camera;
+    camera.position[2] = 0;
+    camera.interest[2] = -1;
+    int cam = elemAdd(&dict, CHP_CAMERAS, elemNameParse("cam", nullptr, 0), &camera, nullptr, 0, 0);
+    int above = model("above");
+    animate(above, 113, {constant(140, 5)});
+    ASSERT_EQ(relAdd(&dict, nullptr, cam, cam, 1117, 1, 1, nullptr, 1), 1);
+    ASSERT_EQ(relAddVia(&dict, nullptr, CHP_CAMERAS, cam, CHP_MODELS, above, 1117, 2, 1, nullptr, 1), 1);
+    ASSERT_EQ(build(), 1);
+    updatelistEval(&dict, &list, 0.0f);
+    EXPECT_NEAR(camera.roll, 0.0, 1e-6);
+    const double plain[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    expectRows(camera, plain);
+    // Below the camera it turns the view upside down.
+    curves.back()->keys[0].value = -5;
+    updatelistEval(&dict, &list, 0.0f);
+    EXPECT_NEAR(std::fabs(camera.roll), M_PI, 1e-6);
+    const double upsideDown[3][3] = {{-1, 0, 0}, {0, -1, 0}, {0, 0, 1}};
+    expectRows(camera, upsideDown);
+}
+
 TEST_F(SceneTest, CameraAndLightRecordsDriveTheirRecords) {
     Camera camera;
     Light light;

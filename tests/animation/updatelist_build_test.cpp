@@ -84,6 +84,33 @@ TEST_F(SceneTest, InactiveRelationsEmitNothingAndCloseNothing) {
     EXPECT_EQ(list.count, 0);
 }
 
+TEST_F(SceneTest, OnlyTheEntryWithTheRelationDataSwitchesARecordOff) {
+    // Without relation data a record stays on whichever of its sources is
+    // off, the last included; the sources' own flags are weighed at the walk.
+    int lastOff = model("lastOff"), firstOff = model("firstOff"), held = model("held");
+    animate(lastOff, 100, {constant(1, 2)});
+    animate(lastOff, 100, {constant(2, 3)}, 0);
+    animate(firstOff, 100, {constant(1, 2)}, 0);
+    animate(firstOff, 100, {constant(2, 3)});
+    // The entry that carries the data speaks for the whole record.
+    ASSERT_EQ(relAdd(&dict, nullptr, held, constant(1, 2), 100, 0, 0, calloc(1, 8), 0), 1);
+    animate(held, 100, {constant(2, 3)});
+    ASSERT_EQ(build(), 1);
+    ASSERT_EQ(order(), "0:100 0:-100 1:100 1:-100 2:100 2:-100");
+    EXPECT_EQ(list.records[0].active, 1);
+    EXPECT_EQ(list.records[0].sources[1].active, 0);
+    EXPECT_EQ(list.records[2].active, 1);
+    EXPECT_EQ(list.records[4].active, 0);
+    EXPECT_NE(list.records[4].relationData, nullptr);
+    updatelistEval(&dict, &list, 0.0f);
+    // Scaling runs with fewer sources off than its fan-out: each model takes its active curve.
+    EXPECT_FLOAT_EQ(node(lastOff)->scaling[0], 2.0f);
+    EXPECT_FLOAT_EQ(node(lastOff)->scaling[1], 1.0f);
+    EXPECT_FLOAT_EQ(node(firstOff)->scaling[0], 1.0f);
+    EXPECT_FLOAT_EQ(node(firstOff)->scaling[1], 3.0f);
+    EXPECT_FLOAT_EQ(node(held)->scaling[1], 1.0f);
+}
+
 TEST_F(SceneTest, TheSortGoesAHundredLevelsDeepAndNoFurther) {
     chain(dict, 101);
     OutputCapture ok;

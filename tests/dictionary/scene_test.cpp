@@ -729,14 +729,15 @@ TEST_F(SceneLoad, EnvironmentReachesTheModelAndChaptersWithoutReaderKeepTheirEle
              "EndOfRELATIONS\n"
              "ENVIRONMENT\n"
              "CHAPTER MODELS\n"
-             "  0 DISPLAY 4 MPRFLG 65535 ;\n"
+             "  0 WIRECOL 14 DISPLAY 4 MPRFLG 65535 ;\n"
              "EndOfCHAPTER\n"
              "EndOfENVIRONMENT\n");
     ASSERT_EQ(load("env.1-0"), 1) << err;
-    // The missing model's stand-in takes the scene's display type and flags:
-    // the low byte and the high nibble, not the nibble between.
+    // The missing model's stand-in takes the scene's wire colour, display
+    // type and flags: the low byte and the high nibble, not the nibble between.
     const Model *box = static_cast<const Model *>(at(CHP_MODELS, 0)->data);
     ASSERT_TRUE(box);
+    EXPECT_EQ(box->wireColour, 14);
     EXPECT_EQ(box->displayMode, 4);
     EXPECT_EQ(box->flags, 0xF0FF);
     // A picture has no reader yet: it stays, named by its path.

@@ -257,6 +257,8 @@ struct SceneGlobals {
     uint32_t revision = 0;                  // bumped by every change a curve makes; 0: never animated
 };
 
+struct GrMaterialIds;  // the display's numbering of a scene's materials and textures
+
 struct Dictionary {
     int32_t chapterCount = 0;           // 36 once created
     std::vector<Chapter> chapters;      // indexed by chapter id
@@ -272,6 +274,7 @@ struct Dictionary {
     uint16_t scratchFlag = 0;           // scratch
     uint16_t hierarchyDirty = 1;        // MODELS hierarchy changed: re-derive transforms
     SceneGlobals globals;               // ambient, two-sided lighting and fog of the scene
+    std::shared_ptr<GrMaterialIds> materialIds;  // ids of materials and textures; made by the display
 };
 
 // ---------------------------------------------------------------------------
@@ -281,9 +284,13 @@ struct ThreadStorage {
     int32_t curDict;        // dictionary slot of the current scene
     int32_t curSelectList;  // current select list
     void *curCamera;        // current camera
+    TOL_SceneState *scene = nullptr;  // state of the current scene; null: the thread's own
 };
 
 ThreadStorage *threadStorage();  // the calling thread's block, made on first use
+// The core's state of the calling thread's current scene: the scene's own
+// record, or before the layer has made a scene current, one of the thread's own.
+TOL_SceneState &sceneStateCurrent();
 
 // ---------------------------------------------------------------------------
 // Dictionaries and chapters
@@ -526,10 +533,9 @@ extern float loadFileVersion;  // version of the scene file being read
 // Returning 0 refuses the read.
 extern int (*g_sceneVersionHook)(float version);
 
-// Play control of the scene's ENVIRONMENT: the primary load sets it, a merge
-// may only widen the frame range. Defined with the core's play globals.
-extern TOL_PlayCtrl g_playCtrl;
-extern int32_t g_playPause;  // PAUSE of PLAYCTRL
+// The play control of the scene's ENVIRONMENT goes to the current scene's state
+// (sceneStateCurrent()): the primary load sets it, a merge may only widen the
+// frame range.
 
 int32_t relNewSerial();  // the process's running serial number of relations
 

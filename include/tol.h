@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <vector>
 
 #include "animation.h"
@@ -102,7 +103,7 @@ int versionCompare(const char *a, const char *b);
 TOL_Status TOL_sceneInitInternal(const char *sdkVersion);
 
 // ---------------------------------------------------------------------------
-// Core state that the layer keeps per scene and swaps in and out of the globals.
+// Core state that each scene owns; the calling thread reaches its current scene's.
 
 struct ChannelSetup;
 
@@ -111,7 +112,7 @@ struct TOL_PlayCtrl {
     int32_t endFrame = 100;         // last frame of the play range
     int32_t frameStep = 1;          // frames advanced per update
     int32_t currentFrame = 1;       // frame now shown
-    int32_t reserved = 0;           // no default of its own
+    int32_t pause = 0;              // PAUSE of the scene file; no default of its own
     float framesPerSecond = 30.0f;  // frame rate of the scene
 };
 
@@ -132,6 +133,19 @@ struct TOL_UpdateListRow {
 
 constexpr int TOL_MANIPULATION_FLAGS = 15;
 
+// The core's state of one scene. The scene owns it; a thread reaches it through
+// its current scene (sceneStateCurrent()), so two threads on two scenes never
+// share a byte of it and the swap copies nothing.
+struct TOL_SceneState {
+    TOL_PlayCtrl playCtrl;                   // play range, step, frame and rate
+    TOL_RenderCtrl renderCtrl;               // render control
+    uint16_t actionCtrl = 0;                 // action control word
+    std::array<uint16_t, TOL_MANIPULATION_FLAGS> manipulationFlags{};  // global manipulation flags
+    TOL_AudioContainer audioContainer;       // audio container, carried and not played
+    void *history = nullptr;                 // history of the scene
+    ChannelSetup *channelSetup = nullptr;    // channel setup (set by the capture run)
+};
+
 struct TOL_Sid {
     uint32_t firstDict;                      // dictionary that existed at initialisation
     uint32_t firstSelectList;                // its select list
@@ -139,30 +153,20 @@ struct TOL_Sid {
     uint32_t chapters[33];                   // chapter ids
     int32_t sceneCount;                      // scenes beyond the initial one
     std::vector<TOL_UpdateListRow> updateLists;    // per scene: main update list
-    std::vector<TOL_RenderCtrl> renderCtrl;        // per scene: render control
-    std::vector<TOL_PlayCtrl> playCtrl;            // per scene: play control
-    std::vector<ChannelSetup *> channelSetups;     // per scene: channel setup
+    // Per scene: its state. A deque, so that a row stays where it is while
+    // later scenes are added and a thread's pointer to it stays good.
+    std::deque<TOL_SceneState> states;
     int32_t cameraCount;                           // rows of cameras
     std::vector<void *> cameras;                   // per scene: camera element used by the core
-    std::vector<std::array<uint16_t, TOL_MANIPULATION_FLAGS>> manipulationFlags;  // per scene
-    std::vector<uint16_t> actionCtrl;              // per scene: action control word
-    std::vector<TOL_AudioContainer> audioContainers;  // per scene: audio container
-    std::vector<void *> histories;                 // per scene: history
 };
 
-// The core's globals of the current scene.
-extern TOL_PlayCtrl g_playCtrl;
-extern TOL_RenderCtrl g_renderCtrl;
-extern uint16_t g_actionCtrl;
-extern uint16_t g_manipulationFlags[TOL_MANIPULATION_FLAGS];
-extern TOL_AudioContainer g_audioContainer;
-extern void *g_history;
-extern ChannelSetup *g_curChannelSetup;
-extern int32_t g_curTagList;      // current second select list
-extern uint32_t g_runFlags;       // the core's run flags; bit 0 is masked during a load
-extern int g_loadMatteScene;      // the scene being loaded is a garbage matte scene
-extern int g_evalFromList;        // evaluation walks the update list
-extern int32_t g_currentFrame;    // the core's current frame
+// The calling thread's scratch state of an evaluation or a load: saved and put
+// back around each use, never seen by another thread.
+extern thread_local int32_t g_curTagList;      // current second select list
+extern thread_local uint32_t g_runFlags;       // the core's run flags; bit 0 is masked during a load
+extern thread_local int g_loadMatteScene;      // the scene being loaded is a garbage matte scene
+extern thread_local int g_evalFromList;        // evaluation walks the update list
+extern thread_local int32_t g_currentFrame;    // the core's current frame
 
 TOL_Sid *tol_sidGet();  // null before the first TOL_sceneInitInternal
 
@@ -184,12 +188,39 @@ TOL_Status TOL_sceneSetCurrent(TOL_Scene *scene);
 TOL_Status TOL_threadStorageInit(TOL_Scene *scene);
 TOL_Status tol_sceneSwapIn(TOL_Scene *scene, TOL_Scene *saved, uint16_t *swapped);
 void tol_dictMakeCurrent(int32_t dict);
+
+// The one swap of a TOL_ call that names a scene: the scene is made the calling
+// thread's current one for the call, and the previous one is put back by
+// finish(), or by the destructor when the call leaves early.
+class TolSceneFrame {
+public:
+    explicit TolSceneFrame(TOL_Scene *scene) { status_ = tol_sceneSwapIn(scene, &saved_, &swapped_); }
+    TolSceneFrame(const TolSceneFrame &) = delete;
+    TolSceneFrame &operator=(const TolSceneFrame &) = delete;
+    ~TolSceneFrame() { finish(0); }
+    TOL_Status status() const { return status_; }  // the swap's own result
+    bool swapped() const { return swapped_ != 0; }   // another scene was current before
+    // The work's status if that is not 0, else the swap back's.
+    TOL_Status finish(TOL_Status work) {
+        if (swapped_) {
+            TOL_Status back = tol_sceneSwapIn(&saved_, nullptr, &swapped_);
+            if (work == 0) work = back;
+        }
+        return work;
+    }
+
+private:
+    TOL_Scene saved_{};
+    uint16_t swapped_ = 0;
+    TOL_Status status_ = 0;
+};
 int tol_sceneIsValid(const TOL_Scene *scene);
 TOL_Status tol_elementGetLatestVersion(const char *name, struct Database *db,
                                        const char *chapterName, char **latest);
 TOL_Status TOL_updatelistGet(TOL_Scene *scene);
 TOL_Status TOL_updatelistEvalScene(TOL_Scene *scene, float time);
 TOL_UpdateListRow *tol_sidUpdateList(const TOL_Scene *scene);
+TOL_SceneState *tol_sidState(const TOL_Scene *scene);  // the scene's state record
 TOL_RenderCtrl *tol_sidRenderCtrl(const TOL_Scene *scene);
 TOL_PlayCtrl *tol_sidPlayCtrl(const TOL_Scene *scene);
 uint16_t *tol_sidActionCtrl(const TOL_Scene *scene);

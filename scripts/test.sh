@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds with the sanitizers, and runs every test.
 #   scripts/test.sh          AddressSanitizer and UBSan build in build/, every test
-#   scripts/test.sh --tsan   ThreadSanitizer build in build-tsan/, the tests of the frame
-#                            loop's two threads and of files read by a helper thread
+#   scripts/test.sh --tsan   ThreadSanitizer build in build-tsan/, every test program that
+#                            starts a thread or a child process (CTest label "threads")
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 
@@ -10,7 +10,7 @@ if [ "${1:-}" = "--tsan" ]; then
   "$top/scripts/setup.sh" --tree build-tsan -DBW_SANITIZE=OFF -DBW_TSAN=ON
   export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$top/tests/tsan.supp}
   cd "$top/build-tsan"
-  ctest --output-on-failure -R '^(Scenes|Ring)\.|viewer_window_run|viewer_real_escape|HelperThread|CutAtEveryByte'
+  ctest --output-on-failure -L '^threads$'
   exit
 fi
 

@@ -39,6 +39,12 @@ ThreadStorage *threadStorage() {
     return &storage;
 }
 
+TOL_SceneState &sceneStateCurrent() {
+    thread_local TOL_SceneState own;
+    TOL_SceneState *scene = threadStorage()->scene;
+    return scene ? *scene : own;
+}
+
 // ---------------------------------------------------------------------------
 // Slots
 

@@ -10,11 +10,11 @@
 // scene read the same files, so the update side that writes ids into streams
 // and the draw side that compiles the lists agree without talking.
 //
-// The numbering is kept per dictionary and made again when a chapter it was
-// made from grew or moved, or when a record it names is no longer where it
-// was.
+// The numbering is kept in the dictionary, freed with it, and made again when
+// a chapter it was made from grew or moved, or when a record it names is no
+// longer where it was. A dictionary is worked on by one thread at a time, so
+// the numbering needs no lock.
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <vector>
 
@@ -23,17 +23,12 @@
 #include "material.h"
 #include "model.h"
 
-namespace {
-
-// What a numbering was made from: the chapter's array and its length.
-struct ChapterMark {
-    const Element *elements;  // the chapter's array then
-    int32_t count;            // its elements then
-};
-
-constexpr int MARKED_CHAPTERS[3] = {CHP_MATERIALS, CHP_TEXTURES2D, CHP_MODELS};
-
-struct SceneIds {
+struct GrMaterialIds {
+    // What a numbering was made from: the chapter's array and its length.
+    struct ChapterMark {
+        const Element *elements;  // the chapter's array then
+        int32_t count;            // its elements then
+    };
     ChapterMark made[3] = {};                          // by MARKED_CHAPTERS
     bool valid = false;                                // made at least once
     int32_t materialSlots = 0;                         // MATERIALS elements, deleted ones included
@@ -43,8 +38,12 @@ struct SceneIds {
     std::unordered_map<const void *, int32_t> idOf;    // id by record; -1 for a record known to be none
 };
 
-std::mutex s_lock;  // guards the table and every numbering in it
-std::unordered_map<const Dictionary *, std::unique_ptr<SceneIds>> s_scenes;
+namespace {
+
+using SceneIds = GrMaterialIds;
+using ChapterMark = GrMaterialIds::ChapterMark;
+
+constexpr int MARKED_CHAPTERS[3] = {CHP_MATERIALS, CHP_TEXTURES2D, CHP_MODELS};
 
 ChapterMark markOf(Dictionary *dict, int chapterId) {
     const Chapter *c = dictChapter(dict, chapterId);
@@ -110,9 +109,8 @@ void make(Dictionary *dict, SceneIds &ids) {
 // The numbering of a dictionary, made again when a chapter it was made from
 // changed.
 SceneIds &idsOf(Dictionary *dict) {
-    std::unique_ptr<SceneIds> &slot = s_scenes[dict];
-    if (!slot) slot = std::make_unique<SceneIds>();
-    SceneIds &ids = *slot;
+    if (!dict->materialIds) dict->materialIds = std::make_shared<SceneIds>();
+    SceneIds &ids = *dict->materialIds;
     bool same = ids.valid;
     for (int k = 0; k < 3 && same; ++k) {
         const ChapterMark now = markOf(dict, MARKED_CHAPTERS[k]);
@@ -148,7 +146,6 @@ int32_t idLookUp(Dictionary *dict, const void *record, int chapterId) {
 
 int grMaterialId(Dictionary *dict, const Material *material) {
     if (!material || !dict) return DEFAULT_MATERIAL_ID;
-    std::lock_guard<std::mutex> hold(s_lock);
     const int32_t id = idLookUp(dict, material, CHP_MATERIALS);
     return id >= 2 ? id : DEFAULT_MATERIAL_ID;
 }
@@ -156,7 +153,6 @@ int grMaterialId(Dictionary *dict, const Material *material) {
 const Material *grMaterialOfId(Dictionary *dict, int id) {
     if (id == DEFAULT_MATERIAL_ID) return &materialDefault();
     if (!dict || id < 2) return nullptr;
-    std::lock_guard<std::mutex> hold(s_lock);
     SceneIds &ids = idsOf(dict);
     const size_t at = static_cast<size_t>(id - 2);
     if (at >= ids.materials.size()) return nullptr;
@@ -170,20 +166,17 @@ const Material *grMaterialOfId(Dictionary *dict, int id) {
 
 int grMaterialIdEnd(Dictionary *dict) {
     if (!dict) return 2;
-    std::lock_guard<std::mutex> hold(s_lock);
     return static_cast<int>(idsOf(dict).materials.size()) + 2;
 }
 
 int grTextureId(Dictionary *dict, const Texture2D *texture) {
     if (!texture || !dict) return -1;
-    std::lock_guard<std::mutex> hold(s_lock);
     const int32_t id = idLookUp(dict, texture, CHP_TEXTURES2D);
     return id >= 2 ? id : -1;
 }
 
 const Texture2D *grTextureOfId(Dictionary *dict, int id) {
     if (!dict || id < 2) return nullptr;
-    std::lock_guard<std::mutex> hold(s_lock);
     SceneIds &ids = idsOf(dict);
     const size_t at = static_cast<size_t>(id - 2);
     if (at >= ids.textures.size()) return nullptr;
@@ -196,6 +189,5 @@ const Texture2D *grTextureOfId(Dictionary *dict, int id) {
 
 int grTextureIdEnd(Dictionary *dict) {
     if (!dict) return 2;
-    std::lock_guard<std::mutex> hold(s_lock);
     return static_cast<int>(idsOf(dict).textures.size()) + 2;
 }

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 
 #include "camera.h"
@@ -13,17 +12,11 @@
 #include "tol_internal.h"
 #include "animation.h"
 
-TOL_RenderCtrl g_renderCtrl;
-uint16_t g_actionCtrl = 0;
-uint16_t g_manipulationFlags[TOL_MANIPULATION_FLAGS] = {};
-TOL_AudioContainer g_audioContainer;
-void *g_history = nullptr;
-ChannelSetup *g_curChannelSetup = nullptr;
-int32_t g_curTagList = 0;
-uint32_t g_runFlags = 0;
-int g_loadMatteScene = 0;
-int g_evalFromList = 0;
-int32_t g_currentFrame = 1;
+thread_local int32_t g_curTagList = 0;
+thread_local uint32_t g_runFlags = 0;
+thread_local int g_loadMatteScene = 0;
+thread_local int g_evalFromList = 0;
+thread_local int32_t g_currentFrame = 1;
 
 namespace {
 
@@ -31,11 +24,6 @@ TOL_Sid *sid = nullptr;
 // Set while tol_sceneSwapIn calls TOL_sceneSetCurrent. Each thread swaps its own
 // scene, so the flag is the thread's.
 thread_local uint16_t swapping = 0;
-
-// The globals above are process-wide while both sides swap their scene in once
-// a frame: the copy in and out of them is serialised so that neither side sees
-// a half-copied block.
-std::mutex globalsMutex;
 
 struct SelectList {
     std::vector<TOL_Elem> items;  // selected elements
@@ -50,8 +38,8 @@ struct History {
     int32_t depth;  // steps kept
 };
 
-// Slot allocation for a new scene. `first` is the initial scene, whose rows are
-// read from the globals as they stand.
+// Slot allocation for a new scene. `first` is the initial scene, which takes
+// over the state the thread worked on before any scene was current.
 TOL_Status slotAllocate(bool first) {
     TOL_Sid &s = *sid;
     size_t n = static_cast<size_t>(s.sceneCount) + 1;
@@ -60,16 +48,9 @@ TOL_Status slotAllocate(bool first) {
             s.cameras.resize(1, nullptr);
             s.cameraCount = 1;
         }
-        s.renderCtrl.resize(n, first ? g_renderCtrl : TOL_RenderCtrl{});
-        s.playCtrl.resize(n, first ? g_playCtrl : TOL_PlayCtrl{});
-        s.actionCtrl.resize(n, first ? g_actionCtrl : static_cast<uint16_t>(0));
+        s.states.resize(n, first ? sceneStateCurrent() : TOL_SceneState{});
     } catch (const std::bad_alloc &) {
         return tol_report(70, "Insufficient memory for scene play, render, and action control storage.");
-    }
-    try {
-        s.channelSetups.resize(n, nullptr);
-    } catch (const std::bad_alloc &) {
-        return tol_report(70, "Insufficient memory for channel setup storage.");
     }
     try {
         s.updateLists.resize(n);
@@ -77,26 +58,10 @@ TOL_Status slotAllocate(bool first) {
         return tol_report(70, "Insufficient memory for scene updateList storage.");
     }
     try {
-        std::array<uint16_t, TOL_MANIPULATION_FLAGS> flags{};
-        if (first) memcpy(flags.data(), g_manipulationFlags, sizeof g_manipulationFlags);
-        s.manipulationFlags.resize(n, flags);
-    } catch (const std::bad_alloc &) {
-        return tol_report(70, "scene global manipulation flags.");
-    }
-    try {
-        s.audioContainers.resize(n);
-    } catch (const std::bad_alloc &) {
-        return tol_report(70, "Insufficient memory for scene audio container list storage.");
-    }
-    try {
-        s.histories.resize(n, nullptr);
-        // Histories live as long as the process; this list keeps them all, whatever
-        // the swaps of two threads leave in the rows.
+        // Histories live as long as the process; this list keeps them all.
         static std::vector<std::unique_ptr<History>> allHistories;
         allHistories.push_back(std::make_unique<History>(History{0}));
-        s.histories[n - 1] = allHistories.back().get();
-        // The initial scene is the one whose globals are live: its history is.
-        if (first) g_history = s.histories[n - 1];
+        s.states[n - 1].history = allHistories.back().get();
     } catch (const std::bad_alloc &) {
         return tol_report(70, "Insufficient memory for scene history storage.");
     }
@@ -159,7 +124,7 @@ int tol_sceneIsValid(const TOL_Scene *scene) {
     return d >= 0 && d < dictCount() && dictInUse(d) &&
            selectListInUse(static_cast<int>(scene->selectList)) &&
            selectListInUse(static_cast<int>(scene->tagList)) && sid &&
-           static_cast<size_t>(d) < sid->playCtrl.size();
+           static_cast<size_t>(d) < sid->states.size();
 }
 
 TOL_Status tol_coreInit() {
@@ -199,6 +164,8 @@ TOL_Status tol_sidCreate() {
     sid->firstTagList = static_cast<uint32_t>(g_curTagList);
     sid->cameras[0] = ts->curCamera;
     copyChapterIds(sid->chapters);
+    if (static_cast<size_t>(ts->curDict) < sid->states.size())
+        ts->scene = &sid->states[static_cast<size_t>(ts->curDict)];
     return 0;
 }
 
@@ -235,24 +202,16 @@ TOL_Status TOL_sceneCreate(TOL_Scene *scene) {
     return 0;
 }
 
+// The state of the current scene is the scene's own record, which the thread
+// reaches by a pointer: there is nothing to save, and making a scene current
+// copies nothing that another thread could be reading.
 TOL_Status TOL_sceneGetCurrent(TOL_Scene *scene) {
     if (!scene) return tol_report(16, "TOL_sceneGetCurrent():scn:");
     ThreadStorage *ts = threadStorage();
-    std::lock_guard<std::mutex> lock(globalsMutex);
     scene->dict = static_cast<uint32_t>(ts->curDict);
     scene->selectList = static_cast<uint32_t>(ts->curSelectList);
     scene->tagList = static_cast<uint32_t>(g_curTagList);
     copyChapterIds(scene->chapters);
-    if (!sid || ts->curDict < 0 || static_cast<size_t>(ts->curDict) >= sid->playCtrl.size())
-        return 0;
-    size_t r = static_cast<size_t>(ts->curDict);
-    sid->playCtrl[r] = g_playCtrl;
-    sid->renderCtrl[r] = g_renderCtrl;
-    sid->actionCtrl[r] = g_actionCtrl;
-    sid->channelSetups[r] = g_curChannelSetup;
-    memcpy(sid->manipulationFlags[r].data(), g_manipulationFlags, sizeof g_manipulationFlags);
-    sid->audioContainers[r] = g_audioContainer;
-    sid->histories[r] = g_history;
     return 0;
 }
 
@@ -266,19 +225,12 @@ TOL_Status TOL_sceneSetCurrent(TOL_Scene *scene) {
         TOL_Status status = TOL_sceneGetCurrent(&local);
         if (status) return status;
     }
+    size_t r = row(scene);
     ts->curDict = static_cast<int32_t>(scene->dict);
     ts->curSelectList = static_cast<int32_t>(scene->selectList);
-    std::lock_guard<std::mutex> lock(globalsMutex);
-    size_t r = row(scene);
-    g_audioContainer = sid->audioContainers[r];
-    g_history = sid->histories[r];
+    ts->scene = &sid->states[r];
     g_curTagList = static_cast<int32_t>(scene->tagList);
-    g_playCtrl = sid->playCtrl[r];
-    g_renderCtrl = sid->renderCtrl[r];
-    g_actionCtrl = sid->actionCtrl[r];
     if (r < sid->cameras.size()) ts->curCamera = sid->cameras[r];
-    g_curChannelSetup = sid->channelSetups[r];
-    memcpy(g_manipulationFlags, sid->manipulationFlags[r].data(), sizeof g_manipulationFlags);
     return 0;
 }
 
@@ -312,6 +264,8 @@ void tol_dictMakeCurrent(int32_t dict) {
         ThreadStorage *ts = threadStorage();
         ts->curDict = dict;
         ts->curSelectList = 2 * dict;
+        if (sid && static_cast<size_t>(dict) < sid->states.size())
+            ts->scene = &sid->states[static_cast<size_t>(dict)];
         g_curTagList = 2 * dict + 1;
     }
 }
@@ -322,22 +276,33 @@ TOL_Status TOL_threadStorageInit(TOL_Scene *scene) {
     ThreadStorage *ts = threadStorage();
     ts->curDict = -1;
     ts->curSelectList = -1;
+    ts->scene = nullptr;
     TOL_Status status = TOL_sceneSetCurrent(scene);
     if (status) tol_report(4, "TOL_threadStorageInit()");
     return status;
 }
 
 namespace {
-template <typename T> T *sidRow(std::vector<T> &rows, const TOL_Scene *scene) {
+template <typename Rows> typename Rows::value_type *sidRow(Rows &rows, const TOL_Scene *scene) {
     if (!tol_sceneIsValid(scene) || row(scene) >= rows.size()) return nullptr;
     return &rows[row(scene)];
 }
 }  // namespace
 
 TOL_UpdateListRow *tol_sidUpdateList(const TOL_Scene *s) { return sid ? sidRow(sid->updateLists, s) : nullptr; }
-TOL_RenderCtrl *tol_sidRenderCtrl(const TOL_Scene *s) { return sid ? sidRow(sid->renderCtrl, s) : nullptr; }
-TOL_PlayCtrl *tol_sidPlayCtrl(const TOL_Scene *s) { return sid ? sidRow(sid->playCtrl, s) : nullptr; }
-uint16_t *tol_sidActionCtrl(const TOL_Scene *s) { return sid ? sidRow(sid->actionCtrl, s) : nullptr; }
+TOL_SceneState *tol_sidState(const TOL_Scene *s) { return sid ? sidRow(sid->states, s) : nullptr; }
+TOL_RenderCtrl *tol_sidRenderCtrl(const TOL_Scene *s) {
+    TOL_SceneState *state = tol_sidState(s);
+    return state ? &state->renderCtrl : nullptr;
+}
+TOL_PlayCtrl *tol_sidPlayCtrl(const TOL_Scene *s) {
+    TOL_SceneState *state = tol_sidState(s);
+    return state ? &state->playCtrl : nullptr;
+}
+uint16_t *tol_sidActionCtrl(const TOL_Scene *s) {
+    TOL_SceneState *state = tol_sidState(s);
+    return state ? &state->actionCtrl : nullptr;
+}
 void **tol_sidCamera(const TOL_Scene *s) { return sid ? sidRow(sid->cameras, s) : nullptr; }
 
 TOL_Status TOL_updatelistGet(TOL_Scene *scene) {
@@ -374,12 +339,7 @@ TOL_Status TOL_updatelistEvalScene(TOL_Scene *scene, float time) {
     TOL_Status status = frame.status();
     if (status == 0) {
         int32_t savedFrame = g_currentFrame;
-        float rate;
-        {
-            // The draw side swaps the play globals in and out under this lock.
-            std::lock_guard<std::mutex> lock(globalsMutex);
-            rate = g_playCtrl.framesPerSecond;
-        }
+        float rate = sceneStateCurrent().playCtrl.framesPerSecond;
         double frames = static_cast<double>(time) * rate;
         g_currentFrame = static_cast<int32_t>(frames < 0 ? frames - 0.5 : frames + 0.5);
         g_evalFromList = 1;

@@ -282,9 +282,8 @@ TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOn
     if (!scene) return tol_report(16, "TOL_scnGetBbox(): scene:");
     if (!bbmin) return tol_report(16, "TOL_scnGetBbox(): bbmin:");
     if (!bbmax) return tol_report(16, "TOL_scnGetBbox(): bbmax:");
-    TOL_Scene saved{};
-    uint16_t swapped = 0;
-    TOL_Status status = tol_sceneSwapIn(scene, &saved, &swapped);
+    TolSceneFrame frame(scene);
+    TOL_Status status = frame.status();
     int found = 0;
     for (int k = 0; k < 3; ++k) {
         bbmin[k] = 1e10f;
@@ -320,9 +319,6 @@ TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOn
             bbmin[k] -= 0.1f;
             bbmax[k] += 0.1f;
         }
-    if (swapped) {
-        TOL_Status back = tol_sceneSwapIn(&saved, nullptr, &swapped);
-        if (status == 0) status = back;
-    }
+    status = frame.finish(status);
     return status ? status : found;
 }

@@ -457,9 +457,8 @@ TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, BW_GraphicProps *gp
 TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gprops) {
     if (!scene) return tol_report(16, "TOL_sceneDraw(): scene:");
     if (!gprops) return tol_report(16, "TOL_sceneDraw(): gprops:");
-    TOL_Scene saved{};
-    uint16_t swapped = 0;
-    TOL_Status status = tol_sceneSwapIn(scene, &saved, &swapped);
+    TolSceneFrame frame(scene);
+    TOL_Status status = frame.status();
     ++drawFrame;
     if (status == 0) {
         Element *entry = nullptr;
@@ -471,9 +470,5 @@ TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gp
             else status = sceneDrawPass(scene, 1, gprops);
         }
     }
-    if (swapped) {
-        TOL_Status back = tol_sceneSwapIn(&saved, nullptr, &swapped);
-        if (status == 0) status = back;
-    }
-    return status;
+    return frame.finish(status);
 }

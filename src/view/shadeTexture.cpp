@@ -48,7 +48,8 @@ int32_t sequenceFrameOf(const Texture2D *t) {
 // The image sequence relation of a texture: the frame of its time.
 void evalImageSequence(UpdateRecord *record, float time, int *) {
     if (const Texture2D *t = static_cast<const Texture2D *>(record->data))
-        textureSequenceFrameSet(t, roundHalfAway(static_cast<double>(time) * g_playCtrl.framesPerSecond));
+        textureSequenceFrameSet(
+            t, roundHalfAway(static_cast<double>(time) * sceneStateCurrent().playCtrl.framesPerSecond));
 }
 
 // Records find their handler when an update list is built, at the load:

@@ -109,14 +109,11 @@ void viewerPrepareContext(int i) {
 }  // namespace
 
 void viewerSetAspect(float aspect) {
-    TOL_Scene entry;
-    TOL_sceneGetCurrent(&entry);
     for (int i = 0; i < viewer.processCount; ++i) {
         if (!viewer.camera[i]) continue;
-        TOL_sceneSetCurrent(&viewer.sceneCtx[i]);
+        TolSceneFrame frame(&viewer.sceneCtx[i]);
         TOL_elemSetParams(viewer.camera[i], 22, 0, 1, &aspect);
     }
-    TOL_sceneSetCurrent(&entry);
 }
 
 int viewerStartup(const ViewerOptions &o) {

@@ -230,7 +230,7 @@ TEST_F(SceneGrammar, EnvironmentAndPlayControl) {
         "EndOfCHAPTER\n"
         "PLAYCTRL FRAME 10 50 12 2 PAUSE 3 RATE 25 EndOfPLAYCTRL\n"
         "EndOfENVIRONMENT\n";
-    TOL_PlayCtrl saved = g_playCtrl;
+    TOL_PlayCtrl saved = sceneStateCurrent().playCtrl;
     read(std::string(kElements) + env);
     EXPECT_EQ(at(CHP_MODELS, 0)->schemX, 1.5f);
     EXPECT_EQ(at(CHP_MODELS, 0)->schemY, -2.0f);
@@ -241,9 +241,9 @@ TEST_F(SceneGrammar, EnvironmentAndPlayControl) {
     EXPECT_EQ(at(CHP_MODELS, 1)->srt[4], 90.0f);
     EXPECT_EQ(at(CHP_MODELS, 1)->envSet, 6);
     EXPECT_EQ(at(CHP_MODELS, 1)->envValues[2], 17);
-    EXPECT_TRUE(g_playCtrl.startFrame == 10 && g_playCtrl.endFrame == 50 &&
-                g_playCtrl.currentFrame == 12 && g_playCtrl.frameStep == 2);
-    EXPECT_EQ(g_playCtrl.framesPerSecond, 25.0f);
+    EXPECT_TRUE(sceneStateCurrent().playCtrl.startFrame == 10 && sceneStateCurrent().playCtrl.endFrame == 50 &&
+                sceneStateCurrent().playCtrl.currentFrame == 12 && sceneStateCurrent().playCtrl.frameStep == 2);
+    EXPECT_EQ(sceneStateCurrent().playCtrl.framesPerSecond, 25.0f);
 
     // A merge reads the values and may only widen the range.
     TearDown();
@@ -253,17 +253,17 @@ TEST_F(SceneGrammar, EnvironmentAndPlayControl) {
     merged.replace(merged.find("10 50 12 2"), 10, "20 80 30 1");
     merged.replace(merged.find("RATE 25"), 7, "RATE 60");
     read(std::string(kElements) + merged);
-    EXPECT_TRUE(g_playCtrl.startFrame == 10 && g_playCtrl.endFrame == 80 &&
-                g_playCtrl.currentFrame == 12 && g_playCtrl.frameStep == 2);
-    EXPECT_EQ(g_playCtrl.framesPerSecond, 25.0f);
+    EXPECT_TRUE(sceneStateCurrent().playCtrl.startFrame == 10 && sceneStateCurrent().playCtrl.endFrame == 80 &&
+                sceneStateCurrent().playCtrl.currentFrame == 12 && sceneStateCurrent().playCtrl.frameStep == 2);
+    EXPECT_EQ(sceneStateCurrent().playCtrl.framesPerSecond, 25.0f);
 
     // Numbers past an int are held at its ends.
     TearDown();
     SetUp();
     read(std::string(kElements) + "ENVIRONMENT PLAYCTRL FRAME 1e40 -1e40 nan 2 EndOfPLAYCTRL EndOfENVIRONMENT\n");
-    EXPECT_TRUE(g_playCtrl.startFrame == INT32_MAX && g_playCtrl.endFrame == INT32_MIN &&
-                g_playCtrl.currentFrame == 0);
-    g_playCtrl = saved;
+    EXPECT_TRUE(sceneStateCurrent().playCtrl.startFrame == INT32_MAX && sceneStateCurrent().playCtrl.endFrame == INT32_MIN &&
+                sceneStateCurrent().playCtrl.currentFrame == 0);
+    sceneStateCurrent().playCtrl = saved;
 }
 
 TEST_F(SceneGrammar, FilesThatEndInsideAStatement) {
@@ -273,13 +273,13 @@ TEST_F(SceneGrammar, FilesThatEndInsideAStatement) {
                        "EndOfRELDATA SUBREL 1 ELEM 2 RELDATA DAMPING 1 EndOfRELDATA ; EndOfSUBREL ;\n"
                        "EndOfCHAPTER\nEndOfRELATIONS\nENVIRONMENT\nCHAPTER MODELS 0 SRT 1 2 3 ;\n"
                        "EndOfCHAPTER PLAYCTRL FRAME 1 2 3 4 EndOfPLAYCTRL\nEndOfENVIRONMENT\n";
-    TOL_PlayCtrl saved = g_playCtrl;
+    TOL_PlayCtrl saved = sceneStateCurrent().playCtrl;
     for (size_t cut = 8; cut <= full.size(); cut += 3) {
         TearDown();
         SetUp();
         read(full.substr(0, cut));
     }
-    g_playCtrl = saved;
+    sceneStateCurrent().playCtrl = saved;
 }
 
 namespace {

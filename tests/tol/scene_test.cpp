@@ -72,25 +72,26 @@ TEST_F(Scenes, CreationGivesEachSceneItsDictionaryListsAndCamera) {
 
 TEST_F(Scenes, SwapKeepsEachScenesGlobals) {
     ASSERT_EQ(TOL_sceneSetCurrent(&a), 0);
-    g_playCtrl.endFrame = 250;
+    sceneStateCurrent().playCtrl.endFrame = 250;
     ASSERT_EQ(TOL_sceneSetCurrent(&b), 0);
-    EXPECT_EQ(g_playCtrl.endFrame, 100);  // b's own defaults
-    g_playCtrl.endFrame = 42;
+    EXPECT_EQ(sceneStateCurrent().playCtrl.endFrame, 100);  // b's own defaults
+    sceneStateCurrent().playCtrl.endFrame = 42;
     ASSERT_EQ(TOL_sceneSetCurrent(&a), 0);
-    EXPECT_EQ(g_playCtrl.endFrame, 250);
+    EXPECT_EQ(sceneStateCurrent().playCtrl.endFrame, 250);
     EXPECT_EQ(tol_sidPlayCtrl(&b)->endFrame, 42);
 
-    // The scene that is current already costs nothing: no save of the globals.
-    g_playCtrl.endFrame = 7;
+    // The thread works on the scene's own record: nothing to save, nothing stale.
+    sceneStateCurrent().playCtrl.endFrame = 7;
+    EXPECT_EQ(tol_sidPlayCtrl(&a)->endFrame, 7);
     ASSERT_EQ(TOL_sceneSetCurrent(&a), 0);
-    EXPECT_EQ(tol_sidPlayCtrl(&a)->endFrame, 250);
+    EXPECT_EQ(tol_sidPlayCtrl(&a)->endFrame, 7);
 
     TOL_Scene bad = a;
     bad.dict = 99;
     bwtest::OutputCapture cap;
     EXPECT_EQ(TOL_sceneSetCurrent(&bad), 71);
     EXPECT_EQ(cap.out.text(), "BW_ERROR: TOL_sceneSetCurrent(): Invalid Scene referenced\n");
-    g_playCtrl.endFrame = 250;
+    sceneStateCurrent().playCtrl.endFrame = 250;
 }
 
 TEST_F(Scenes, EachThreadHasItsCurrentScene) {

@@ -627,8 +627,9 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
 
     // 10: the first scene update.
     if (g_sceneLoadHooks.updateScene) {
-        float rate = g_playCtrl.framesPerSecond > 0 ? g_playCtrl.framesPerSecond : 30.0f;
-        g_sceneLoadHooks.updateScene(dict, static_cast<float>(g_playCtrl.currentFrame) / rate);
+        const TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
+        float rate = play.framesPerSecond > 0 ? play.framesPerSecond : 30.0f;
+        g_sceneLoadHooks.updateScene(dict, static_cast<float>(play.currentFrame) / rate);
     }
 
     // 11

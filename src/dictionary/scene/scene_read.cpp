@@ -11,8 +11,6 @@
 int loadIsPrimary = 0;
 float loadFileVersion = 0.0f;
 int (*g_sceneVersionHook)(float version) = nullptr;
-TOL_PlayCtrl g_playCtrl;
-int32_t g_playPause = 0;
 
 namespace {
 
@@ -467,28 +465,29 @@ int32_t toInt(float v) {
 
 void readPlayCtrl(FILE *stream) {
     // A merge keeps the present play control; its range can only grow.
+    TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
     while (sceneNextToken(stream) && !is("EndOfPLAYCTRL")) {
         if (is("FRAME")) {
             float v[4] = {};
             if (!readFloats(stream, v, 4)) return;
             int first = toInt(v[0]), last = toInt(v[1]);
             if (loadIsPrimary) {
-                g_playCtrl.startFrame = first;
-                g_playCtrl.endFrame = last;
-                g_playCtrl.currentFrame = toInt(v[2]);
-                g_playCtrl.frameStep = toInt(v[3]);
+                play.startFrame = first;
+                play.endFrame = last;
+                play.currentFrame = toInt(v[2]);
+                play.frameStep = toInt(v[3]);
             } else {
-                if (first < g_playCtrl.startFrame) g_playCtrl.startFrame = first;
-                if (last > g_playCtrl.endFrame) g_playCtrl.endFrame = last;
+                if (first < play.startFrame) play.startFrame = first;
+                if (last > play.endFrame) play.endFrame = last;
             }
         } else if (is("PAUSE")) {
             float v = 0;
             if (!readFloats(stream, &v, 1)) return;
-            if (loadIsPrimary) g_playPause = toInt(v);
+            if (loadIsPrimary) play.pause = toInt(v);
         } else if (is("RATE")) {
             float v = 0;
             if (!readFloats(stream, &v, 1)) return;
-            if (loadIsPrimary && v > 0) g_playCtrl.framesPerSecond = v;
+            if (loadIsPrimary && v > 0) play.framesPerSecond = v;
         }
     }
 }

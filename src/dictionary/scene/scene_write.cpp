@@ -156,9 +156,10 @@ int sceneWrite(Dictionary *dict, const char *path, float version) {
         if (!text.empty())
             fprintf(f, "  CHAPTER %s\n%s  EndOfCHAPTER\n", chapter->name.c_str(), text.c_str());
     }
+    const TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
     fprintf(f, "  PLAYCTRL FRAME %d %d %d %d PAUSE %d RATE %.7g EndOfPLAYCTRL\n",
-            g_playCtrl.startFrame, g_playCtrl.endFrame, g_playCtrl.currentFrame,
-            g_playCtrl.frameStep, g_playPause, static_cast<double>(g_playCtrl.framesPerSecond));
+            play.startFrame, play.endFrame, play.currentFrame,
+            play.frameStep, play.pause, static_cast<double>(play.framesPerSecond));
     fprintf(f, "EndOfENVIRONMENT\n");
     return fclose(f) == 0 ? 1 : 0;
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tol.h"
+#include "tol_status.h"
 
 constexpr int BW_TOKEN_MAX = 1024;  // bytes of one token, terminator included
 constexpr int BW_PATH_MAX = 1024;   // bytes of one path, terminator included
@@ -153,10 +153,19 @@ void dbExpandPath(const char *in, char *out);
 
 TOL_Status databaseGet(const char *pathOrName, Database **db);
 TOL_Status databaseGetByPath(const char *path, Database **db);
-TOL_Status TOL_databaseIsExistent(const char *nameOrPath, int *exists);
-TOL_Status TOL_databaseLoad(const char *path, TOL_Database *handle);
-TOL_Status TOL_databaseTOL2BRAK(TOL_Database handle, Database **db);
-TOL_Database TOL_dbGet(const char *name);  // 0 when no database has that name
+// True when the text names a path rather than a database name.
+bool dbIsPathText(const char *text);
+
+// The database directory that `nameOrPath` identifies: the directory itself
+// when at least two known chapter directories stand in it, else the parent of
+// a chapter directory on the path that passes that test. False if none.
+bool dbLocateRoot(const char *nameOrPath, std::string &root);
+
+// A database without SCENES, MODELS and PICTURES directories is a shader library.
+void dbShaderLibTest(Database &db);
+
+// Place of a record in g_dbList; -1 for null or a record it does not hold.
+int dbIndexOf(const Database *db);
 // Makes the database at `index` the read and the write database.
 void dbMakeCurrent(int index);
 

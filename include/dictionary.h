@@ -6,6 +6,7 @@
 // next addition to the same chapter.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -275,6 +276,48 @@ struct Dictionary {
     uint16_t hierarchyDirty = 1;        // MODELS hierarchy changed: re-derive transforms
     SceneGlobals globals;               // ambient, two-sided lighting and fog of the scene
     std::shared_ptr<GrMaterialIds> materialIds;  // ids of materials and textures; made by the display
+};
+
+// ---------------------------------------------------------------------------
+// Core state that each scene owns; the calling thread reaches its current
+// scene's through its thread storage.
+
+struct ChannelSetup;
+
+// The play control of a scene: its frame range and rate.
+struct TOL_PlayCtrl {
+    int32_t startFrame = 1;         // first frame of the play range
+    int32_t endFrame = 100;         // last frame of the play range
+    int32_t frameStep = 1;          // frames advanced per update
+    int32_t currentFrame = 1;       // frame now shown
+    int32_t pause = 0;              // PAUSE of the scene file; no default of its own
+    float framesPerSecond = 30.0f;  // frame rate of the scene
+};
+
+struct TOL_RenderCtrl {
+    int32_t words[16] = {};  // carried for the renderer, not read by the viewer
+};
+
+struct TOL_AudioContainer {
+    int32_t words[3] = {};                  // leading words
+    float rates[2] = {2.0f, 30.0f};         // two f32 of the fourth word
+    int32_t defaults[4] = {1, 1, 100, 1};   // integer defaults behind them
+    int32_t tail[4] = {};                   // the rest of the block
+};
+
+constexpr int TOL_MANIPULATION_FLAGS = 15;
+
+// The core's state of one scene. The scene owns it; a thread reaches it through
+// its current scene (sceneStateCurrent()), so two threads on two scenes never
+// share a byte of it and the swap copies nothing.
+struct TOL_SceneState {
+    TOL_PlayCtrl playCtrl;                   // play range, step, frame and rate
+    TOL_RenderCtrl renderCtrl;               // render control
+    uint16_t actionCtrl = 0;                 // action control word
+    std::array<uint16_t, TOL_MANIPULATION_FLAGS> manipulationFlags{};  // global manipulation flags
+    TOL_AudioContainer audioContainer;       // audio container, carried and not played
+    void *history = nullptr;                 // history of the scene
+    ChannelSetup *channelSetup = nullptr;    // channel setup (set by the capture run)
 };
 
 // ---------------------------------------------------------------------------

@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-#include "tol.h"
+#include "tol_handle.h"
+#include "tol_status.h"
 
 struct BW_GlbVar {
     int32_t blending = 0;             // non-zero: GL_DECAL and four-component textures
@@ -94,7 +95,8 @@ void gpropsCopy(const BW_GraphicProps *from, BW_GraphicProps *to);
 void gpropsDump(const BW_GraphicProps *props);
 TOL_Status gpropsSetDisplayType(BW_GraphicProps *props, int code);
 void gpropsResolveDispType(BW_GraphicProps *props);
-TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);
+// The patch level of detail of glbVar.
+TOL_Status gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);
 
 // OpenGL level (src/graphic/grstate.cpp, grstring.cpp). Called on the thread that
 // owns the GL context.
@@ -105,9 +107,9 @@ TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);
 // (g_grStateInit). Returns 1 on success.
 int grStateInitGL(BW_GraphicProps *props);
 // Clears the frame: colour, and depth when shading; fog colour while fog is on.
-TOL_Status TOL_grClear(BW_GraphicProps *props);
+TOL_Status grClear(BW_GraphicProps *props);
 // Draws `str` with the 8 x 13 bitmap font at (x, y) of a 1000-step screen.
-TOL_Status TOL_grStringDraw(const char *str, const float *color, int x, int y);
+TOL_Status grStringDraw(const char *str, const float *color, int x, int y);
 // The three thin state wrappers.
 void grLighting(int on);   // on only for the value 1
 void grDepthTest(int on);  // on for any non-zero value
@@ -117,7 +119,7 @@ void grClearStencil();
 // The red alignment cross over the whole viewport.
 void grDrawCross();
 
-// The 8 x 13 bitmap font of TOL_grStringDraw: for each printable character, 32
+// The 8 x 13 bitmap font of grStringDraw: for each printable character, 32
 // to 126 in order, its code and then 13 rows of 8 pixels, bottom row first, the
 // leftmost pixel in the high bit. Other characters draw as an empty cell.
 constexpr int GR_FONT_GLYPHS = 95;
@@ -194,7 +196,9 @@ void modelDropStrips(Model *model);
 void modelDropGeometry(Model *model, int recurse);
 // Plays the model's stream (or its display list under listEnable). 0, or 97.
 int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprops);
-TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops);
+// Preprocesses every shown model of the scene when shading (modelPreprocess).
+// 0, or 97 when stopFct stopped it.
+TOL_Status grPreprocessAll(TOL_Scene *scene, BW_GraphicProps *gprops);
 
 // Vertex arrays are malloc'd with room for one UV pair per vertex behind the
 // records, so that computed UV need no allocation of their own and go with

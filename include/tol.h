@@ -1,6 +1,7 @@
 // The TOL layer: the thin call layer through which the viewer reaches the core.
-// Status codes, the reporter, run-time verification, handles and the start of
-// the layer.
+// The start of the layer, the scenes and their swapped state, elements, the
+// camera and the entry points of the draw. Status codes and the reporter are
+// in tol_status.h, the handles in tol_handle.h.
 #pragma once
 
 #include <array>
@@ -9,89 +10,9 @@
 #include <vector>
 
 #include "animation.h"
-
-using TOL_Status = int32_t;  // 0 for no error; an index into the status table
-
-constexpr int TOL_STATUS_COUNT = 150;  // rows of the status table
-
-// Message classes; also the index of the class word in the reporter's prefix.
-enum TOL_MessageClass : uint32_t {
-    TOL_CLASS_STATUS = 0,
-    TOL_CLASS_MESSAGE = 1,
-    TOL_CLASS_WARNING = 2,
-    TOL_CLASS_ERROR = 3,
-    TOL_CLASS_MODE = 4,
-};
-
-// Where reports go.
-enum TOL_ReportRoute : uint32_t {
-    TOL_ROUTE_STDOUT = 0,
-    TOL_ROUTE_STDERR = 1,
-    TOL_ROUTE_CALLBACK = 2,
-};
-
-using TOL_ReportCallback = void (*)(TOL_Status code, uint32_t messageClass, const char *text);
-
-// One row of the status table.
-struct TOL_StatusRow {
-    uint32_t code;          // equal to the row's index
-    uint32_t messageClass;  // TOL_MessageClass
-    const char *format;     // printf format; for code 124 the scratch buffer
-};
-
-extern char TOL_SCRATCH[1024];  // scratch buffer that code 124 prints
-
-// Reporter: prints "BW_<CLASS>: " and the formatted row, returns `code`.
-TOL_Status tol_report(TOL_Status code, ...);
-const char *tol_statusFormat(TOL_Status code);    // null for a code outside the table
-uint32_t tol_statusClass(TOL_Status code);        // TOL_CLASS_ERROR outside the table
-const char *tol_classWord(uint32_t messageClass);  // "STATUS" ... "MODE"
-uint32_t tol_setMinimumClass(uint32_t messageClass);  // returns the old value
-uint32_t tol_getMinimumClass();
-uint32_t tol_setReportRoute(uint32_t route, TOL_ReportCallback callback);  // returns the old route
-
-// Run-time verification word.
-enum TOL_VerifyBit : uint32_t {
-    TOL_VERIFY_MODEL = 1,       // tol_modelVerify: element of a model chapter
-    TOL_VERIFY_ELEMENT = 32,    // tol_elementVerify: element, scene and dictionary agree
-    TOL_VERIFY_DATABASE = 128,  // database handle range check
-    TOL_VERIFY_CAMERA = 256,    // camera check: element of the camera chapter
-};
-int tol_verifyEnabled(uint32_t bit);
-void tol_verifySet(uint32_t bits);
-void tol_verifyClear(uint32_t bits);
-uint32_t tol_verifyWord();
-void tol_verifyInit();  // reads TOL_VERIFY_OPTIONS
-
-// Messages of the core that are not status codes. With `noInterface` set (always
-// in the viewer) each goes to standard error with a newline, whatever its class.
-extern int noInterface;  // the core runs without a user interface
-void msgShow(const char *text, uint32_t messageClass);
-void msgStatus(const char *text);
-void msgMessage(const char *text);
-void msgError(const char *text);
-
-// Handles that cross the layer.
-using TOL_Database = int32_t;  // one-based index into the table of databases; 0 for none
-
-struct TOL_Scene {
-    uint32_t dict;          // index of the scene's Dictionary; -1 before creation
-    uint32_t selectList;    // index of the scene's select list
-    uint32_t tagList;       // index of the second select list
-    uint32_t chapters[33];  // chapter ids of the scene's dictionary
-};
-
-struct TOL_Elem {
-    uint32_t dict;     // dictionary of the element
-    uint32_t chapter;  // chapter id
-    uint32_t index;    // place in the chapter's list
-    int32_t group;     // -1 for none
-    uint32_t reserved; // always 0
-};
-
-struct TOL_Vector {
-    float x, y, z;
-};
+#include "dictionary.h"
+#include "tol_handle.h"
+#include "tol_status.h"
 
 constexpr const char *TOL_CORE_VERSION = "3Dv4.00.1";  // version of the core
 constexpr const char *TOL_SDK_VERSION = "SDKv4.00.1";  // newest SDK the layer serves
@@ -103,47 +24,11 @@ int versionCompare(const char *a, const char *b);
 TOL_Status TOL_sceneInitInternal(const char *sdkVersion);
 
 // ---------------------------------------------------------------------------
-// Core state that each scene owns; the calling thread reaches its current scene's.
-
-struct ChannelSetup;
-
-struct TOL_PlayCtrl {
-    int32_t startFrame = 1;         // first frame of the play range
-    int32_t endFrame = 100;         // last frame of the play range
-    int32_t frameStep = 1;          // frames advanced per update
-    int32_t currentFrame = 1;       // frame now shown
-    int32_t pause = 0;              // PAUSE of the scene file; no default of its own
-    float framesPerSecond = 30.0f;  // frame rate of the scene
-};
-
-struct TOL_RenderCtrl {
-    int32_t words[16] = {};  // carried for the renderer, not read by the viewer
-};
-
-struct TOL_AudioContainer {
-    int32_t words[3] = {};                  // leading words
-    float rates[2] = {2.0f, 30.0f};         // two f32 of the fourth word
-    int32_t defaults[4] = {1, 1, 100, 1};   // integer defaults behind them
-    int32_t tail[4] = {};                   // the rest of the block
-};
+// The layer's record of its scenes. The state each scene owns (TOL_SceneState)
+// is the core's, in dictionary.h.
 
 struct TOL_UpdateListRow {
     UpdateList list;  // the scene's main update list, owned by the row; built by TOL_updatelistGet
-};
-
-constexpr int TOL_MANIPULATION_FLAGS = 15;
-
-// The core's state of one scene. The scene owns it; a thread reaches it through
-// its current scene (sceneStateCurrent()), so two threads on two scenes never
-// share a byte of it and the swap copies nothing.
-struct TOL_SceneState {
-    TOL_PlayCtrl playCtrl;                   // play range, step, frame and rate
-    TOL_RenderCtrl renderCtrl;               // render control
-    uint16_t actionCtrl = 0;                 // action control word
-    std::array<uint16_t, TOL_MANIPULATION_FLAGS> manipulationFlags{};  // global manipulation flags
-    TOL_AudioContainer audioContainer;       // audio container, carried and not played
-    void *history = nullptr;                 // history of the scene
-    ChannelSetup *channelSetup = nullptr;    // channel setup (set by the capture run)
 };
 
 struct TOL_Sid {
@@ -270,13 +155,41 @@ TOL_Status TOL_elemSetDisplayMode(const TOL_Elem *elem, int mode);
 TOL_Status TOL_elemDraw(uint32_t dict, const TOL_Elem *elem, uint32_t chapter, int scope,
                         int state, int clearFirst);
 
-// Video texturing hardware is absent on this platform: each reports status 8.
+// ---------------------------------------------------------------------------
+// The draw through the layer (the work is the view's and the graphic side's).
+
 struct BW_GraphicProps;
+
+// Bounds of one model (`elem`), or of all shown models when `elem` is null,
+// in world space; flat axes widened by 0.1 each way. Only types 1, 2, 4, 7
+// and 10 count. Returns 1 for a box, 0 when nothing counted, 16 (reported)
+// for a null scene or output.
+TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOnly, float *bbmin,
+                          float *bbmax);
+// One frame of the scene. `camera` is the camera element or null.
+TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gprops);
+// Forwarders with no scene.
+TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);
+// Clears the frame: colour, and depth when shading; fog colour while fog is on.
+TOL_Status TOL_grClear(BW_GraphicProps *props);
+// Draws `str` with the 8 x 13 bitmap font at (x, y) of a 1000-step screen.
+TOL_Status TOL_grStringDraw(const char *str, const float *color, int x, int y);
+// Tessellates changed surfaces and builds the strips of the scene's models.
+TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops);
+
+// Video texturing hardware is absent on this platform: each reports status 8.
 TOL_Status TOL_siriusInit(BW_GraphicProps *props);
 TOL_Status TOL_siriusExit(BW_GraphicProps *props);
 TOL_Status TOL_siriusProcessEvents(BW_GraphicProps *props);
 // Graphic state of a new GL context, for the scene being displayed.
 TOL_Status TOL_grStateInit(TOL_Scene *scene, BW_GraphicProps *props);
+
+// The table of databases through the layer (the entry points live in the
+// layer; the table itself is the database subsystem's).
+TOL_Status TOL_databaseIsExistent(const char *nameOrPath, int *exists);
+TOL_Status TOL_databaseLoad(const char *path, TOL_Database *handle);
+TOL_Status TOL_databaseTOL2BRAK(TOL_Database handle, Database **db);
+TOL_Database TOL_dbGet(const char *name);  // 0 when no database has that name
 
 // Start of the layer: finds Relations.rsrc (working directory, then
 // `resourcePath`) and, with `readDatabases` set, reads the database directory.

@@ -3,14 +3,15 @@
 // the camera's projection and view, the display modes at OpenGL level, the
 // per-model draw in wire, shaded and matte form, and the icons of cameras and
 // lights. Everything here runs on the draw side, with the GL context current,
-// except the bounds build (start-up) and TOL_scnGetBbox (any side).
+// except the bounds build (start-up) and the box of TOL_scnGetBbox (any side).
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 #include "graphic.h"
-#include "tol.h"
+#include "tol_handle.h"
+#include "tol_status.h"
 
 struct Camera;
 struct Chapter;
@@ -58,12 +59,6 @@ int modelLocalBox(const Model *model, float bmin[3], float bmax[3]);
 // The eight corners of a box under a row-vector matrix (null: as it stands).
 void boxCorners(const float bmin[3], const float bmax[3], const float matrix[4][4],
                 float corners[8][3]);
-// Bounds of one model (`elem`), or of all shown models when `elem` is null,
-// in world space; flat axes widened by 0.1 each way. Only types 1, 2, 4, 7
-// and 10 count. Returns 1 for a box, 0 when nothing counted, 16 (reported)
-// for a null scene or output.
-TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOnly, float *bbmin,
-                          float *bbmax);
 
 // ---------------------------------------------------------------------------
 // Camera: projection and view.
@@ -219,11 +214,15 @@ void textureSequenceFrameSet(const Texture2D *texture, int32_t frame);
 // ---------------------------------------------------------------------------
 // The scene draw.
 
-// One frame of the scene. `camera` is the camera element or null.
-TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gprops);
-// The frame wrapper: loads the camera and runs the pass. 99 without a camera.
-TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, BW_GraphicProps *gprops);
-TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gprops);
+// `current` is the scene's own camera, which the layer keeps per scene: the
+// one a pass loads with `loadCamera`, and the one whose icon the pass leaves
+// out.
+// The frame wrapper: loads `camera` (null: `current`) and runs the pass. 99
+// without a camera.
+TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, Camera *current,
+                           BW_GraphicProps *gprops);
+TOL_Status sceneDrawPass(TOL_Scene *scene, Camera *current, int loadCamera,
+                         BW_GraphicProps *gprops);
 // Draws entry `index` of the models list. `pass`: 0 garbage mattes, 1 all but
 // them, 2 everything. `cull` 1 tests bounds; `recurse` 1 walks the children.
 TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_GraphicProps *gprops,

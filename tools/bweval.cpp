@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "animation.h"
 #include "database.h"
 #include "dictionary.h"
 #include "model.h"
@@ -24,27 +25,20 @@ void usage(const char *program) {
     fprintf(stderr, "Usage: %s [-R RSRC] DATABASE [SCENE ...] [--frames FIRST:LAST:STEP]\n", program);
 }
 
-// Translation, Euler angles and scale of a matrix made as scale, Rx Ry Rz
-// (row vectors), translation.
+// Translation, Euler angles (degrees) and scale of a matrix made as scale,
+// Rx Ry Rz (row vectors), translation. The angles are the engine's own
+// extraction, of the two solutions the one nearest to no rotation.
 void decompose(const float m[4][4], double t[3], double r[3], double s[3]) {
-    double rows[3][3];
+    float rotation[4][4] = {{0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 0}, {0, 0, 0, 1}};
     for (int i = 0; i < 3; ++i) {
         s[i] = std::sqrt(double(m[i][0]) * m[i][0] + double(m[i][1]) * m[i][1] + double(m[i][2]) * m[i][2]);
-        for (int k = 0; k < 3; ++k) rows[i][k] = s[i] > 1e-12 ? m[i][k] / s[i] : 0.0;
+        for (int k = 0; k < 3; ++k) rotation[i][k] = s[i] > 1e-12 ? static_cast<float>(m[i][k] / s[i]) : 0.0f;
         t[i] = m[3][i];
     }
-    constexpr double kDegrees = 57.29577951308232;
-    double sy = -rows[0][2];
-    sy = sy > 1 ? 1 : sy < -1 ? -1 : sy;
-    r[1] = std::asin(sy) * kDegrees;
-    if (std::fabs(sy) < 0.999999) {
-        r[0] = std::atan2(rows[1][2], rows[2][2]) * kDegrees;
-        r[2] = std::atan2(rows[0][1], rows[0][0]) * kDegrees;
-    } else {
-        // At the pole only the sum of x and z shows: all of it goes to x.
-        r[0] = std::atan2(-rows[2][1], rows[1][1]) * kDegrees;
-        r[2] = 0.0;
-    }
+    const float hint[3] = {0.0f, 0.0f, 0.0f};
+    float angles[3];
+    matrixToEuler(rotation, hint, angles);
+    for (int i = 0; i < 3; ++i) r[i] = angles[i] / DEG_TO_RAD;
 }
 
 double clean(double v) { return std::fabs(v) < 5e-7 ? 0.0 : v; }

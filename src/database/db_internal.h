@@ -16,23 +16,12 @@ void linkTabInit();
 // next read fetches it again.
 void dbCustomShaderReset();
 
-// True when the text names a path rather than a database name.
-bool dbIsPathText(const char *text);
-
 // Every backslash turned into '/'.
 std::string dbSlashes(std::string path);
 
 // The working directory of the core: the one taken at start-up, else the
 // process's current one.
 std::string dbWorkDir();
-
-// The database directory that `nameOrPath` identifies: the directory itself
-// when at least two known chapter directories stand in it, else the parent of
-// a chapter directory on the path that passes that test. False if none.
-bool dbLocateRoot(const char *nameOrPath, std::string &root);
-
-// A database without SCENES, MODELS and PICTURES directories is a shader library.
-void dbShaderLibTest(Database &db);
 
 // The file name cut at its last '.' that stands behind the last '-'.
 std::string dbStripSuffix(const std::string &fileName);

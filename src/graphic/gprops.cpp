@@ -102,8 +102,7 @@ void gpropsResolveDispType(BW_GraphicProps *p) {
     p->dispType = type;
 }
 
-TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level) {
-    if (!props) return tol_report(16, "TOL_gpropsSetSurfacePrecision(): gprops:");
+TOL_Status gpropsSetSurfacePrecision(BW_GraphicProps *props, int level) {
     if (props->glbVar) props->glbVar->patch_lod = level;
     return 0;
 }

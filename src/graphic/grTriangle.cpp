@@ -682,9 +682,7 @@ void modelDropGeometry(Model *model, int recurse) {
     }
 }
 
-TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops) {
-    if (!scene) return tol_report(16, "TOL_preprocessALL(): scene:");
-    if (!gprops) return tol_report(16, "TOL_preprocessALL(): gprops:");
+TOL_Status grPreprocessAll(TOL_Scene *scene, BW_GraphicProps *gprops) {
     if (!gprops->material.shade) return 0;
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));
     Chapter *models = dict ? dictChapter(dict, CHP_MODELS) : nullptr;

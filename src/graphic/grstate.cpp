@@ -47,8 +47,7 @@ int grStateInitGL(BW_GraphicProps *props) {
     return 1;
 }
 
-TOL_Status TOL_grClear(BW_GraphicProps *props) {
-    if (!props) return tol_report(16, "TOL_grClear(): gprops:");
+TOL_Status grClear(BW_GraphicProps *props) {
     glClearDepth(1.0);
     if (props->fogEnable == 1) {
         glClearColor(props->fogColor[0], props->fogColor[1], props->fogColor[2], props->fogColor[3]);

@@ -28,9 +28,7 @@ void makeFontLists() {
 
 }  // namespace
 
-TOL_Status TOL_grStringDraw(const char *str, const float *color, int x, int y) {
-    if (!str) return tol_report(16, "TOL_grStringDraw(): str:");
-    if (!color) return tol_report(16, "TOL_grStringDraw(): color:");
+TOL_Status grStringDraw(const char *str, const float *color, int x, int y) {
     if (!fontBase) makeFontLists();
     grLighting(0);
     glMatrixMode(GL_PROJECTION);

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tol.h"
+#include "tol_status.h"
 
 char TOL_SCRATCH[1024];
 

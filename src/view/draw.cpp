@@ -378,7 +378,8 @@ static void sceneGlobalsTake(const SceneGlobals &g, BW_GraphicProps *gprops) {
     for (int i = 0; i < 3; ++i) gprops->fogColor[i] = g.fogColor[i];
 }
 
-TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gprops) {
+TOL_Status sceneDrawPass(TOL_Scene *scene, Camera *current, int loadCamera, BW_GraphicProps *gprops) {
+    ++drawFrame;
     if (debugCulling < 0) {
         const char *flag = getenv("DEBUG_CULLING");
         debugCulling = flag && flag[0] == 'Y' ? 1 : 0;
@@ -386,8 +387,7 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gpro
     paletteColorSet(8, 0);
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));
     if (loadCamera) {
-        void **current = tol_sidCamera(scene);
-        Camera *camera = current ? static_cast<Camera *>(*current) : nullptr;
+        Camera *camera = current;
         gprops->curCamera = camera;
         if (camera && camera->kind == CAMERA_KIND_ORTHO) cameraLoadOrtho(camera, gprops);
         else cameraLoadPerspective(camera, gprops, 0, 0, 0, 0, 1.0f);
@@ -428,10 +428,7 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gpro
         status = drawModelTree(scene, list, i, gprops, mainPass, cull, &stop, viewMatrix, cull);
     }
 
-    if (gprops->dispType & DISP_WIRE) {
-        void **current = tol_sidCamera(scene);
-        drawIcons(dict, current ? static_cast<Camera *>(*current) : nullptr, gprops);
-    }
+    if (gprops->dispType & DISP_WIRE) drawIcons(dict, current, gprops);
     displayModePassEnd(gprops, &state);
     if (gprops->fogEnable == 1) glDisable(GL_FOG);
     glbVar.curMatId = -1;
@@ -439,36 +436,15 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, int loadCamera, BW_GraphicProps *gpro
     return status;
 }
 
-TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, BW_GraphicProps *gprops) {
+TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, Camera *current,
+                           BW_GraphicProps *gprops) {
     gpropsResolveDispType(gprops);
-    if (!camera) {
-        void **current = tol_sidCamera(scene);
-        camera = current ? static_cast<Camera *>(*current) : nullptr;
-    }
+    if (!camera) camera = current;
     if (!camera) return tol_report(99, "drawAccumulated(): no camera");
     gprops->curCamera = camera;
     // One sample: the pixel formats taken on this platform offer no
     // accumulation buffer, so jittered samples could not be summed.
     if (camera->kind == CAMERA_KIND_ORTHO) cameraLoadOrtho(camera, gprops);
     else cameraLoadPerspective(camera, gprops, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f);
-    return sceneDrawPass(scene, 0, gprops);
-}
-
-TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gprops) {
-    if (!scene) return tol_report(16, "TOL_sceneDraw(): scene:");
-    if (!gprops) return tol_report(16, "TOL_sceneDraw(): gprops:");
-    TolSceneFrame frame(scene);
-    TOL_Status status = frame.status();
-    ++drawFrame;
-    if (status == 0) {
-        Element *entry = nullptr;
-        if (camera)
-            status = tol_elemResolve(camera, -1, nullptr, nullptr, &entry, CHP_CAMERAS,
-                                     "TOL_sceneDraw(): camera:", 1);
-        if (status == 0) {
-            if (camera) status = drawAccumulated(scene, static_cast<Camera *>(entry->data), gprops);
-            else status = sceneDrawPass(scene, 1, gprops);
-        }
-    }
-    return frame.finish(status);
+    return sceneDrawPass(scene, current, 0, gprops);
 }

@@ -16,6 +16,7 @@
 #include "capture.h"
 #include "database.h"
 #include "db_internal.h"
+#include "tol.h"
 
 using bwtest::OutputCapture;
 using bwtest::ScopedEnv;

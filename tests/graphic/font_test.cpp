@@ -6,6 +6,7 @@
 
 #include "capture.h"
 #include "graphic.h"
+#include "tol.h"
 
 TEST(Font, EveryPrintableCharacterHasItsOwnPicture) {
     std::set<std::string> pictures;

@@ -10,6 +10,7 @@
 #include "graphic.h"
 
 #include "gl_context.h"
+#include "tol.h"
 
 namespace {
 

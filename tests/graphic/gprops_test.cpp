@@ -3,6 +3,7 @@
 
 #include "capture.h"
 #include "graphic.h"
+#include "tol.h"
 
 TEST(DisplayType, DerivedFromShadeTextureMatteAndIcons) {
     BW_GraphicProps p;

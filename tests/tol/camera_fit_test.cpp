@@ -12,6 +12,7 @@
 #include "dictionary.h"
 #include "graphic.h"
 #include "model.h"
+#include "tol.h"
 #include "view.h"
 #include "layer_fixture.h"
 

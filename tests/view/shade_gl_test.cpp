@@ -18,6 +18,7 @@
 #include "model.h"
 #include "testdata.h"
 #include "view.h"
+#include "tol.h"
 
 #include "graphic/gl_context.h"
 #include "layer_fixture.h"

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "model.h"
-#include "tol.h"
 #include "updatelist_internal.h"
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include "dictionary.h"
 #include "model.h"
-#include "tol.h"
+#include "tol_status.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "dict_internal.h"
 #include "fileio.h"
-#include "tol.h"
+#include "tol_status.h"
 
 CustomTable g_customTable;
 

@@ -18,7 +18,7 @@
 #include <unistd.h>
 
 #include "bin_internal.h"
-#include "tol.h"
+#include "tol_status.h"
 
 static_assert(std::endian::native == std::endian::little || std::endian::native == std::endian::big,
               "hosts of mixed byte order are not served");

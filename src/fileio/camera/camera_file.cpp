@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cam_internal.h"
-#include "tol.h"
+#include "tol_status.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <iterator>
 
 #include "cam_internal.h"
-#include "tol.h"
+#include "tol_status.h"
 
 namespace {
 

@@ -50,13 +50,52 @@ struct ChapterRow {
 constexpr int CHAPTER_COUNT = 36;
 extern const ChapterRow g_chapterTable[CHAPTER_COUNT];
 
+// clang-format off
+// The chapter table: id, directory (also the name CHP_<dir>), default suffix
+// (nullptr for none), magic word ("" for none), ChapterKind without its prefix.
+#define BW_CHAPTER_ROWS \
+    CHAPTER_ROW(0, SCENES, "dsc", "SDSC", FILES) \
+    CHAPTER_ROW(1, ANIMATION, "ani", "SANI", FILES) \
+    CHAPTER_ROW(2, CAMERAS, "cam", "SCAM", FILES) \
+    CHAPTER_ROW(3, CLUSTERS, "cls", "CLUS", FILES) \
+    CHAPTER_ROW(4, PICTURES, "pic", "", FILES) \
+    CHAPTER_ROW(5, LATTICES, "lat", "SLAT", FILES) \
+    CHAPTER_ROW(6, LIGHTS, "lig", "SLIG", FILES) \
+    CHAPTER_ROW(7, MATERIALS, "mtr", "SMAT", FILES) \
+    CHAPTER_ROW(8, MODELS, "hrc", "", FILES) \
+    CHAPTER_ROW(9, NSELECTIONS, nullptr, "", MEMORY) \
+    CHAPTER_ROW(10, PALETTES, "pal", "", FILES) \
+    CHAPTER_ROW(11, RENDER_PICTURES, "pic", "", FILES) \
+    CHAPTER_ROW(12, SETUP_BRAK, "sts", "SSET", FILES) \
+    CHAPTER_ROW(13, SETUP_CHANNELS, "chn", "SCHN", FILES) \
+    CHAPTER_ROW(14, SETUP_FLOCK, "flk", "SFLK", FILES) \
+    CHAPTER_ROW(15, SHAPES, "shp", "", FILES) \
+    CHAPTER_ROW(16, STRUCT_KEYS, "key", "SKEY", FILES) \
+    CHAPTER_ROW(17, TEXTURES2D, "txt", "ST2D", FILES) \
+    CHAPTER_ROW(18, TEXTURES3D, "t3D", "ST3D", FILES) \
+    CHAPTER_ROW(19, WAVES, "wav", "SWAV", FILES) \
+    CHAPTER_ROW(20, EXPRESSIONS, "exp", "", FILES) \
+    CHAPTER_ROW(21, MATERIAL_SHADERS, "shd", "SHAT", FILES) \
+    CHAPTER_ROW(22, SHADOW_SHADERS, "shd", "SHAD", FILES) \
+    CHAPTER_ROW(23, VOLUME_SHADERS, "shd", "SHVL", FILES) \
+    CHAPTER_ROW(24, TEXTURE2D_SHADERS, "shd", "SHT2", FILES) \
+    CHAPTER_ROW(25, TEXTURE3D_SHADERS, "shd", "SHT3", FILES) \
+    CHAPTER_ROW(26, LIGHT_SHADERS, "shd", "SHIG", FILES) \
+    CHAPTER_ROW(27, CAMERA_SHADERS, "shd", "SHAM", FILES) \
+    CHAPTER_ROW(28, OUTPUT_SHADERS, "shd", "SHUT", FILES) \
+    CHAPTER_ROW(29, ENVIRON_SHADERS, "shd", "SHNV", FILES) \
+    CHAPTER_ROW(30, CHANNEL_DRIVERS, nullptr, "", MEMORY) \
+    CHAPTER_ROW(31, OUTSIDE_DB_FILES, "all", "", OUTSIDE) \
+    CHAPTER_ROW(32, SPREADSHEET_SETUP, "spd", "", FILES) \
+    CHAPTER_ROW(33, AUDIO, "wav", "", FILES) \
+    CHAPTER_ROW(34, MATERIAL_PHOTON_SHADERS, "shd", "SHAP", FILES) \
+    CHAPTER_ROW(35, LIGHT_PHOTON_SHADERS, "shd", "SHIP", FILES)
+// clang-format on
+
 enum ChapterId {
-    CHP_SCENES = 0, CHP_ANIMATION = 1, CHP_CAMERAS = 2, CHP_CLUSTERS = 3, CHP_PICTURES = 4,
-    CHP_LATTICES = 5, CHP_LIGHTS = 6, CHP_MATERIALS = 7, CHP_MODELS = 8,
-    CHP_NSELECTIONS = 9, CHP_PALETTES = 10, CHP_RENDER_PICTURES = 11, CHP_SETUP_BRAK = 12,
-    CHP_SETUP_CHANNELS = 13, CHP_SETUP_FLOCK = 14, CHP_SHAPES = 15, CHP_STRUCT_KEYS = 16,
-    CHP_TEXTURES2D = 17, CHP_TEXTURES3D = 18, CHP_WAVES = 19, CHP_EXPRESSIONS = 20,
-    CHP_CHANNEL_DRIVERS = 30, CHP_OUTSIDE_DB_FILES = 31,
+#define CHAPTER_ROW(id, dir, suffix, magicText, kind) CHP_##dir = id,
+    BW_CHAPTER_ROWS
+#undef CHAPTER_ROW
 };
 
 // Id of a chapter directory name, -1 if unknown. Exact case, except that

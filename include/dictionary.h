@@ -161,6 +161,13 @@ struct ElementExtra {
     int32_t *items;   // malloc'd
 };
 
+// The `deleted` word of a chapter list entry.
+enum ElemState : uint16_t {
+    ELEM_LIVE = 0,       // in use
+    ELEM_HIDDEN = 1,     // removed but kept with its objects for a later restore
+    ELEM_FREE_SLOT = 2,  // empty, reusable by the next addition
+};
+
 struct Element {
     ElemName *name;              // owned; null for a free slot
     void *data;                  // the loaded object; owned by its reader
@@ -181,7 +188,7 @@ struct Element {
     uint16_t shared;             // file from the chapter's SHARE directory
     uint16_t isNew;              // 2 made in memory, 1 named by a scene, 0 slot reset
     uint16_t loaded;             // data was read or substituted by a scene load, which frees it
-    uint16_t deleted;            // 0 live, 1 hidden, 2 free slot
+    uint16_t deleted;            // ElemState: live, hidden or free slot
     uint16_t level;              // compared for name clashes in one sub-tree
     int32_t owner;               // SCENES index of the scene that brought it in
     int32_t root;                // index of the root of its hierarchy in this chapter
@@ -209,7 +216,7 @@ struct Chapter {
     int32_t elementCount = 0;              // slots in use, deleted ones included
     Element *elements = nullptr;           // malloc'd array of elementCount
     int32_t elementCapacity = 0;           // slots allocated; grows by doubling
-    int32_t freeSlots = 0;                 // slots with deleted = 2, for reuse
+    int32_t freeSlots = 0;                 // slots with deleted = ELEM_FREE_SLOT, for reuse
     std::vector<int32_t> sorted;           // display order of elemlistSortChapterElements
     std::vector<int32_t> hierOrder;        // ANIMATION only: elemHierSort output
     std::vector<int32_t> hierChildCount;   // parallel to hierOrder

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "tol_codes.h"
+
 using TOL_Status = int32_t;  // 0 for no error; an index into the status table
 
 constexpr int TOL_STATUS_COUNT = 150;  // rows of the status table
@@ -67,3 +69,5 @@ void msgShow(const char *text, uint32_t messageClass);
 void msgStatus(const char *text);
 void msgMessage(const char *text);
 void msgError(const char *text);
+// msgShow of a printf-formatted text (without its newline).
+void msgShowf(uint32_t messageClass, const char *format, ...) __attribute__((format(printf, 2, 3)));

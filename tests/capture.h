@@ -11,6 +11,8 @@
 #include <sstream>
 #include <string>
 
+#include "bw_env.h"
+
 namespace bwtest {
 
 // `relative` under the source tree (BW_SOURCE_DIR, else the working directory).
@@ -108,8 +110,12 @@ public:
         const char *old = getenv(name);
         if (old) { had_ = true; old_ = old; }
         if (value) setenv(name, value, 1); else unsetenv(name);
+        envReset();  // the libraries read the environment once; let them see the change
     }
-    ~ScopedEnv() { if (had_) setenv(name_.c_str(), old_.c_str(), 1); else unsetenv(name_.c_str()); }
+    ~ScopedEnv() {
+        if (had_) setenv(name_.c_str(), old_.c_str(), 1); else unsetenv(name_.c_str());
+        envReset();
+    }
 
 private:
     std::string name_, old_;

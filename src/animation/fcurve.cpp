@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tol.h"
 #include "animation.h"
+#include "bw_env.h"
 
 int fcurveDefaultInterpolation = FCV_SPLINE;
 float fcurveFrameRate = 30.0f;
@@ -17,7 +19,7 @@ FcurveConfirm fcurveConfirm = nullptr;
 int fcurveIntegerVisibilityOn() {
     int on = fcurveIntegerVisibility.load(std::memory_order_relaxed);
     if (on < 0) {
-        on = getenv("BW_OVERLOAD_HIDDEN") ? 1 : 0;
+        on = envIsSet(ENV_BW_OVERLOAD_HIDDEN);
         fcurveIntegerVisibility.store(on, std::memory_order_relaxed);
     }
     return on;
@@ -140,7 +142,7 @@ int fcurveKeysAppend(Fcurve *curve, FcurveKey *key) {
 FcurveKey *fcurveKey(Fcurve *curve, int index) {
     int count = curve ? curve->keyCount : 0;
     if (!curve || !curve->keys || index < 1 || index > count) {
-        printf("Fatal Error: fcurveKey, index out of range %d (1, %d)\n", index, count);
+        msgShowf(TOL_CLASS_ERROR, "Fatal Error: fcurveKey, index out of range %d (1, %d)", index, count);
         return nullptr;
     }
     return &curve->keys[index - 1];

@@ -15,6 +15,7 @@
 
 #include <sys/stat.h>
 
+#include "tol.h"
 #include "animation.h"
 #include "database.h"
 
@@ -48,7 +49,7 @@ bool numberToken(FILE *stream, double *value) {
 bool floatToken(FILE *stream, const char *reader, const char *keyword, float *out) {
     double v;
     if (!numberToken(stream, &v) || v > FLT_MAX || v < -FLT_MAX) {
-        printf("%s: error, bad value '%s' of %s.\n", reader, g_token, keyword);
+        msgShowf(TOL_CLASS_ERROR, "%s: error, bad value '%s' of %s.", reader, g_token, keyword);
         return false;
     }
     *out = static_cast<float>(v);
@@ -58,7 +59,7 @@ bool floatToken(FILE *stream, const char *reader, const char *keyword, float *ou
 bool intToken(FILE *stream, const char *reader, const char *keyword, double lo, double hi, long *out) {
     double v;
     if (!numberToken(stream, &v) || v != std::trunc(v) || v < lo || v > hi) {
-        printf("%s: error, bad value '%s' of %s.\n", reader, g_token, keyword);
+        msgShowf(TOL_CLASS_ERROR, "%s: error, bad value '%s' of %s.", reader, g_token, keyword);
         return false;
     }
     *out = static_cast<long>(v);
@@ -68,12 +69,12 @@ bool intToken(FILE *stream, const char *reader, const char *keyword, double lo, 
 // An interpolation word.
 bool interpToken(FILE *stream, int16_t *out) {
     if (!nextToken(stream)) {
-        printf("FcurveAsciiRead: error, unknown interp bw_chrToken '%s'.\n", g_token);
+        msgShowf(TOL_CLASS_ERROR, "FcurveAsciiRead: error, unknown interp bw_chrToken '%s'.", g_token);
         return false;
     }
     int i = wordIndex(INTERP_WORDS, g_token);
     if (i < 0) {
-        printf("FcurveAsciiRead: error, unknown interp bw_chrToken '%s'.\n", g_token);
+        msgShowf(TOL_CLASS_ERROR, "FcurveAsciiRead: error, unknown interp bw_chrToken '%s'.", g_token);
         return false;
     }
     *out = static_cast<int16_t>(i);
@@ -85,7 +86,7 @@ bool readKey(FILE *stream, FcurveKey &k) {
     constexpr const char *R = "FcvkeyAsciiRead";
     for (;;) {
         if (!nextToken(stream)) {
-            printf("%s: error, the key ends before its KEYTYPE.\n", R);
+            msgShowf(TOL_CLASS_ERROR, "%s: error, the key ends before its KEYTYPE.", R);
             return false;
         }
         char word[BW_TOKEN_MAX];
@@ -110,13 +111,13 @@ bool readKey(FILE *stream, FcurveKey &k) {
         } else if (strcmp(word, "KEYTYPE") == 0) {
             int type = nextToken(stream) ? wordIndex(KEYTYPE_WORDS, g_token) : -1;
             if (type < 0) {
-                printf("FcvkeyAsciiRead: error, unknown keytype bw_chrToken '%s'.\n", g_token);
+                msgShowf(TOL_CLASS_ERROR, "FcvkeyAsciiRead: error, unknown keytype bw_chrToken '%s'.", g_token);
                 return false;
             }
             k.keyType = static_cast<uint16_t>(type);
             return true;
         } else {
-            printf("%s: error, unknown word '%s'.\n", R, word);
+            msgShowf(TOL_CLASS_ERROR, "%s: error, unknown word '%s'.", R, word);
             return false;
         }
     }
@@ -126,7 +127,7 @@ bool readCurve(FILE *stream, Fcurve *c) {
     constexpr const char *R = "FcurveAsciiRead";
     for (;;) {
         if (!nextToken(stream)) {
-            printf("%s: error, the curve ends before its KEYS.\n", R);
+            msgShowf(TOL_CLASS_ERROR, "%s: error, the curve ends before its KEYS.", R);
             return false;
         }
         char word[BW_TOKEN_MAX];
@@ -151,7 +152,7 @@ bool readCurve(FILE *stream, Fcurve *c) {
             for (long i = 0; i < n; ++i) {
                 FcurveKey *k = fcurveKeyNew();
                 if (!k) {
-                    printf("%s: error, out of memory for key %ld.\n", R, i + 1);
+                    msgShowf(TOL_CLASS_ERROR, "%s: error, out of memory for key %ld.", R, i + 1);
                     return false;
                 }
                 k->interpolation = static_cast<int16_t>(c->interpolation);
@@ -163,7 +164,7 @@ bool readCurve(FILE *stream, Fcurve *c) {
             }
             return true;
         } else {
-            printf("%s: error, unknown word '%s'.\n", R, word);
+            msgShowf(TOL_CLASS_ERROR, "%s: error, unknown word '%s'.", R, word);
             return false;
         }
     }
@@ -212,14 +213,14 @@ Fcurve *readRaw(FILE *f, int64_t fileSize) {
     if (fscanf(f, "%d %hud", &count, &interp) < 2 || count < 0 || interp > FCV_PLATEAU) return nullptr;
     Fcurve *c = fcurveCreate(0, 0);
     if (!c) {
-        printf("Cannot allocate raw fcurve\n");
+        msgShowf(TOL_CLASS_ERROR, "Cannot allocate raw fcurve");
         return nullptr;
     }
     c->interpolation = interp;
     // Every key line holds at least "0 0 0 0": a count the file cannot
     // hold is refused before anything is allocated.
     if (count > fileSize / 8 || !fcurveKeysAlloc(c, count)) {
-        printf("Cannot allocate raw fcurve keys\n");
+        msgShowf(TOL_CLASS_ERROR, "Cannot allocate raw fcurve keys");
         fcurveFree(c);
         return nullptr;
     }
@@ -243,7 +244,7 @@ Fcurve *fcurveRawRead(const char *path) {
     struct stat st;
     Fcurve *c = f && fstat(fileno(f), &st) == 0 ? readRaw(f, st.st_size) : nullptr;
     if (f) fclose(f);
-    if (!c) printf("Unable to read raw fcurve %s\n", path ? path : "");
+    if (!c) msgShowf(TOL_CLASS_ERROR, "Unable to read raw fcurve %s", path ? path : "");
     return c;
 }
 
@@ -260,6 +261,6 @@ int fcurveRawWrite(const char *path, const Fcurve *curve) {
         ok = !ferror(f);
         ok = fclose(f) == 0 && ok;
     }
-    if (!ok) printf("Unable to write raw fcurve file %s\n", path ? path : "");
+    if (!ok) msgShowf(TOL_CLASS_ERROR, "Unable to write raw fcurve file %s", path ? path : "");
     return ok;
 }

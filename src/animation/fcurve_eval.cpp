@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tol.h"
 #include "animation.h"
 
 namespace {
@@ -78,7 +79,7 @@ Prepared prepare(Fcurve *c, float time, int useRange) {
                 return {false, false, 0.0, t};
             }
             default:
-                printf("Error - fcurvePreValue: illegal extrapolation mode.\n");
+                msgShowf(TOL_CLASS_ERROR, "Error - fcurvePreValue: illegal extrapolation mode.");
                 return {true, false, 0.0, t};
         }
     }
@@ -110,7 +111,7 @@ Prepared prepare(Fcurve *c, float time, int useRange) {
                 return {false, false, 0.0, t};
             }
             default:
-                printf("Error - fcurvePostValue: illegal extrapolation mode\n");
+                msgShowf(TOL_CLASS_ERROR, "Error - fcurvePostValue: illegal extrapolation mode");
                 return {true, false, 0.0, t};
         }
     }

@@ -24,7 +24,7 @@ Element *otherEnd(Dictionary *dict, const RelationInst &e) {
     Chapter *chapter = dictChapter(dict, e.chp);
     if (!chapter || chapter->active != 1) return nullptr;
     Element *other = elemGet(dict, e.chp, e.elem);
-    if (!other || other->deleted != 0 || !other->childGroups || !other->parentGroups) return nullptr;
+    if (!other || other->deleted != ELEM_LIVE || !other->childGroups || !other->parentGroups) return nullptr;
     if (e.grp >= other->childGroupCount || e.grp >= other->parentGroupCount) return nullptr;
     return other;
 }
@@ -102,7 +102,7 @@ void updatelistReset(Dictionary *dict, int forward) {
     for (Chapter &chapter : dict->chapters)
         for (int i = 0; i < chapter.elementCount; ++i) {
             Element &e = chapter.elements[i];
-            if (e.deleted != 0) continue;
+            if (e.deleted != ELEM_LIVE) continue;
             RelationGroup *groups = forward ? e.childGroups : e.parentGroups;
             int count = forward ? e.childGroupCount : e.parentGroupCount;
             for (int g = 0; groups && g < count; ++g) {
@@ -148,7 +148,7 @@ int TopoSort(Dictionary *dict, UpdateList *list, Element *element, RelationGroup
             while (ancestor && !ancestor->marked && depth++ <= TOPOSORT_MAX_LEVEL) {
                 index = parentOf(ancestor);
                 ancestor = index < 0 ? nullptr : elemGet(dict, CHP_MODELS, index);
-                if (ancestor && (ancestor->deleted != 0 || !ancestor->childGroups)) ancestor = nullptr;
+                if (ancestor && (ancestor->deleted != ELEM_LIVE || !ancestor->childGroups)) ancestor = nullptr;
             }
             if (ancestor && ancestor->marked && ancestor->childGroups[RELGR_TRANSFO].state == 0 &&
                 !TopoSort(dict, list, ancestor, ancestor->childGroups, CHP_MODELS, index,

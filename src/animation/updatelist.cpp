@@ -141,7 +141,7 @@ int updatelistBuild(Dictionary *dict, UpdateList *list, int checkOnly, int parti
         for (int rootsOnly = 1; rootsOnly >= 0 && ok; --rootsOnly)
             for (int i = 0; i < chapter.elementCount && ok; ++i) {
                 Element &e = chapter.elements[i];
-                if (e.deleted != 0 || !e.childGroups) continue;
+                if (e.deleted != ELEM_LIVE || !e.childGroups) continue;
                 if (rootsOnly && e.lev > 0) continue;
                 if (partial && !e.marked) continue;
                 for (int g = 0; g < e.childGroupCount && ok; ++g) {
@@ -178,7 +178,7 @@ int updatelistBuildFrom(Dictionary *dict, int group, int withVirtual, int checkO
         Chapter &chapter = dict->chapters[c];
         for (int i = 0; i < chapter.elementCount; ++i) {
             Element &e = chapter.elements[i];
-            if (e.deleted != 0 || !e.marked || !e.parentGroups) continue;
+            if (e.deleted != ELEM_LIVE || !e.marked || !e.parentGroups) continue;
             for (int g = 0; g < e.parentGroupCount; ++g) {
                 RelationGroup &grp = e.parentGroups[g];
                 if (group >= 0 ? g != group : !grp.vis) continue;

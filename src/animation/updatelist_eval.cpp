@@ -6,6 +6,7 @@
 
 #include "model.h"
 #include "updatelist_internal.h"
+#include "bw_env.h"
 
 EvalHooks g_evalHooks = {};
 int g_updateMode = UPDATE_ALL;
@@ -26,10 +27,10 @@ std::atomic<int> s_untold{-1};
 std::atomic<int> s_envelope{-1};
 std::atomic<int> s_classicalFix{-1};
 
-int presence(std::atomic<int> &cached, const char *variable) {
+int presence(std::atomic<int> &cached, EnvVar variable) {
     int value = cached.load(std::memory_order_relaxed);
     if (value < 0) {
-        value = getenv(variable) ? 1 : 0;
+        value = envIsSet(variable);
         cached.store(value, std::memory_order_relaxed);
     }
     return value;
@@ -37,10 +38,10 @@ int presence(std::atomic<int> &cached, const char *variable) {
 
 }  // namespace
 
-int evalManipulationOptim() { return presence(s_manipulation, "BW_MANIPULATION_OPTIM"); }
-int evalUntoldRelOptim() { return !presence(s_untold, "BW_NO_OPTIM_UNTOLD_REL"); }
-int evalEnvelopeDeferral() { return !presence(s_envelope, "BW_NO_ENVELOP_OPTIM"); }
-int evalClassicalScalingFix() { return presence(s_classicalFix, "BW_CLASSICAL_SCL_FIX"); }
+int evalManipulationOptim() { return presence(s_manipulation, ENV_BW_MANIPULATION_OPTIM); }
+int evalUntoldRelOptim() { return !presence(s_untold, ENV_BW_NO_OPTIM_UNTOLD_REL); }
+int evalEnvelopeDeferral() { return !presence(s_envelope, ENV_BW_NO_ENVELOP_OPTIM); }
+int evalClassicalScalingFix() { return presence(s_classicalFix, ENV_BW_CLASSICAL_SCL_FIX); }
 
 void evalFlagsReset() {
     s_manipulation = -1;
@@ -48,6 +49,7 @@ void evalFlagsReset() {
     s_envelope = -1;
     s_classicalFix = -1;
     fcurveIntegerVisibility = -1;
+    envReset();
 }
 
 // ---------------------------------------------------------------------------
@@ -229,7 +231,7 @@ void updatelistSceneUpdate(Dictionary *dict, float time) {
         for (int i = 0; i < models->elementCount; ++i) {
             Element &e = models->elements[i];
             Model *m = static_cast<Model *>(e.data);
-            if (e.deleted == 0 && m && !m->parent) modelGlobalUpdate(nullptr, m, 1);
+            if (e.deleted == ELEM_LIVE && m && !m->parent) modelGlobalUpdate(nullptr, m, 1);
         }
     updatelistEval(dict, &dict->update, time);
 }

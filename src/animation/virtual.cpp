@@ -43,7 +43,7 @@ bool isEffector(const Model *m) {
 int32_t elementOf(Dictionary *dict, const Model *m) {
     if (!m || m->elementIndex < 0) return -1;
     Element *e = elemGet(dict, CHP_MODELS, m->elementIndex);
-    return e && e->deleted == 0 && e->data == m ? m->elementIndex : -1;
+    return e && e->deleted == ELEM_LIVE && e->data == m ? m->elementIndex : -1;
 }
 
 // Adds instance `instance` of a virtual relation between two elements of one chapter.
@@ -137,14 +137,14 @@ void addAll(Dictionary *dict, int withTextures) {
     if (Chapter *models = dictChapter(dict, CHP_MODELS))
         for (int i = 0; i < models->elementCount; ++i) {
             Element &e = models->elements[i];
-            if (e.deleted == 0 && e.data && e.childGroups) addForModel(dict, i, static_cast<Model *>(e.data));
+            if (e.deleted == ELEM_LIVE && e.data && e.childGroups) addForModel(dict, i, static_cast<Model *>(e.data));
         }
     if (!withTextures) return;
     if (Chapter *textures = dictChapter(dict, CHP_TEXTURES2D))
         for (int i = 0; i < textures->elementCount; ++i) {
             Element &e = textures->elements[i];
             const Texture2D *t = static_cast<const Texture2D *>(e.data);
-            if (e.deleted == 0 && t && !t->sequenceName.empty())
+            if (e.deleted == ELEM_LIVE && t && !t->sequenceName.empty())
                 addVirtual(dict, CHP_TEXTURES2D, i, i, REL_IMAGE_SEQUENCE, 1);
         }
 }

@@ -17,6 +17,8 @@
 
 namespace {
 
+// A chapter without a magic word has "" in the table.
+constexpr uint32_t magic(const char (&)[1]) { return 0; }
 constexpr uint32_t magic(const char (&text)[5]) {
     return (static_cast<uint32_t>(static_cast<unsigned char>(text[0])) << 24) |
            (static_cast<uint32_t>(static_cast<unsigned char>(text[1])) << 16) |
@@ -26,44 +28,22 @@ constexpr uint32_t magic(const char (&text)[5]) {
 
 }  // namespace
 
-const ChapterRow g_chapterTable[CHAPTER_COUNT] = {
-    {0, "SCENES", "dsc", magic("SDSC"), CHAPTER_FILES},
-    {1, "ANIMATION", "ani", magic("SANI"), CHAPTER_FILES},
-    {2, "CAMERAS", "cam", magic("SCAM"), CHAPTER_FILES},
-    {3, "CLUSTERS", "cls", magic("CLUS"), CHAPTER_FILES},
-    {4, "PICTURES", "pic", 0, CHAPTER_FILES},
-    {5, "LATTICES", "lat", magic("SLAT"), CHAPTER_FILES},
-    {6, "LIGHTS", "lig", magic("SLIG"), CHAPTER_FILES},
-    {7, "MATERIALS", "mtr", magic("SMAT"), CHAPTER_FILES},
-    {8, "MODELS", "hrc", 0, CHAPTER_FILES},
-    {9, "NSELECTIONS", nullptr, 0, CHAPTER_MEMORY},
-    {10, "PALETTES", "pal", 0, CHAPTER_FILES},
-    {11, "RENDER_PICTURES", "pic", 0, CHAPTER_FILES},
-    {12, "SETUP_BRAK", "sts", magic("SSET"), CHAPTER_FILES},
-    {13, "SETUP_CHANNELS", "chn", magic("SCHN"), CHAPTER_FILES},
-    {14, "SETUP_FLOCK", "flk", magic("SFLK"), CHAPTER_FILES},
-    {15, "SHAPES", "shp", 0, CHAPTER_FILES},
-    {16, "STRUCT_KEYS", "key", magic("SKEY"), CHAPTER_FILES},
-    {17, "TEXTURES2D", "txt", magic("ST2D"), CHAPTER_FILES},
-    {18, "TEXTURES3D", "t3D", magic("ST3D"), CHAPTER_FILES},
-    {19, "WAVES", "wav", magic("SWAV"), CHAPTER_FILES},
-    {20, "EXPRESSIONS", "exp", 0, CHAPTER_FILES},
-    {21, "MATERIAL_SHADERS", "shd", magic("SHAT"), CHAPTER_FILES},
-    {22, "SHADOW_SHADERS", "shd", magic("SHAD"), CHAPTER_FILES},
-    {23, "VOLUME_SHADERS", "shd", magic("SHVL"), CHAPTER_FILES},
-    {24, "TEXTURE2D_SHADERS", "shd", magic("SHT2"), CHAPTER_FILES},
-    {25, "TEXTURE3D_SHADERS", "shd", magic("SHT3"), CHAPTER_FILES},
-    {26, "LIGHT_SHADERS", "shd", magic("SHIG"), CHAPTER_FILES},
-    {27, "CAMERA_SHADERS", "shd", magic("SHAM"), CHAPTER_FILES},
-    {28, "OUTPUT_SHADERS", "shd", magic("SHUT"), CHAPTER_FILES},
-    {29, "ENVIRON_SHADERS", "shd", magic("SHNV"), CHAPTER_FILES},
-    {30, "CHANNEL_DRIVERS", nullptr, 0, CHAPTER_MEMORY},
-    {31, "OUTSIDE_DB_FILES", "all", 0, CHAPTER_OUTSIDE},
-    {32, "SPREADSHEET_SETUP", "spd", 0, CHAPTER_FILES},
-    {33, "AUDIO", "wav", 0, CHAPTER_FILES},
-    {34, "MATERIAL_PHOTON_SHADERS", "shd", magic("SHAP"), CHAPTER_FILES},
-    {35, "LIGHT_PHOTON_SHADERS", "shd", magic("SHIP"), CHAPTER_FILES},
-};
+#define CHAPTER_ROW(id, dir, suffix, magicText, kind) {id, #dir, suffix, magic(magicText), CHAPTER_##kind},
+const ChapterRow g_chapterTable[CHAPTER_COUNT] = {BW_CHAPTER_ROWS};
+#undef CHAPTER_ROW
+
+namespace {
+#define CHAPTER_ROW(id, dir, suffix, magicText, kind) id,
+constexpr int chapterIds[] = {BW_CHAPTER_ROWS};
+#undef CHAPTER_ROW
+constexpr bool chaptersAreIndexed() {
+    if (sizeof chapterIds / sizeof chapterIds[0] != CHAPTER_COUNT) return false;
+    for (int i = 0; i < CHAPTER_COUNT; ++i)
+        if (chapterIds[i] != i) return false;
+    return true;
+}
+static_assert(chaptersAreIndexed(), "every chapter row must stand at the index of its id");
+}  // namespace
 
 int chapterFind(const char *name) {
     if (!name) return -1;

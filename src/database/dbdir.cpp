@@ -10,6 +10,7 @@
 
 #include "database.h"
 #include "db_internal.h"
+#include "bw_env.h"
 
 DbList g_dbList;
 int g_dbRead = -1;
@@ -52,7 +53,7 @@ CustomShader customShader;
 
 void checkCustomShader(Database &db) {
     if (!customShader.fetched) {
-        const char *value = getenv("BW_CUSTOM_SHADER");
+        const char *value = envGet(ENV_BW_CUSTOM_SHADER);
         customShader.name = value ? value : "";
         customShader.fetched = true;
     }
@@ -63,7 +64,10 @@ void checkCustomShader(Database &db) {
 
 }  // namespace
 
-void dbCustomShaderReset() { customShader = CustomShader(); }
+void dbCustomShaderReset() {
+    customShader = CustomShader();
+    envReset();
+}
 
 // ---------------------------------------------------------------------------
 // Reading a file
@@ -238,7 +242,7 @@ int dbDirRead(DbList &list, const char *file, int system, int readAll) {
 
 int dbDirLoad(DbList &list, const char *resourceDir, int readAll) {
     bool read = false;
-    if (const char *dir = getenv("BW_DBDIR")) {
+    if (const char *dir = envGet(ENV_BW_DBDIR)) {
         std::string file = std::string(dir) + "/DatabaseDir.rsrc";
         read = dbDirRead(list, file.c_str(), 0, readAll) != 0;
         if (!read) {
@@ -288,7 +292,7 @@ int dbDirWrite(DbList &list, const char *workDir, const char *file, int append) 
     if (file) {
         target = file;
     } else {
-        const char *dir = getenv("BW_DBDIR");
+        const char *dir = envGet(ENV_BW_DBDIR);
         if (dir && usableDirectory(dir)) {
             target = std::string(dir) + "/DatabaseDir.rsrc";
         } else {

@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "database.h"
+#include "bw_env.h"
 
 char g_dbLockText[DB_LOCK_TEXT_MAX + 1] = "";
 
@@ -21,8 +22,8 @@ bool lockPath(const Database &db, char (&path)[BW_PATH_MAX]) {
 }
 
 const char *userName() {
-    for (const char *variable : {"USER", "LOGNAME"}) {
-        const char *value = getenv(variable);
+    for (EnvVar variable : {ENV_USER, ENV_LOGNAME}) {
+        const char *value = envGet(variable);
         if (value && *value) return value;
     }
     const struct passwd *entry = getpwuid(geteuid());

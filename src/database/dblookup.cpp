@@ -150,9 +150,9 @@ bool holdsChapters(const std::string &dir) {
 }  // namespace
 
 TOL_Status databaseGetByPath(const char *path, Database **db) {
-    if (!db) return 16;
+    if (!db) return TOL_ST_NULL_ARGUMENT;
     *db = nullptr;
-    if (!path) return 16;
+    if (!path) return TOL_ST_NULL_ARGUMENT;
     std::string wanted = lexicalAbsolute(path);
     for (Database &entry : g_dbList.items) {
         if (lexicalAbsolute(entry.path) == wanted) {
@@ -164,9 +164,9 @@ TOL_Status databaseGetByPath(const char *path, Database **db) {
 }
 
 TOL_Status databaseGet(const char *pathOrName, Database **db) {
-    if (!db) return 16;
+    if (!db) return TOL_ST_NULL_ARGUMENT;
     *db = nullptr;
-    if (!pathOrName) return 16;
+    if (!pathOrName) return TOL_ST_NULL_ARGUMENT;
     if (dbIsPathText(pathOrName)) return databaseGetByPath(pathOrName, db);
     Database *found = nullptr;
     if (dbFindByName(g_dbList, pathOrName, &found, nullptr) == DB_FOUND) *db = found;

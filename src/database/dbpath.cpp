@@ -8,6 +8,7 @@
 
 #include "database.h"
 #include "db_internal.h"
+#include "bw_env.h"
 
 // The link table translates between the path rules of a database file and
 // those of the local file system. Here both are UNIX rules, the table holds
@@ -47,7 +48,7 @@ std::string expandVariables(const std::string &in) {
         size_t end = in.find('/', i + 1);
         if (end == std::string::npos) end = in.size();
         std::string name = in.substr(i + 1, end - i - 1);
-        const char *value = name.empty() ? nullptr : getenv(name.c_str());
+        const char *value = envLookup(name.c_str());
         out += value ? std::string(value) : in.substr(i, end - i);
         i = end;
     }
@@ -57,7 +58,7 @@ std::string expandVariables(const std::string &in) {
 // A leading "~/" or lone "~" is the home directory; "~user" stays.
 std::string expandHome(const std::string &in) {
     if (in.empty() || in[0] != '~' || (in.size() > 1 && in[1] != '/')) return in;
-    const char *home = getenv("HOME");
+    const char *home = envGet(ENV_HOME);
     return home ? std::string(home) + in.substr(1) : in;
 }
 

@@ -33,7 +33,7 @@ void dumpElement(const Element &e, int index) {
     fprintf(stderr,
             "  |  |  |Element %d (selected %d)(dirty %d)(new %d)(wrkid %d)(lev %d)(root %d)(FLAG %d)\n",
             index, e.selected, e.dirty, e.isNew, e.wrkid, e.lev, e.root, e.flag);
-    if (e.deleted != 0) fprintf(stderr, "  |  |  |Deleted = %d\n", e.deleted);
+    if (e.deleted != ELEM_LIVE) fprintf(stderr, "  |  |  |Deleted = %d\n", e.deleted);
     if (e.name) {
         fprintf(stderr, "  |  |  |  | name [%s]\n", e.name->fullName.c_str());
         fprintf(stderr, "  |  |  |  | subdir [%s]\n", e.name->subdir.c_str());

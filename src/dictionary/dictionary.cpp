@@ -7,6 +7,7 @@
 #include <new>
 
 #include "dict_internal.h"
+#include "bw_env.h"
 
 // ---------------------------------------------------------------------------
 // Environment switches
@@ -16,19 +17,20 @@ namespace {
 int s_loadOptim = -1;      // -1 not read yet
 int s_legacyLoader = -1;   // -1 not read yet
 
-bool readOnce(int &cached, const char *variable) {
-    if (cached < 0) cached = getenv(variable) ? 1 : 0;
+bool readOnce(int &cached, EnvVar variable) {
+    if (cached < 0) cached = envIsSet(variable);
     return cached != 0;
 }
 
 }  // namespace
 
-bool dictLoadOptim() { return readOnce(s_loadOptim, "BW_LOAD_OPTIM"); }
-bool dictLegacyLoader() { return readOnce(s_legacyLoader, "BW_NEO_LEGACYLOADER"); }
+bool dictLoadOptim() { return readOnce(s_loadOptim, ENV_BW_LOAD_OPTIM); }
+bool dictLegacyLoader() { return readOnce(s_legacyLoader, ENV_BW_NEO_LEGACYLOADER); }
 
 void dictEnvReset() {
     s_loadOptim = -1;
     s_legacyLoader = -1;
+    envReset();
 }
 
 // ---------------------------------------------------------------------------
@@ -250,7 +252,7 @@ void removeAllBut(Dictionary *dict, int chapterId, int keep) {
     Chapter *chapter = dictChapter(dict, chapterId);
     if (!chapter) return;
     for (int i = 0; i < chapter->elementCount; ++i)
-        if (i != keep && chapter->elements[i].deleted != 2)
+        if (i != keep && chapter->elements[i].deleted != ELEM_FREE_SLOT)
             elemRemove(dict, chapterId, nullptr, i, -1, 0, 1);
 }
 
@@ -278,7 +280,7 @@ void dictCleanupAfterLoad(Dictionary *dict) {
         bool kept = false;
         for (int i = 0; i < expressions->elementCount; ++i) {
             const Element &e = expressions->elements[i];
-            if (e.deleted != 0 || tied(e)) continue;
+            if (e.deleted != ELEM_LIVE || tied(e)) continue;
             if (!kept && e.level == 0) {
                 kept = true;
                 continue;
@@ -292,7 +294,7 @@ void dictCleanupAfterLoad(Dictionary *dict) {
         if (!chapter || chapter->kind != CHAPTER_FILES) continue;
         for (int i = 0; i < chapter->elementCount; ++i) {
             const Element &e = chapter->elements[i];
-            if (e.deleted == 0 && e.isNew == 1 && !e.data)
+            if (e.deleted == ELEM_LIVE && e.isNew == 1 && !e.data)
                 elemRemove(dict, chapterId, nullptr, i, -1, 0, 1);
         }
     }

@@ -40,7 +40,7 @@ int elemAddRaw(Chapter *chapter, ElemName *name, void *data, void *aux, int32_t 
     // and the array grows by doubling.
     if (reuse && chapter->freeSlots > 0)
         for (int i = 0; i < chapter->elementCount && index < 0; ++i)
-            if (chapter->elements[i].deleted == 2) index = i;
+            if (chapter->elements[i].deleted == ELEM_FREE_SLOT) index = i;
     bool fresh = index < 0;
     if (!fresh) chapter->freeSlots--;
     if (fresh) {
@@ -71,7 +71,8 @@ int elemAddRaw(Chapter *chapter, ElemName *name, void *data, void *aux, int32_t 
     e.aux = aux;
     e.dirty = 1;
     e.isNew = 2;
-    e.selected = e.shared = e.deleted = e.level = 0;
+    e.selected = e.shared = e.level = 0;
+    e.deleted = ELEM_LIVE;
     e.root = index;
     e.lev = e.flag = 0;
     e.owner = owner;
@@ -131,7 +132,7 @@ void elemSetSrt(Element *elem, const float *srt) {
 Element *elemGetInChapter(Chapter *chapter, int index) {
     if (!chapter || index < 0 || index >= chapter->elementCount) return nullptr;
     Element *e = &chapter->elements[index];
-    return e->deleted == 2 ? nullptr : e;
+    return e->deleted == ELEM_FREE_SLOT ? nullptr : e;
 }
 
 Element *elemGet(Dictionary *dict, int chapterId, int index) {
@@ -151,7 +152,7 @@ int elemIndexOf(Dictionary *dict, int chapterId, const Element *elem) {
 int elemCountLive(const Chapter *chapter) {
     if (!chapter) return 0;
     int n = 0;
-    for (int i = 0; i < chapter->elementCount; ++i) n += chapter->elements[i].deleted == 0;
+    for (int i = 0; i < chapter->elementCount; ++i) n += chapter->elements[i].deleted == ELEM_LIVE;
     return n;
 }
 
@@ -177,7 +178,7 @@ void rebuildDataIndex(Chapter &chapter) {
     sorted.clear();
     for (int i = 0; i < chapter.elementCount; ++i) {
         const Element &e = chapter.elements[i];
-        if (e.deleted != 0) continue;
+        if (e.deleted != ELEM_LIVE) continue;
         // Behind equal pointers, so that the first of them is found as a walk would.
         auto at = std::upper_bound(sorted.begin(), sorted.end(), e.data, [&](const void *d, int32_t k) {
             return dataBefore(d, chapter.elements[k].data);
@@ -200,7 +201,7 @@ int elemFindByData(Dictionary *dict, int chapterId, const void *data) {
     if (!chapter) return -1;
     if (!dictLoadOptim() || !chapter->dataIndex) {
         for (int i = 0; i < chapter->elementCount; ++i)
-            if (chapter->elements[i].deleted == 0 && chapter->elements[i].data == data) return i;
+            if (chapter->elements[i].deleted == ELEM_LIVE && chapter->elements[i].data == data) return i;
         return -1;
     }
     if (!chapter->dataIndex->valid) rebuildDataIndex(*chapter);
@@ -217,14 +218,14 @@ int elemFindByData(Dictionary *dict, int chapterId, const void *data) {
 int elemFindByAux(const Chapter *chapter, const void *aux) {
     if (!chapter) return -1;
     for (int i = 0; i < chapter->elementCount; ++i)
-        if (chapter->elements[i].deleted == 0 && chapter->elements[i].aux == aux) return i;
+        if (chapter->elements[i].deleted == ELEM_LIVE && chapter->elements[i].aux == aux) return i;
     return -1;
 }
 
 int elemFindDeletedAux(const Chapter *chapter, const void *aux) {
     if (!chapter) return -1;
     for (int i = 0; i < chapter->elementCount; ++i)
-        if (chapter->elements[i].deleted == 1 && chapter->elements[i].aux == aux) return i;
+        if (chapter->elements[i].deleted == ELEM_HIDDEN && chapter->elements[i].aux == aux) return i;
     return -1;
 }
 
@@ -237,7 +238,7 @@ int elemFindByName(Dictionary *dict, int chapterId, int skip, const char *prefix
     if (!chapter || !name) return -1;
     for (int i = 0; i < chapter->elementCount; ++i) {
         const Element &e = chapter->elements[i];
-        if (i == skip || e.deleted != 0 || !e.name) continue;
+        if (i == skip || e.deleted != ELEM_LIVE || !e.name) continue;
         if (newOnly && e.isNew == 0) continue;
         if (level >= 0 && e.level != level) continue;
         if (root >= 0 && e.root != root) continue;
@@ -253,7 +254,7 @@ int elemFindByFullName(Dictionary *dict, int chapterId, int skip, const char *fu
     if (!chapter || !fullName) return -1;
     for (int i = 0; i < chapter->elementCount; ++i) {
         const Element &e = chapter->elements[i];
-        if (i == skip || e.deleted != 0 || !e.name) continue;
+        if (i == skip || e.deleted != ELEM_LIVE || !e.name) continue;
         if (newOnly && e.isNew == 0) continue;
         if (elemNameCompare(e.name->fullName.c_str(), fullName) == 0) return i;
     }
@@ -277,7 +278,7 @@ int elemRemove(Dictionary *dict, int chapterId, Element *elem, int index, int32_
                int keepRelations, int freeSlot) {
     if (elem) index = elemIndexOf(dict, chapterId, elem);
     Element *e = elemAt(dict, chapterId, index);
-    if (!e || e->deleted == 2) return 0;
+    if (!e || e->deleted == ELEM_FREE_SLOT) return 0;
     if (!keepRelations) {
         if (relFilter >= 0 && parentInstances(*e) > 1)
             relRemove(dict, chapterId, index, 0, relFilter, -1, -1, -1);
@@ -289,8 +290,8 @@ int elemRemove(Dictionary *dict, int chapterId, Element *elem, int index, int32_
     if (chapter->dataIndex) chapter->dataIndex->valid = 0;
     elemDataCacheForget(chapter);
     if (freeSlot) {
-        if (e->deleted != 2) chapter->freeSlots++;
-        e->deleted = 2;
+        if (e->deleted != ELEM_FREE_SLOT) chapter->freeSlots++;
+        e->deleted = ELEM_FREE_SLOT;
         elemNameFree(e->name);
         e->name = nullptr;
         if (e->extra) free(e->extra->items);
@@ -301,7 +302,7 @@ int elemRemove(Dictionary *dict, int chapterId, Element *elem, int index, int32_
         e->isNew = 0;
         e->root = index;
     } else {
-        e->deleted = 1;  // hidden: kept with its objects for a later restore
+        e->deleted = ELEM_HIDDEN;  // hidden: kept with its objects for a later restore
     }
     markDirty(dict);
     return 1;

@@ -22,7 +22,7 @@ void setName(Element &e, const std::string &prefix, const std::string &name) {
 int elemRename(Dictionary *dict, int chapterId, Element *elem, const char *prefix,
                const char *name) {
     int index = elemIndexOf(dict, chapterId, elem);
-    if (index < 0 || !elem->name || elem->deleted == 2) return -1;
+    if (index < 0 || !elem->name || elem->deleted == ELEM_FREE_SLOT) return -1;
     std::string newPrefix = elemNameSanitize(prefix ? prefix : "", 1);
     std::string newName = elemNameSanitize(name ? name : "", 0);
     if (newName.empty()) return 1;
@@ -81,7 +81,7 @@ std::string elemUniqueName(Dictionary *dict, int chapterId, const char *base, in
     if (Chapter *chapter = dictChapter(dict, chapterId)) {
         for (int i = 0; i < chapter->elementCount; ++i) {
             const Element &e = chapter->elements[i];
-            if (e.deleted != 0 || !e.name) continue;
+            if (e.deleted != ELEM_LIVE || !e.name) continue;
             const std::string &text = byPrefix ? e.name->prefix : e.name->name;
             if (text.size() <= stem.size() || strncasecmp(text.c_str(), stem.c_str(), stem.size()))
                 continue;

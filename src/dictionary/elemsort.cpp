@@ -28,12 +28,12 @@ void elemHierSort(Chapter *chapter) {
     std::vector<std::vector<int32_t>> byRoot(static_cast<size_t>(n));
     for (int k = 0; k < n; ++k) {
         const Element &c = chapter->elements[k];
-        if (c.deleted == 0 && c.root >= 0 && c.root < n && c.root != k)
+        if (c.deleted == ELEM_LIVE && c.root >= 0 && c.root < n && c.root != k)
             byRoot[static_cast<size_t>(c.root)].push_back(k);
     }
     for (int i = 0; i < n; ++i) {
         const Element &e = chapter->elements[i];
-        if (e.deleted != 0) {
+        if (e.deleted != ELEM_LIVE) {
             if (!put(i, 0)) return;
         } else if (e.lev == 0) {
             // A curve's own curves stand before it, so that a walk backwards
@@ -158,7 +158,7 @@ int elemlistSortChapterElements(Chapter *chapter, int chapterId, int key, int di
         for (int p = 0; p < static_cast<int>(order.size()); ++p) {
             int k = order[p];
             if (k < 0 || k >= n) continue;
-            if (elems[k].deleted != 0 || elems[k].lev == 0) {
+            if (elems[k].deleted != ELEM_LIVE || elems[k].lev == 0) {
                 units.push_back(k);
                 unitPos[k] = p;
             }
@@ -167,7 +167,7 @@ int elemlistSortChapterElements(Chapter *chapter, int chapterId, int key, int di
         for (int i = 0; i < n; ++i) units.push_back(i);
     }
     std::stable_sort(units.begin(), units.end(), [&](int32_t x, int32_t y) {
-        bool freeX = elems[x].deleted == 2, freeY = elems[y].deleted == 2;
+        bool freeX = elems[x].deleted == ELEM_FREE_SLOT, freeY = elems[y].deleted == ELEM_FREE_SLOT;
         if (freeX != freeY) return freeY;  // free slots last, in either direction
         if (freeX) return false;
         int c = compareElements(elems[x], elems[y], key);

@@ -124,7 +124,7 @@ bool validGroup(int g) { return g >= 0 && g < REL_GROUP_COUNT; }
 
 Element *liveWithGroups(Dictionary *dict, int chapterId, int32_t index) {
     Element *e = elemAt(dict, chapterId, index);
-    if (!e || e->deleted != 0 || !e->childGroups || !e->parentGroups) return nullptr;
+    if (!e || e->deleted != ELEM_LIVE || !e->childGroups || !e->parentGroups) return nullptr;
     return e;
 }
 
@@ -251,7 +251,7 @@ void dropTwin(Dictionary *dict, int chapterId, int32_t index, int child, const R
 void removeFcurves(Dictionary *dict, const std::vector<int32_t> &fcurves) {
     for (int32_t f : fcurves) {
         Element *e = elemAt(dict, CHP_ANIMATION, f);
-        if (e && e->deleted != 2) elemRemove(dict, CHP_ANIMATION, nullptr, f, -1, 0, 1);
+        if (e && e->deleted != ELEM_FREE_SLOT) elemRemove(dict, CHP_ANIMATION, nullptr, f, -1, 0, 1);
     }
 }
 

@@ -120,13 +120,13 @@ void readRelationRows(FILE *stream, RelationDict *table, bool extra) {
         int src = chapterWord(from), dst = chapterWord(to);
         int gs = groupFind(gFrom), gd = groupFind(gTo);
         if (gs < 0 || gd < 0) {
-            tol_report(31, READER, row.name.c_str());
+            tol_report(TOL_ST_INVALID_RELATION_GROUP, READER, row.name.c_str());
             continue;
         }
         // A bad source is only reported: the row keeps -1 there.
-        if (src == -1) tol_report(32, READER, "source", row.name.c_str());
+        if (src == -1) tol_report(TOL_ST_INVALID_RELATION_CHAPTER, READER, "source", row.name.c_str());
         if (dst == -1) {
-            tol_report(32, READER, "destination", row.name.c_str());
+            tol_report(TOL_ST_INVALID_RELATION_CHAPTER, READER, "destination", row.name.c_str());
             continue;
         }
         row.chpFrom = static_cast<int16_t>(src);
@@ -277,7 +277,7 @@ void readElements(FILE *stream, RelationDict *table) {
         if (!nextToken(stream, name)) return;
         int chapter = chapterWord(name);
         // As with a row's source, an unknown chapter is only reported.
-        if (chapter == -1) tol_report(32, READER, "source", name.c_str());
+        if (chapter == -1) tol_report(TOL_ST_INVALID_RELATION_CHAPTER, READER, "source", name.c_str());
         readElementBlock(stream, table, name, "", chapter, "EndOfELEMENT");
     }
 }
@@ -449,7 +449,7 @@ int dbLoadRelationDictionary(RelationDict *table, const char *path, int report) 
     relDictClear(table);
     customTableClear(&g_customTable);
     int ok = reldictReadRelations(table, path);
-    if (!ok && report) tol_report(30, "dbLoadRelationDictionary()", path ? path : "");
+    if (!ok && report) tol_report(TOL_ST_CANNOT_OPEN_RESOURCE, "dbLoadRelationDictionary()", path ? path : "");
     return ok;
 }
 

@@ -41,7 +41,7 @@ Element *scanGroup(Dictionary *dict, RelationGroup &group, int start, const Want
         RelationInst &inst = group.items[i];
         if (!matches(inst, w)) continue;
         Element *other = elemAt(dict, inst.chp, inst.elem);
-        if (!other || other->deleted == 2) continue;
+        if (!other || other->deleted == ELEM_FREE_SLOT) continue;
         group.cursor = i + 1;
         inst.visited = 1;
         if (outChapter) *outChapter = inst.chp;
@@ -176,7 +176,7 @@ RelationInst *relNth(Dictionary *dict, Element *elem, int32_t relid, int chapter
             RelationInst &inst = elem->childGroups[g].items[i];
             if (!matches(inst, w)) continue;
             Element *other = elemAt(dict, inst.chp, inst.elem);
-            if (!other || other->deleted == 2) continue;
+            if (!other || other->deleted == ELEM_FREE_SLOT) continue;
             if (n-- == 0) return &inst;
         }
     return nullptr;

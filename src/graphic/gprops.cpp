@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "graphic.h"
+#include "bw_env.h"
 
 BW_GlbVar glbVar;
 
@@ -14,10 +15,10 @@ void gpropsInit(BW_GraphicProps *props) {
     if (!props) return;
     *props = BW_GraphicProps{};
     props->glbVar = &glbVar;
-    props->useHiddenForMatte = getenv("BW_OVERLOAD_HIDDEN") ? 1 : 0;
-    if (const char *width = getenv("BW_SHADE_HIGHLIGHT_WIDTH"))
+    props->useHiddenForMatte = envIsSet(ENV_BW_OVERLOAD_HIDDEN);
+    if (const char *width = envGet(ENV_BW_SHADE_HIGHLIGHT_WIDTH))
         props->highlightWidth = static_cast<float>(atof(width));
-    g_optimizeEditing = getenv("BW_SHADE_OPTIMIZE_EDITING") ? 1 : 0;
+    g_optimizeEditing = envIsSet(ENV_BW_SHADE_OPTIMIZE_EDITING);
 }
 
 void gpropsCopy(const BW_GraphicProps *from, BW_GraphicProps *to) {
@@ -61,7 +62,7 @@ void gpropsDump(const BW_GraphicProps *p) {
 }
 
 TOL_Status gpropsSetDisplayType(BW_GraphicProps *p, int code) {
-    if (!p) return 16;
+    if (!p) return TOL_ST_NULL_ARGUMENT;
     switch (code) {
     case DISP_WIRE:
         p->dispType = DISP_WIRE;
@@ -84,7 +85,7 @@ TOL_Status gpropsSetDisplayType(BW_GraphicProps *p, int code) {
         p->material.matte = 0;
         break;
     default:
-        return 16;
+        return TOL_ST_NULL_ARGUMENT;
     }
     return 0;
 }

@@ -80,13 +80,13 @@ void make(Dictionary *dict, SceneIds &ids) {
     ids.textureSlots = textures ? textures->elementCount : 0;
     for (int32_t i = 0; i < ids.materialSlots; ++i) {
         const Element &e = materials->elements[i];
-        const Material *m = e.deleted ? nullptr : static_cast<const Material *>(e.data);
+        const Material *m = e.deleted != ELEM_LIVE ? nullptr : static_cast<const Material *>(e.data);
         ids.materials.push_back(m);
         if (m) ids.idOf.emplace(m, i + 2);
     }
     for (int32_t i = 0; i < ids.textureSlots; ++i) {
         const Element &e = textures->elements[i];
-        const Texture2D *t = e.deleted ? nullptr : static_cast<const Texture2D *>(e.data);
+        const Texture2D *t = e.deleted != ELEM_LIVE ? nullptr : static_cast<const Texture2D *>(e.data);
         ids.textures.push_back(t);
         if (t) ids.idOf.emplace(t, i + 2);
     }
@@ -94,7 +94,7 @@ void make(Dictionary *dict, SceneIds &ids) {
     std::vector<const Texture2D *> locals;
     for (int32_t i = 0; models && i < models->elementCount; ++i) {
         const Element &e = models->elements[i];
-        const Model *root = e.deleted ? nullptr : static_cast<const Model *>(e.data);
+        const Model *root = e.deleted != ELEM_LIVE ? nullptr : static_cast<const Model *>(e.data);
         if (!root || root->parent) continue;
         for (const Model *n = root; n; n = modelTreeNext(n, root)) {
             for (int k = 0; n->materials && k < n->materialCount; ++k) addInline(ids.materials, ids, n->materials[k]);
@@ -123,7 +123,7 @@ SceneIds &idsOf(Dictionary *dict) {
 // The element slot still holds the record the numbering saw there.
 bool slotHolds(Dictionary *dict, int chapterId, int32_t index, const void *record) {
     const Element *e = elemGet(dict, chapterId, index);
-    return e && !e->deleted && e->data == record;
+    return e && e->deleted == ELEM_LIVE && e->data == record;
 }
 
 // Id of a record, looked up; a record that is missing or moved makes the
@@ -159,7 +159,7 @@ const Material *grMaterialOfId(Dictionary *dict, int id) {
     // An element's slot is read afresh: its data may have been set since.
     if (id - 2 < ids.materialSlots) {
         const Element *e = elemGet(dict, CHP_MATERIALS, id - 2);
-        return e && !e->deleted ? static_cast<const Material *>(e->data) : nullptr;
+        return e && e->deleted == ELEM_LIVE ? static_cast<const Material *>(e->data) : nullptr;
     }
     return ids.materials[at];
 }
@@ -182,7 +182,7 @@ const Texture2D *grTextureOfId(Dictionary *dict, int id) {
     if (at >= ids.textures.size()) return nullptr;
     if (id - 2 < ids.textureSlots) {
         const Element *e = elemGet(dict, CHP_TEXTURES2D, id - 2);
-        return e && !e->deleted ? static_cast<const Texture2D *>(e->data) : nullptr;
+        return e && e->deleted == ELEM_LIVE ? static_cast<const Texture2D *>(e->data) : nullptr;
     }
     return ids.textures[at];
 }

@@ -213,7 +213,7 @@ int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprop
     if (!model || !gprops || !model->tmesh) return 0;
     TmeshHeader *h = model->tmesh;
     if (h->listId < 0 && (!h->stream || h->streamLength == 0)) return 0;
-    if (gprops->stopFct && gprops->stopFct()) return 97;
+    if (gprops->stopFct && gprops->stopFct()) return TOL_ST_STOPPED;
     BW_GlbVar *g = gprops->glbVar ? gprops->glbVar : &glbVar;
     if (!gprops->texture.active && g->curTxtId != 0) {
         g->curTxtId = 0;

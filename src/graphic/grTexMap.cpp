@@ -6,6 +6,7 @@
 
 #include "material.h"
 #include "tess_internal.h"
+#include "bw_env.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ int seamSide(double u) { return u <= 0.25 ? 1 : (u >= 0.75 ? 2 : 0); }
 }  // namespace
 
 bool stripOldUvConversion() {
-    static const bool old = getenv("BW_OLD_UV_CONVERSION") != nullptr;
+    static const bool old = envIsSet(ENV_BW_OLD_UV_CONVERSION);
     return old;
 }
 

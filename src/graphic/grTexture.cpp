@@ -15,6 +15,7 @@
 #include "fileio.h"
 #include "graphic.h"
 #include "material.h"
+#include "bw_env.h"
 
 namespace {
 
@@ -239,7 +240,7 @@ int textureSizeLimitParse(const char *value) {
 }
 
 int textureSizeLimit() {
-    static const int limit = textureSizeLimitParse(getenv("BW_SHADE_TEXSIZE_LIMIT"));
+    static const int limit = textureSizeLimitParse(envGet(ENV_BW_SHADE_TEXSIZE_LIMIT));
     return limit;
 }
 
@@ -323,7 +324,7 @@ int textureListCompile(int id, const Texture2D *t, const TexturePicture *picture
                      GL_UNSIGNED_BYTE, picture->pixels);
     } else {
         fprintf(stderr, "Unknown number of colour channels: %d\n", components);
-        status = 98;
+        status = TOL_ST_INVALID_GRAPHIC_DATA;
     }
     glEndList();
     return status;

@@ -92,7 +92,7 @@ namespace {
 
 BW_GlbVar &glbOf(const BW_GraphicProps *gprops) { return gprops && gprops->glbVar ? *gprops->glbVar : glbVar; }
 
-int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
+int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? TOL_ST_STOPPED : 0; }
 
 bool drawnType(int32_t type) {
     return type == MODEL_PATCH || type == MODEL_FACE || type == MODEL_MESH || type == MODEL_META ||
@@ -617,7 +617,7 @@ int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
             if (!valid) modelDropStrips(model);
         }
         trianglesSort(model);
-        if (stopped(gprops)) return 97;
+        if (stopped(gprops)) return TOL_ST_STOPPED;
         TmeshBuild build;
         if (modelCreateTmesh(model, &build) && streamCompile(model, &build, g, gprops)) {
             TmeshHeader *h = build.header;
@@ -643,7 +643,7 @@ int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
     }
 
     // Geometry first; the strips follow at the next call.
-    if (stopped(gprops)) return 97;
+    if (stopped(gprops)) return TOL_ST_STOPPED;
     modelDropStrips(model);
     const int status = tessellateModel(model, 2, 0, static_cast<int16_t>(g.patch_lod));
     if (status != 0) {
@@ -692,9 +692,9 @@ TOL_Status grPreprocessAll(TOL_Scene *scene, BW_GraphicProps *gprops) {
     for (int32_t i = 0; i < models->elementCount && status == 0; ++i) {
         const Element &e = models->elements[i];
         Model *m = static_cast<Model *>(e.data);
-        if (e.deleted != 0 || !m || !m->visible) continue;
+        if (e.deleted != ELEM_LIVE || !m || !m->visible) continue;
         status = modelPreprocess(m, gprops);
     }
     s_preprocessDict = nullptr;
-    return status == 97 ? 97 : 0;
+    return status == TOL_ST_STOPPED ? TOL_ST_STOPPED : 0;
 }

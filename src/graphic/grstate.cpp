@@ -6,6 +6,7 @@
 
 #include "dictionary.h"
 #include "graphic.h"
+#include "bw_env.h"
 
 BW_SceneLighting g_sceneLighting;
 GrStateInitMark g_grStateInit = {0, 0};
@@ -21,7 +22,7 @@ void grDefaultLightSet() {
 }
 
 void grLightModelSet(const SceneGlobals &scene) {
-    static const int viewerInfinite = getenv("BW_OGL_LIGHT_VIEWER_INFINITE") ? 1 : 0;
+    static const int viewerInfinite = envIsSet(ENV_BW_OGL_LIGHT_VIEWER_INFINITE);
     const GLfloat ambient[4] = {scene.ambient[0], scene.ambient[1], scene.ambient[2], 1.0f};
     glLightModeli(GL_LIGHT_MODEL_LOCAL_VIEWER, viewerInfinite ? 0 : 1);
     glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);

@@ -85,7 +85,7 @@ std::vector<const Model *> metaBalls(const Model *group) {
             if (!name) continue;
             const Model *found = modelFindByName(nullptr, root, name);
             for (int32_t e = 0; !found && models && e < models->elementCount; ++e) {
-                const Model *m = models->elements[e].deleted ? nullptr : static_cast<const Model *>(models->elements[e].data);
+                const Model *m = models->elements[e].deleted != ELEM_LIVE ? nullptr : static_cast<const Model *>(models->elements[e].data);
                 if (m && m->name && strcmp(m->name, name) == 0) found = m;
             }
             take(found);

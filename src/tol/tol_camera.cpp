@@ -44,7 +44,7 @@ Camera *resolve(TOL_Scene *scene, const TOL_Elem *camera) {
 // made current for the work, a camera resolved by the camera rule.
 template <typename Work>
 TOL_Status navigate(TOL_Scene *scene, const TOL_Elem *camera, const char *caller, Work work) {
-    if (!scene) return tol_report(16, caller);
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, caller);
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     if (status == 0)
@@ -335,7 +335,7 @@ int fitCamera(Camera &camera, Dictionary *dict, int selectedOnly, float bbmin[3]
     for (int32_t i = 0; models && i < models->elementCount; ++i) {
         const Element &e = models->elements[i];
         const Model *model = static_cast<const Model *>(e.data);
-        if (e.deleted || !model || !model->visible || (selectedOnly && !e.selected)) continue;
+        if (e.deleted != ELEM_LIVE || !model || !model->visible || (selectedOnly && !e.selected)) continue;
         fitModel(f, model);
     }
     if (f.points == 0) return 0;
@@ -400,7 +400,7 @@ bool cameraElement(TOL_Scene *scene, const TOL_Elem *camera, TOL_Elem *out) {
 TOL_Status TOL_cameraStoreAttributes(TOL_Scene *scene, const TOL_Elem *camera) {
     TOL_Elem elem{};
     if (scene && !cameraElement(scene, camera, &elem)) return 0;
-    if (!scene) return tol_report(16, "TOL_cameraStoreAttributes(): scene:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_cameraStoreAttributes(): scene:");
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     if (status == 0 && tol_cameraVerify(scene, &elem) == 0) {
@@ -421,7 +421,7 @@ TOL_Status TOL_cameraStoreAttributes(TOL_Scene *scene, const TOL_Elem *camera) {
 TOL_Status TOL_cameraRestoreAttributes(TOL_Scene *scene, const TOL_Elem *camera) {
     TOL_Elem elem{};
     if (scene && !cameraElement(scene, camera, &elem)) return 0;
-    if (!scene) return tol_report(16, "TOL_cameraRestoreAttributes(): scene:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_cameraRestoreAttributes(): scene:");
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     if (status == 0 && tol_cameraVerify(scene, &elem) == 0) {

@@ -16,6 +16,8 @@ namespace {
 constexpr int32_t REL_MODEL_HIERARCHY = 110;   // parent to child among models
 constexpr int32_t REL_CAMERA_HIERARCHY = 1110;
 constexpr int32_t REL_LIGHT_HIERARCHY = 2110;
+// A pseudo chapter outside the table whose handles every verification lets through.
+constexpr uint32_t TOL_CHAPTER_UNCHECKED = 211;
 
 bool isModelChapter(uint32_t chapter) { return chapter == CHP_MODELS; }
 
@@ -47,7 +49,7 @@ void applyState(Element *entry, int state) {
 // The element and every element below it through the model hierarchy.
 void applyToBranch(Dictionary *dict, int32_t index, int state, int depth) {
     Element *entry = elemGet(dict, CHP_MODELS, index);
-    if (!entry || entry->deleted || depth > 4096) return;
+    if (!entry || entry->deleted != ELEM_LIVE || depth > 4096) return;
     applyState(entry, state);
     int16_t group = 0;
     if (!relRowInstance(&g_relationDict, REL_MODEL_HIERARCHY, 1, nullptr, nullptr, &group,
@@ -64,16 +66,16 @@ void applyToBranch(Dictionary *dict, int32_t index, int state, int depth) {
 }  // namespace
 
 TOL_Status tol_elementVerify(const TOL_Scene *scene, const TOL_Elem *elem) {
-    if (elem && elem->chapter == 211) return 0;
+    if (elem && elem->chapter == TOL_CHAPTER_UNCHECKED) return 0;
     if (!tol_verifyEnabled(TOL_VERIFY_ELEMENT)) return 0;
-    if (!scene) return tol_report(71, "Invalid scene referenced");
-    if (!elem) return tol_report(13, "Invalid element referenced");
-    if (elem->dict != scene->dict) return tol_report(72, "Element doesn't belong to Scene");
+    if (!scene) return tol_report(TOL_ST_INVALID_SCENE, "Invalid scene referenced");
+    if (!elem) return tol_report(TOL_ST_INVALID_ELEMENT, "Invalid element referenced");
+    if (elem->dict != scene->dict) return tol_report(TOL_ST_ELEMENT_OF_OTHER_SCENE, "Element doesn't belong to Scene");
     Dictionary *dict = dictGet(static_cast<int>(elem->dict));
     if (!dict || elem->chapter >= static_cast<uint32_t>(dict->chapterCount))
-        return tol_report(10, "tol_elementVerify():", static_cast<int>(elem->chapter));
+        return tol_report(TOL_ST_INVALID_CHAPTER, "tol_elementVerify():", static_cast<int>(elem->chapter));
     if (elem->index >= static_cast<uint32_t>(dict->chapters[elem->chapter].elementCount))
-        return tol_report(13, "tol_elementVerify():");
+        return tol_report(TOL_ST_INVALID_ELEMENT, "tol_elementVerify():");
     return 0;
 }
 
@@ -88,14 +90,14 @@ TOL_Status kindVerify(const TOL_Scene *scene, const TOL_Elem *elem, uint32_t bit
     TOL_Status status = tol_elementVerify(scene, elem);
     if (!wasOn) tol_verifyClear(TOL_VERIFY_ELEMENT);
     if (status) return status;
-    if (!chapterOk(elem->chapter)) return tol_report(73, notKind);
+    if (!chapterOk(elem->chapter)) return tol_report(TOL_ST_WRONG_ELEMENT_KIND, notKind);
     return 0;
 }
 }  // namespace
 
 TOL_Status tol_modelVerify(const TOL_Scene *scene, const TOL_Elem *elem) {
-    if (!scene) return tol_report(16, "tol_modelVerify(): scn:");
-    if (!elem) return tol_report(16, "tol_modelVerify(): el:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "tol_modelVerify(): scn:");
+    if (!elem) return tol_report(TOL_ST_NULL_ARGUMENT, "tol_modelVerify(): el:");
     return kindVerify(scene, elem, TOL_VERIFY_MODEL, isModelChapter, "Element is not a Model");
 }
 
@@ -110,26 +112,26 @@ TOL_Status tol_elemResolve(const TOL_Elem *elem, int32_t dictOverride, Dictionar
                            const char *caller, int report) {
     auto fail = [&](TOL_Status code, int value) {
         if (report) {
-            if (code == 10) tol_report(code, caller, value);
+            if (code == TOL_ST_INVALID_CHAPTER) tol_report(code, caller, value);
             else tol_report(code, caller);
         }
         return code;
     };
-    if (!elem && dictOverride < 0) return fail(13, 0);
+    if (!elem && dictOverride < 0) return fail(TOL_ST_INVALID_ELEMENT, 0);
     int32_t slot = dictOverride >= 0 ? dictOverride : static_cast<int32_t>(elem->dict);
     Dictionary *dict = dictGet(slot);
     if (dictOut) *dictOut = dict;
-    if (!dict) return fail(14, 0);
+    if (!dict) return fail(TOL_ST_INVALID_DICTIONARY, 0);
     if (!elem) return 0;
     if (wantChapter != -1 && static_cast<int32_t>(elem->chapter) != wantChapter)
-        return fail(10, static_cast<int>(elem->chapter));
+        return fail(TOL_ST_INVALID_CHAPTER, static_cast<int>(elem->chapter));
     if (elem->chapter >= static_cast<uint32_t>(dict->chapterCount))
-        return fail(10, static_cast<int>(elem->chapter));
+        return fail(TOL_ST_INVALID_CHAPTER, static_cast<int>(elem->chapter));
     Chapter *chapter = &dict->chapters[elem->chapter];
     if (chapterOut) *chapterOut = chapter;
-    if (elem->index >= static_cast<uint32_t>(chapter->elementCount)) return fail(13, 0);
+    if (elem->index >= static_cast<uint32_t>(chapter->elementCount)) return fail(TOL_ST_INVALID_ELEMENT, 0);
     Element *entry = &chapter->elements[elem->index];
-    if (entry->deleted == 2) return fail(13, 0);
+    if (entry->deleted == ELEM_FREE_SLOT) return fail(TOL_ST_INVALID_ELEMENT, 0);
     if (entryOut) *entryOut = entry;
     return 0;
 }
@@ -141,7 +143,7 @@ TOL_Elem *walkFrom(uint32_t dict, uint32_t chapter, uint32_t start, int skipHidd
     if (!c) return nullptr;
     for (int32_t i = static_cast<int32_t>(start); i < c->elementCount; ++i) {
         const Element &e = c->elements[i];
-        if (e.deleted == 2 || (skipHidden && e.deleted == 1)) continue;
+        if (e.deleted == ELEM_FREE_SLOT || (skipHidden && e.deleted == ELEM_HIDDEN)) continue;
         TOL_Elem *out = dest ? dest : static_cast<TOL_Elem *>(malloc(sizeof(TOL_Elem)));
         if (!out) return nullptr;
         *out = TOL_Elem{dict, chapter, static_cast<uint32_t>(i), group, 0};
@@ -438,25 +440,25 @@ ParamCall paramResolve(const TOL_Elem *elem, int number, int byRelation, const c
     const bool model = isModelChapter(elem->chapter);
     call.target = paramTarget(elem->chapter, entry);
     if (byRelation) {
-        if (relRowFind(&g_relationDict, number) < 0) return fail(tol_report(15, caller, number));
+        if (relRowFind(&g_relationDict, number) < 0) return fail(tol_report(TOL_ST_INVALID_RELATION_ID, caller, number));
         for (const auto &r : RELATION_PARAMS)
             if (r.relid == number) call.param = paramFind(r.param);
-        if (!call.param) return fail(tol_report(25, caller, number));
+        if (!call.param) return fail(tol_report(TOL_ST_PARAMETER_WITHOUT_VALUE, caller, number));
         int16_t relChapter = -10;
         relRowInstance(&g_relationDict, number, 1, &relChapter, nullptr, nullptr, nullptr, nullptr, nullptr);
         if (relChapter != -10 && relChapter != chapter)
-            return fail(tol_report(26, caller, chapter, number, static_cast<int>(relChapter)));
+            return fail(tol_report(TOL_ST_INVALID_PARAMETER_CHAPTER, caller, chapter, number, static_cast<int>(relChapter)));
     } else {
-        if (!isSet && !model) return fail(tol_report(26, caller, chapter, number, CHP_MODELS));
+        if (!isSet && !model) return fail(tol_report(TOL_ST_INVALID_PARAMETER_CHAPTER, caller, chapter, number, CHP_MODELS));
         call.param = paramFind(number);
-        if (!call.param) return fail(tol_report(23, caller, number, chapter));
+        if (!call.param) return fail(tol_report(TOL_ST_INVALID_PARAMETER, caller, number, chapter));
     }
     if (isSet && count != call.param->count)
-        return fail(tol_report(24, caller, count, number, call.param->count));
+        return fail(tol_report(TOL_ST_INVALID_VALUE_COUNT, caller, count, number, call.param->count));
     // By number only models have parameters, and cameras their aspect.
     bool kindOk = byRelation || model || call.param->holder == HOLD_CAMERA;
     if (!kindOk || !holderPresent(call.target, call.param->holder, elem->chapter))
-        return fail(tol_report(23, caller, number, chapter));
+        return fail(tol_report(TOL_ST_INVALID_PARAMETER, caller, number, chapter));
     return call;
 }
 
@@ -465,14 +467,14 @@ ParamCall paramResolve(const TOL_Elem *elem, int number, int byRelation, const c
 TOL_Status TOL_elemGetParams(const TOL_Elem *elem, int param, int byRelation, int *count,
                              float **values) {
     const char *caller = "TOL_elemGetParams():";
-    if (!elem) return tol_report(16, "TOL_elemGetParams(): elem:");
-    if (!count) return tol_report(16, "TOL_elemGetParams(): count:");
-    if (!values) return tol_report(16, "TOL_elemGetParams(): values:");
+    if (!elem) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_elemGetParams(): elem:");
+    if (!count) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_elemGetParams(): count:");
+    if (!values) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_elemGetParams(): values:");
     ParamCall call = paramResolve(elem, param, byRelation, caller, false, 0);
     if (call.status) return call.status;
     const int n = call.param->count;
     float *out = static_cast<float *>(realloc(*values, sizeof(float) * static_cast<size_t>(n)));
-    if (!out) return tol_report(70, "TOL_elemGetParams");
+    if (!out) return tol_report(TOL_ST_OUT_OF_MEMORY, "TOL_elemGetParams");
     *values = out;
     *count = n;
     call.param->get(call.target, out);
@@ -482,8 +484,8 @@ TOL_Status TOL_elemGetParams(const TOL_Elem *elem, int param, int byRelation, in
 TOL_Status TOL_elemSetParams(const TOL_Elem *elem, int param, int byRelation, int count,
                              const float *values) {
     const char *caller = "TOL_elemSetParams():";
-    if (!elem) return tol_report(16, "TOL_elemSetParams(): elem:");
-    if (!values) return tol_report(16, "TOL_elemSetParams(): values:");
+    if (!elem) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_elemSetParams(): elem:");
+    if (!values) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_elemSetParams(): values:");
     ParamCall call = paramResolve(elem, param, byRelation, caller, true, count);
     if (call.status) return call.status;
     call.param->set(call.target, values);
@@ -493,25 +495,25 @@ TOL_Status TOL_elemSetParams(const TOL_Elem *elem, int param, int byRelation, in
 
 TOL_Status TOL_elemSetDisplayMode(const TOL_Elem *elem, int mode) {
     Element *entry = entryOf(elem);
-    if (!entry) return tol_report(13, "TOL_elemSetDisplayMode():");
-    if (entry->deleted == 0) entry->browserData = (entry->browserData & 3u) | static_cast<uint32_t>(mode);
+    if (!entry) return tol_report(TOL_ST_INVALID_ELEMENT, "TOL_elemSetDisplayMode():");
+    if (entry->deleted == ELEM_LIVE) entry->browserData = (entry->browserData & 3u) | static_cast<uint32_t>(mode);
     return 0;
 }
 
 TOL_Status TOL_elemDraw(uint32_t dictSlot, const TOL_Elem *elem, uint32_t chapter, int scope,
                         int state, int clearFirst) {
-    if (!elem) return tol_report(16, "TOL_elemDraw(): elem:");
+    if (!elem) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_elemDraw(): elem:");
     Dictionary *dict = dictGet(static_cast<int>(dictSlot));
-    if (!dict) return tol_report(14, "TOL_elemDraw():");
+    if (!dict) return tol_report(TOL_ST_INVALID_DICTIONARY, "TOL_elemDraw():");
     if (!isModelChapter(chapter)) return 0;  // selection walks model chapters only
     Chapter *c = dictChapter(dict, static_cast<int>(chapter));
-    if (!c) return tol_report(10, "TOL_elemDraw():", static_cast<int>(chapter));
+    if (!c) return tol_report(TOL_ST_INVALID_CHAPTER, "TOL_elemDraw():", static_cast<int>(chapter));
     if (clearFirst)
         for (int32_t i = 0; i < c->elementCount; ++i) c->elements[i].selected = 0;
     TOL_Elem target = *elem;
-    if (scope == 2 && !TOL_elemGetRoot(elem, &target)) return tol_report(13, "TOL_elemDraw():");
+    if (scope == 2 && !TOL_elemGetRoot(elem, &target)) return tol_report(TOL_ST_INVALID_ELEMENT, "TOL_elemDraw():");
     Element *entry = elemGet(dict, static_cast<int>(chapter), static_cast<int>(target.index));
-    if (!entry) return tol_report(13, "TOL_elemDraw():");
+    if (!entry) return tol_report(TOL_ST_INVALID_ELEMENT, "TOL_elemDraw():");
     if (scope == 0)
         applyState(entry, state);
     else

@@ -4,31 +4,31 @@
 #include "tol_internal.h"
 
 TOL_Status TOL_siriusInit(BW_GraphicProps *props) {
-    if (!props) return tol_report(16, "TOL_siriusInit(): gprops:");
-    tol_report(8, "TOL_siriusInit(): video texturing");
+    if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_siriusInit(): gprops:");
+    tol_report(TOL_ST_NOT_SUPPORTED, "TOL_siriusInit(): video texturing");
     props->texture.video = 0;
-    return 8;
+    return TOL_ST_NOT_SUPPORTED;
 }
 
 TOL_Status TOL_siriusExit(BW_GraphicProps *props) {
-    if (!props) return tol_report(16, "TOL_siriusExit(): gprops:");
-    return tol_report(8, "TOL_siriusExit(): video texturing");
+    if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_siriusExit(): gprops:");
+    return tol_report(TOL_ST_NOT_SUPPORTED, "TOL_siriusExit(): video texturing");
 }
 
 TOL_Status TOL_siriusProcessEvents(BW_GraphicProps *props) {
-    if (!props) return tol_report(16, "TOL_siriusProcessEvents(): gprops:");
+    if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_siriusProcessEvents(): gprops:");
     props->texture.video = 0;
-    return tol_report(8, "TOL_siriusProcessEvents(): video texturing");
+    return tol_report(TOL_ST_NOT_SUPPORTED, "TOL_siriusProcessEvents(): video texturing");
 }
 
 TOL_Status TOL_grStateInit(TOL_Scene *scene, BW_GraphicProps *props) {
-    if (!scene) return tol_report(16, "TOL_grStateInit(): scene:");
-    if (!props) return tol_report(16, "TOL_grStateInit(): gprops:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_grStateInit(): scene:");
+    if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_grStateInit(): gprops:");
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     // Lights, materials and textures of the scene are flagged here once they exist.
     if (status == 0 && !grStateInitGL(props))
-        status = tol_report(4, "TOL_grStateInit(): can't init the graphics state properly");
+        status = tol_report(TOL_ST_ERROR_TEXT, "TOL_grStateInit(): can't init the graphics state properly");
     return frame.finish(status);
 }
 

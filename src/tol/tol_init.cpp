@@ -24,7 +24,7 @@ bool fileOpens(const std::string &path) {
 }  // namespace
 
 TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdkVersion) {
-    if (!resourcePath) return tol_report(16, "TOL_Init():path:");
+    if (!resourcePath) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_Init():path:");
     // A load ends with the scene's update list and its first update.
     g_sceneLoadHooks.buildUpdateLists = updatelistBuildScene;
     g_sceneLoadHooks.updateScene = updatelistSceneUpdate;
@@ -40,7 +40,7 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     std::string tried = g_workDir + "/Relations.rsrc";
     if (!fileOpens(tried)) {
         tried = std::string(resourcePath) + "/Relations.rsrc";
-        if (!fileOpens(tried)) return tol_report(30, "TOL_Init", tried.c_str());
+        if (!fileOpens(tried)) return tol_report(TOL_ST_CANNOT_OPEN_RESOURCE, "TOL_Init", tried.c_str());
     }
 
     noInterface = 1;

@@ -11,6 +11,7 @@
 #include "tol.h"
 #include "tol_internal.h"
 #include "animation.h"
+#include "bw_env.h"
 
 thread_local int32_t g_curTagList = 0;
 thread_local uint32_t g_runFlags = 0;
@@ -50,12 +51,12 @@ TOL_Status slotAllocate(bool first) {
         }
         s.states.resize(n, first ? sceneStateCurrent() : TOL_SceneState{});
     } catch (const std::bad_alloc &) {
-        return tol_report(70, "Insufficient memory for scene play, render, and action control storage.");
+        return tol_report(TOL_ST_OUT_OF_MEMORY, "Insufficient memory for scene play, render, and action control storage.");
     }
     try {
         s.updateLists.resize(n);
     } catch (const std::bad_alloc &) {
-        return tol_report(70, "Insufficient memory for scene updateList storage.");
+        return tol_report(TOL_ST_OUT_OF_MEMORY, "Insufficient memory for scene updateList storage.");
     }
     try {
         // Histories live as long as the process; this list keeps them all.
@@ -63,7 +64,7 @@ TOL_Status slotAllocate(bool first) {
         allHistories.push_back(std::make_unique<History>(History{0}));
         s.states[n - 1].history = allHistories.back().get();
     } catch (const std::bad_alloc &) {
-        return tol_report(70, "Insufficient memory for scene history storage.");
+        return tol_report(TOL_ST_OUT_OF_MEMORY, "Insufficient memory for scene history storage.");
     }
     ++s.sceneCount;
     return 0;
@@ -130,7 +131,7 @@ int tol_sceneIsValid(const TOL_Scene *scene) {
 TOL_Status tol_coreInit() {
     if (dictCount() > 0) return 0;
     int slot = dictAllocSlot();
-    if (slot < 0) return tol_report(4, "Error allocating memory.");
+    if (slot < 0) return tol_report(TOL_ST_ERROR_TEXT, "Error allocating memory.");
     dictCreateChapters(dictGet(slot), nullptr, 1);
     dictEnsureScene(dictGet(slot));
     ThreadStorage *ts = threadStorage();
@@ -145,7 +146,7 @@ TOL_Status tol_defaultObjectsCreate() {
     Dictionary *dict = dictGet(0);
     int32_t index = -1;
     if (cameraElementCreate(dict, "Perspective_def", &index) < 0)
-        return tol_report(4, "Error allocating memory.");
+        return tol_report(TOL_ST_ERROR_TEXT, "Error allocating memory.");
     selectListAdd(first, TOL_Elem{0, CHP_CAMERAS, static_cast<uint32_t>(index), -1, 0});
     threadStorage()->curCamera = elemGet(dict, CHP_CAMERAS, index)->data;
     g_curTagList = selectListCreate();
@@ -155,7 +156,7 @@ TOL_Status tol_defaultObjectsCreate() {
 TOL_Status tol_sidCreate() {
     if (sid) return 0;
     sid = new (std::nothrow) TOL_Sid{};
-    if (!sid) return tol_report(4, "Error allocating memory.");
+    if (!sid) return tol_report(TOL_ST_ERROR_TEXT, "Error allocating memory.");
     TOL_Status status = slotAllocate(true);
     if (status) return status;
     ThreadStorage *ts = threadStorage();
@@ -170,10 +171,10 @@ TOL_Status tol_sidCreate() {
 }
 
 TOL_Status TOL_sceneCreate(TOL_Scene *scene) {
-    if (!scene) return tol_report(16, "TOL_sceneCreate(): scn:");
-    if (!sid) return tol_report(4, "TOL_sceneCreate(): the layer is not initialised");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneCreate(): scn:");
+    if (!sid) return tol_report(TOL_ST_ERROR_TEXT, "TOL_sceneCreate(): the layer is not initialised");
     int slot = dictAllocSlot();
-    if (slot < 0) return tol_report(4, "TOL_sceneCreate(): no dictionary");
+    if (slot < 0) return tol_report(TOL_ST_ERROR_TEXT, "TOL_sceneCreate(): no dictionary");
     Dictionary *dict = dictGet(slot);
     dictCreateChapters(dict, nullptr, 1);
     dictEnsureScene(dict);
@@ -194,7 +195,7 @@ TOL_Status TOL_sceneCreate(TOL_Scene *scene) {
     }
     int32_t index = -1;
     if (cameraElementCreate(dict, "Camera1", &index) < 0)
-        return tol_report(4, "Error allocating memory.");
+        return tol_report(TOL_ST_ERROR_TEXT, "Error allocating memory.");
     Element *elem = elemGet(dict, CHP_CAMERAS, index);
     sid->cameras[static_cast<size_t>(slot)] = elem->data;
     selectListAdd(static_cast<int>(scene->selectList),
@@ -206,7 +207,7 @@ TOL_Status TOL_sceneCreate(TOL_Scene *scene) {
 // reaches by a pointer: there is nothing to save, and making a scene current
 // copies nothing that another thread could be reading.
 TOL_Status TOL_sceneGetCurrent(TOL_Scene *scene) {
-    if (!scene) return tol_report(16, "TOL_sceneGetCurrent():scn:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneGetCurrent():scn:");
     ThreadStorage *ts = threadStorage();
     scene->dict = static_cast<uint32_t>(ts->curDict);
     scene->selectList = static_cast<uint32_t>(ts->curSelectList);
@@ -217,7 +218,7 @@ TOL_Status TOL_sceneGetCurrent(TOL_Scene *scene) {
 
 TOL_Status TOL_sceneSetCurrent(TOL_Scene *scene) {
     if (!tol_sceneIsValid(scene))
-        return tol_report(71, "TOL_sceneSetCurrent(): Invalid Scene referenced");
+        return tol_report(TOL_ST_INVALID_SCENE, "TOL_sceneSetCurrent(): Invalid Scene referenced");
     ThreadStorage *ts = threadStorage();
     if (ts->curSelectList == static_cast<int32_t>(scene->selectList)) return 0;
     if (!swapping) {
@@ -236,8 +237,8 @@ TOL_Status TOL_sceneSetCurrent(TOL_Scene *scene) {
 
 TOL_Status tol_sceneSwapIn(TOL_Scene *scene, TOL_Scene *saved, uint16_t *swapped) {
     if (saved) {
-        if (!scene) return tol_report(16, "new_scn");
-        if (!swapped) return tol_report(16, "swapped");
+        if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "new_scn");
+        if (!swapped) return tol_report(TOL_ST_NULL_ARGUMENT, "swapped");
         *swapped = 0;
         ThreadStorage *ts = threadStorage();
         if (ts->curDict == static_cast<int32_t>(scene->dict) &&
@@ -259,7 +260,7 @@ TOL_Status tol_sceneSwapIn(TOL_Scene *scene, TOL_Scene *saved, uint16_t *swapped
 }
 
 void tol_dictMakeCurrent(int32_t dict) {
-    if (dict < 0 || dict >= dictCount()) tol_report(14, "Attempt to convert invalid TOL_ElmDct.");
+    if (dict < 0 || dict >= dictCount()) tol_report(TOL_ST_INVALID_DICTIONARY, "Attempt to convert invalid TOL_ElmDct.");
     if (dict > 0) {
         ThreadStorage *ts = threadStorage();
         ts->curDict = dict;
@@ -272,13 +273,13 @@ void tol_dictMakeCurrent(int32_t dict) {
 
 TOL_Status TOL_threadStorageInit(TOL_Scene *scene) {
     if (!tol_sceneIsValid(scene))
-        return tol_report(71, "TOL_threadStorageInit(): Invalid Scene referenced");
+        return tol_report(TOL_ST_INVALID_SCENE, "TOL_threadStorageInit(): Invalid Scene referenced");
     ThreadStorage *ts = threadStorage();
     ts->curDict = -1;
     ts->curSelectList = -1;
     ts->scene = nullptr;
     TOL_Status status = TOL_sceneSetCurrent(scene);
-    if (status) tol_report(4, "TOL_threadStorageInit()");
+    if (status) tol_report(TOL_ST_ERROR_TEXT, "TOL_threadStorageInit()");
     return status;
 }
 
@@ -306,8 +307,8 @@ uint16_t *tol_sidActionCtrl(const TOL_Scene *s) {
 void **tol_sidCamera(const TOL_Scene *s) { return sid ? sidRow(sid->cameras, s) : nullptr; }
 
 TOL_Status TOL_updatelistGet(TOL_Scene *scene) {
-    if (!scene) return tol_report(16, "TOL_updatelistGet(): scn:");
-    if (!tol_sceneIsValid(scene)) return tol_report(71, "Invalid Scene referenced");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_updatelistGet(): scn:");
+    if (!tol_sceneIsValid(scene)) return tol_report(TOL_ST_INVALID_SCENE, "Invalid Scene referenced");
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     if (status == 0) {
@@ -321,12 +322,12 @@ TOL_Status TOL_updatelistGet(TOL_Scene *scene) {
             updatelistClear(&row->list);
             row->list = dict->update;
             // A debugging aid: the list as the scene will walk it.
-            if (getenv("BW_UPDATE_LIST_DUMP"))
+            if (envGet(ENV_BW_UPDATE_LIST_DUMP))
                 updatelistPrint(stderr, dict, &row->list, 1, "MAIN UPDATE LIST");
         } else {
             updatelistClear(&dict->update);
             const UpdateFailure *at = updatelistLastFailure();
-            status = tol_report(63, "TOL_updatelistGet():", at->chapter, at->element, at->group);
+            status = tol_report(TOL_ST_CYCLE_DETECTED, "TOL_updatelistGet():", at->chapter, at->element, at->group);
         }
         dict->update = saved;
     }
@@ -334,7 +335,7 @@ TOL_Status TOL_updatelistGet(TOL_Scene *scene) {
 }
 
 TOL_Status TOL_updatelistEvalScene(TOL_Scene *scene, float time) {
-    if (!scene) return tol_report(16, "TOL_updatelistEvalScene(): scn:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_updatelistEvalScene(): scn:");
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     if (status == 0) {

@@ -7,13 +7,14 @@
 #include "dictionary.h"
 #include "tol.h"
 #include "tol_internal.h"
+#include "bw_env.h"
 
 TOL_Status tol_elementGetLatestVersion(const char *elementName, Database *db,
                                        const char *chapterName, char **latest) {
-    if (!elementName) return tol_report(16, "tol_elementGetLatestVersionelementName:");
-    if (!db) return tol_report(16, "tol_elementGetLatestVersiondbi:");
-    if (!chapterName) return tol_report(16, "tol_elementGetLatestVersionchapterName:");
-    if (!latest) return tol_report(16, "tol_elementGetLatestVersionlatestVersion:");
+    if (!elementName) return tol_report(TOL_ST_NULL_ARGUMENT, "tol_elementGetLatestVersionelementName:");
+    if (!db) return tol_report(TOL_ST_NULL_ARGUMENT, "tol_elementGetLatestVersiondbi:");
+    if (!chapterName) return tol_report(TOL_ST_NULL_ARGUMENT, "tol_elementGetLatestVersionchapterName:");
+    if (!latest) return tol_report(TOL_ST_NULL_ARGUMENT, "tol_elementGetLatestVersionlatestVersion:");
     dbSetChapter(*db, chapterName);
     std::string prefix, name, version, revision, suffix;
     elemNameSplit(elementName, prefix, name, version, revision, suffix);
@@ -25,14 +26,14 @@ TOL_Status tol_elementGetLatestVersion(const char *elementName, Database *db,
     int lowest = 0, count = 0;
     elemLatestVersion(db, &scratch, 1, &lowest, &count);
     *latest = strdup(elemNameFormat(scratch).c_str());
-    if (!*latest) return tol_report(70, "tol_elementGetLatestVersion");
+    if (!*latest) return tol_report(TOL_ST_OUT_OF_MEMORY, "tol_elementGetLatestVersion");
     return 0;
 }
 
 TOL_Status TOL_sceneLoad(TOL_Database *dbHandle, const char *name, TOL_Scene *scene) {
-    if (!name) return tol_report(16, "TOL_sceneLoad():scn_name:");
-    if (!dbHandle) return tol_report(16, "TOL_sceneLoad():db:");
-    if (!scene) return tol_report(16, "TOL_sceneLoad():scn:");
+    if (!name) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneLoad():scn_name:");
+    if (!dbHandle) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneLoad():db:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneLoad():scn:");
 
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
@@ -70,9 +71,9 @@ TOL_Status TOL_sceneLoad(TOL_Database *dbHandle, const char *name, TOL_Scene *sc
         }
 
         if (status == 0 && !sceneRead(dictCurrent(), db, loading.c_str()))
-            status = tol_report(45, "TOL_sceneLoad:", loading.c_str());
+            status = tol_report(TOL_ST_CANNOT_READ_SCENE, "TOL_sceneLoad:", loading.c_str());
         // The one way to see everything a load has built.
-        if (status == 0 && getenv("BW_DICT_DUMP")) dictDump(dictCurrent());
+        if (status == 0 && envGet(ENV_BW_DICT_DUMP)) dictDump(dictCurrent());
         if (status == 0) {
             TOL_Scene current;  // keeps the loaded play, render and action control
             TOL_sceneGetCurrent(&current);

@@ -9,8 +9,9 @@ char TOL_SCRATCH[1024];
 
 namespace {
 
-#define TOL_STATUS_ROW(code, cls, fmt) {code, TOL_CLASS_##cls, fmt},
+#define TOL_STATUS_ROW(code, cls, name, fmt) {code, TOL_CLASS_##cls, fmt},
 #include "tol_status_table.inc"
+#include "bw_env.h"
 constexpr TOL_StatusRow statusTable[TOL_STATUS_COUNT] = {TOL_STATUS_ROWS};
 #undef TOL_STATUS_ROW
 
@@ -66,7 +67,7 @@ TOL_Status tol_report(TOL_Status code, ...) {
     char text[2048];
     if (!inTable(code)) {
         snprintf(text, sizeof text, "Unknown status code %d", code);
-    } else if (code == 124) {
+    } else if (code == TOL_ST_SCRATCH_TEXT) {
         snprintf(text, sizeof text, "%s", TOL_SCRATCH);
     } else {
         va_list args;
@@ -93,11 +94,11 @@ void tol_verifyClear(uint32_t bits) { verifyWord &= ~bits; }
 uint32_t tol_verifyWord() { return verifyWord; }
 
 void tol_verifyInit() {
-    const char *value = getenv("TOL_VERIFY_OPTIONS");
+    const char *value = envGet(ENV_TOL_VERIFY_OPTIONS);
     if (!value) return;
     int bits = 0;
     if (sscanf(value, "%d", &bits) != 1) {
-        tol_report(4, "Bad value for verification environment variable");
+        tol_report(TOL_ST_ERROR_TEXT, "Bad value for verification environment variable");
         return;
     }
     verifyWord |= static_cast<uint32_t>(bits);
@@ -113,3 +114,12 @@ void msgShow(const char *text, uint32_t messageClass) {
 void msgStatus(const char *text) { msgShow(text, TOL_CLASS_STATUS); }
 void msgMessage(const char *text) { msgShow(text, TOL_CLASS_MESSAGE); }
 void msgError(const char *text) { msgShow(text, TOL_CLASS_ERROR); }
+
+void msgShowf(uint32_t messageClass, const char *format, ...) {
+    char text[2048];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    msgShow(text, messageClass);
+}

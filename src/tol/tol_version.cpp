@@ -36,14 +36,14 @@ TOL_Status TOL_sceneInitInternal(const char *sdkVersion) {
     int core = strncmp(TOL_CORE_VERSION, "3Dv", 3) != 0
                    ? -1
                    : versionCompare(TOL_CORE_VERSION, TOL_CORE_VERSION);
-    if (core < 0) return tol_report(114, "TOL_sceneInitInternal:");
+    if (core < 0) return tol_report(TOL_ST_CORE_TOO_OLD, "TOL_sceneInitInternal:");
     if (core > 0) {
-        tol_report(115, "TOL_sceneInitInternal:");
+        tol_report(TOL_ST_ENABLER_TOO_OLD, "TOL_sceneInitInternal:");
         if (!noInterface) msgError("TOL_sceneInitInternal: TOLMIERE enabler version too old for BRACKWOOD|3D");
-        return 115;
+        return TOL_ST_ENABLER_TOO_OLD;
     }
     if (versionCompare(sdkVersion, TOL_SDK_VERSION) > 0)
-        return tol_report(116, "TOL_sceneInitInternal:");
+        return tol_report(TOL_ST_ENABLER_TOO_OLD_FOR_EFFECT, "TOL_sceneInitInternal:");
 
     if (!tol_sidGet()) {
         TOL_Status status = tol_sidCreate();

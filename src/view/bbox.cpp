@@ -249,7 +249,7 @@ int boundsBuild(Dictionary *dict) {
     for (int32_t i = 0; i < list->elementCount; ++i) {
         const Element &e = list->elements[i];
         Model *m = static_cast<Model *>(e.data);
-        if (e.deleted || !m || m->parent || m->elementIndex != i) continue;
+        if (e.deleted != ELEM_LIVE || !m || m->parent || m->elementIndex != i) continue;
         topDown(dict, records, m, 0);
         bottomUp(records, m);
     }

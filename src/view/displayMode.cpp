@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "view.h"
+#include "bw_env.h"
 
 // Xlib's macros come last.
 #include <GL/glx.h>
@@ -108,8 +109,8 @@ PolygonOffsetFn grPolygonOffset() {
     };
     PolygonOffsetFn found = find("glPolygonOffset");
     if (!found) found = find("glPolygonOffsetEXT");
-    if (getenv("OGL_PRESENT_TEST"))
+    if (envGet(ENV_OGL_PRESENT_TEST))
         fprintf(stderr, "OpenGL polygon offset: %s\n", found ? "present" : "absent");
-    offset = getenv("BW_SHADE_DISABLE_OFFSET") ? nullptr : found;
+    offset = envGet(ENV_BW_SHADE_DISABLE_OFFSET) ? nullptr : found;
     return offset;
 }

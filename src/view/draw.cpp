@@ -12,6 +12,7 @@
 #include "material.h"
 #include "model.h"
 #include "view_internal.h"
+#include "bw_env.h"
 
 namespace {
 
@@ -308,7 +309,7 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
     if (!list || index < 0 || index >= list->elementCount) return 0;
     Element *entry = &list->elements[index];
     Model *model = static_cast<Model *>(entry->data);
-    if (entry->deleted || !model) return 0;
+    if (entry->deleted != ELEM_LIVE || !model) return 0;
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));
     ViewModelRecord *r = viewModelRecord(dict, index);
     int outcome = FRUSTUM_UNKNOWN, branch = FRUSTUM_UNKNOWN;
@@ -337,7 +338,7 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
             if (debugCulling == 1) cullLine("model", model, outcome);
         }
         if (outcome != FRUSTUM_OUT) {
-            if (gprops->stopFct && gprops->stopFct()) return 97;
+            if (gprops->stopFct && gprops->stopFct()) return TOL_ST_STOPPED;
             // Garbage mattes need the stencil set-up that frame effects own;
             // without it they are not drawn.
             if (pass == 0) {
@@ -381,7 +382,7 @@ static void sceneGlobalsTake(const SceneGlobals &g, BW_GraphicProps *gprops) {
 TOL_Status sceneDrawPass(TOL_Scene *scene, Camera *current, int loadCamera, BW_GraphicProps *gprops) {
     ++drawFrame;
     if (debugCulling < 0) {
-        const char *flag = getenv("DEBUG_CULLING");
+        const char *flag = envGet(ENV_DEBUG_CULLING);
         debugCulling = flag && flag[0] == 'Y' ? 1 : 0;
     }
     paletteColorSet(8, 0);

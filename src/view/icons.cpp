@@ -85,7 +85,7 @@ const Model *firstLinkedModel(Dictionary *dict, const Element &e) {
                 const RelationInst &r = sides[side][g].items[i];
                 if (r.chp != CHP_MODELS) continue;
                 const Element *m = elemGet(dict, CHP_MODELS, r.elem);
-                if (m && !m->deleted && m->data) return static_cast<const Model *>(m->data);
+                if (m && m->deleted == ELEM_LIVE && m->data) return static_cast<const Model *>(m->data);
             }
     return nullptr;
 }
@@ -175,7 +175,7 @@ void drawLightIcons(Dictionary *dict) {
     for (int32_t i = 0; lights && i < lights->elementCount; ++i) {
         const Element &e = lights->elements[i];
         const Light *l = static_cast<const Light *>(e.data);
-        if (e.deleted || !l || l->visibility == 0) continue;
+        if (e.deleted != ELEM_LIVE || !l || l->visibility == 0) continue;
         // The light's own selection state counts as the entry's flag does.
         const bool selected = e.selected || lightOnSelectList(*l);
         glColor4fv(selected ? WHITE : LIGHT_COLOUR);
@@ -188,7 +188,7 @@ void drawLatticeIcons(Dictionary *dict) {
     for (int32_t i = 0; lattices && i < lattices->elementCount; ++i) {
         const Element &e = lattices->elements[i];
         const Lattice *lattice = static_cast<const Lattice *>(e.data);
-        if (e.deleted || !lattice || lattice->keyCount < 1 || !lattice->keys) continue;
+        if (e.deleted != ELEM_LIVE || !lattice || lattice->keyCount < 1 || !lattice->keys) continue;
         const LatticeKey &key = lattice->keys[0];
         const int n[3] = {key.divisions[0], key.divisions[1], key.divisions[2]};
         if (!key.points || key.pointCount < n[0] * n[1] * n[2]) continue;
@@ -221,13 +221,13 @@ void drawLinkedModels(Dictionary *dict) {
     glColor4fv(LINKED_COLOUR);
     for (int32_t i = 0; cameras && i < cameras->elementCount; ++i) {
         const Element &e = cameras->elements[i];
-        if (e.deleted || !e.data || !e.childGroups) continue;
+        if (e.deleted != ELEM_LIVE || !e.data || !e.childGroups) continue;
         for (int g = 0; g < e.childGroupCount; ++g)
             for (int k = 0; k < e.childGroups[g].count; ++k) {
                 const RelationInst &r = e.childGroups[g].items[k];
                 if (r.chp != CHP_MODELS) continue;
                 const Element *m = elemGet(dict, CHP_MODELS, r.elem);
-                if (m && !m->deleted && m->data) drawWireModel(static_cast<const Model *>(m->data), 1);
+                if (m && m->deleted == ELEM_LIVE && m->data) drawWireModel(static_cast<const Model *>(m->data), 1);
             }
     }
 }
@@ -247,7 +247,7 @@ const IconChapterFn iconChapterDraw[ICON_CHAPTER_COUNT] = {drawLightIcons, drawL
 int cameraSelected(Dictionary *dict, const Camera *camera) {
     Chapter *cameras = dictChapter(dict, CHP_CAMERAS);
     for (int32_t i = 0; cameras && i < cameras->elementCount; ++i)
-        if (cameras->elements[i].data == camera && !cameras->elements[i].deleted)
+        if (cameras->elements[i].data == camera && cameras->elements[i].deleted == ELEM_LIVE)
             return cameras->elements[i].selected ? 1 : 0;
     return 0;
 }

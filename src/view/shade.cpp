@@ -23,7 +23,7 @@ constexpr int32_t REL_MATERIAL_FIRST = 301; // curves of a material's colours an
 constexpr int32_t REL_MATERIAL_LAST = 312;
 constexpr double DEGREES_PER_RADIAN = 57.29577951308232;
 
-int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
+int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? TOL_ST_STOPPED : 0; }
 
 Dictionary *dictOf(const TOL_Scene *scene) { return scene ? dictGet(static_cast<int>(scene->dict)) : nullptr; }
 
@@ -150,7 +150,7 @@ TOL_Status materialListUpdate(const Material *m, int id, float alpha, bool check
             return 0;
         }
     }
-    if (stopped(gprops)) return 97;
+    if (stopped(gprops)) return TOL_ST_STOPPED;
     return materialListCompile(m, id, alpha);
 }
 
@@ -266,7 +266,7 @@ void shadeStripsBegin(Dictionary *dict, float alpha) {
 // Materials
 
 int materialListCompile(const Material *m, int id, float alpha) {
-    if (!m) return 98;
+    if (!m) return TOL_ST_INVALID_GRAPHIC_DATA;
     const MaterialValues v = valuesOf(m, alpha);
     glNewList(static_cast<GLuint>(MATERIAL_LIST_BASE + id), GL_COMPILE);
     if (v.compiled) {
@@ -282,10 +282,10 @@ int materialListCompile(const Material *m, int id, float alpha) {
 
 TOL_Status materialBind(TOL_Scene *scene, int32_t index, BW_GraphicProps *gprops) {
     Dictionary *dict = dictOf(scene);
-    if (!dict) return 98;
+    if (!dict) return TOL_ST_INVALID_GRAPHIC_DATA;
     const int id = index < 0 ? DEFAULT_MATERIAL_ID : index + 2;
     const Material *material = grMaterialOfId(dict, id);
-    if (!material) return 98;
+    if (!material) return TOL_ST_INVALID_GRAPHIC_DATA;
     const Element *e = index >= 0 ? elemGet(dict, CHP_MATERIALS, index) : nullptr;
     const bool animated = e && e->data == material && materialAnimated(e);
     return materialListUpdate(material, id, listAlpha(id, material), animated, false, gprops);
@@ -296,7 +296,7 @@ TOL_Status materialsBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
     if (!dict) return 0;
     TOL_Status status = materialBind(scene, -1, gprops);
     const int end = grMaterialIdEnd(dict);
-    for (int id = 2; id < end && status != 97; ++id) {
+    for (int id = 2; id < end && status != TOL_ST_STOPPED; ++id) {
         if (!grMaterialOfId(dict, id)) continue;  // a slot without a material
         status = materialBind(scene, id - 2, gprops);
     }
@@ -307,11 +307,11 @@ TOL_Status materialsCompileList(TOL_Scene *scene, int count, const int32_t *indi
     Dictionary *dict = dictOf(scene);
     if (!dict || !indices) return 0;
     TOL_Status status = 0;
-    for (int i = 0; i < count && status != 97; ++i) {
+    for (int i = 0; i < count && status != TOL_ST_STOPPED; ++i) {
         const int id = indices[i] < 0 ? DEFAULT_MATERIAL_ID : indices[i] + 2;
         const Material *m = grMaterialOfId(dict, id);
-        status = m ? materialListUpdate(m, id, listAlpha(id, m), true, true, gprops) : 98;
-        if (status == 98) fprintf(stderr, "ERROR: MATERIAL %s INVALID!\n", materialName(dict, id));
+        status = m ? materialListUpdate(m, id, listAlpha(id, m), true, true, gprops) : TOL_ST_INVALID_GRAPHIC_DATA;
+        if (status == TOL_ST_INVALID_GRAPHIC_DATA) fprintf(stderr, "ERROR: MATERIAL %s INVALID!\n", materialName(dict, id));
     }
     return status;
 }
@@ -321,12 +321,12 @@ TOL_Status materialsUpdateAlpha(TOL_Scene *scene, int count, Material *const *ma
     Dictionary *dict = dictOf(scene);
     if (!dict) return 0;
     TOL_Status status = 0;
-    for (int i = 0; i < (count > 0 ? count : 1) && status != 97; ++i) {
+    for (int i = 0; i < (count > 0 ? count : 1) && status != TOL_ST_STOPPED; ++i) {
         // A material the scene does not hold draws as the default one.
         const int id = grMaterialId(dict, count > 0 && materials ? materials[i] : nullptr);
         const Material *m = grMaterialOfId(dict, id);
         if (!m || listAlpha(id, m) == alpha) continue;
-        status = materialListUpdate(m, id, alpha, true, false, gprops) == 97 ? 97 : 0;
+        status = materialListUpdate(m, id, alpha, true, false, gprops) == TOL_ST_STOPPED ? TOL_ST_STOPPED : 0;
     }
     return status;
 }
@@ -341,7 +341,7 @@ float materialAlpha(const Dictionary *dict, const Material *material) {
 // Lights
 
 TOL_Status lightSetup(const Light *l, int index, BW_GraphicProps *gprops) {
-    if (stopped(gprops)) return 97;
+    if (stopped(gprops)) return TOL_ST_STOPPED;
     if (!l || index < 0 || index >= GR_MAX_LIGHTS) return 0;
     const GLenum gl = static_cast<GLenum>(GL_LIGHT0 + index);
     const LightForm &form = lightFormOf(l->type);
@@ -391,7 +391,7 @@ TOL_Status lightsBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
         for (int32_t i = 0; lights && i < lights->elementCount && status == 0; ++i) {
             const Element &e = lights->elements[i];
             const Light *l = static_cast<const Light *>(e.data);
-            if (e.deleted || !l || !l->on) continue;
+            if (e.deleted != ELEM_LIVE || !l || !l->on) continue;
             if (count < GR_MAX_LIGHTS) {
                 status = lightSetup(l, count, gprops);
                 if (s.lights[static_cast<size_t>(i)].mode != 0) selectiveLights[selectiveCount++] = SelectiveLight{i, count};

@@ -17,6 +17,7 @@
 #include "dictionary.h"
 #include "material.h"
 #include "view_internal.h"
+#include "bw_env.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ constexpr uint16_t MAP_UV = 4;
 constexpr uint16_t DEFINE_FLAGS = TEXTURE_FLAG_LOAD | TEXTURE_FLAG_COMPILE;
 constexpr const char *PICTURE_SUFFIX = ".pic";
 
-int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? 97 : 0; }
+int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? TOL_ST_STOPPED : 0; }
 
 BW_GlbVar &glbOf(const BW_GraphicProps *gprops) { return gprops && gprops->glbVar ? *gprops->glbVar : glbVar; }
 
@@ -196,11 +197,11 @@ int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops) {
         textureEnvSerial = g_grStateInit.serial;
         glTexEnvf(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, g.blending ? GL_DECAL : GL_MODULATE);
         glEnable(GL_TEXTURE_2D);
-        repeatAll = getenv("BW_SHADE_TEXTURE_REPEAT") ? 1 : 0;
+        repeatAll = envIsSet(ENV_BW_SHADE_TEXTURE_REPEAT);
     }
     if (t->video) state.flags |= TEXTURE_FLAG_VIDEO;
     if (!(state.flags & DEFINE_FLAGS)) return 0;
-    if (stopped(gprops)) return 97;
+    if (stopped(gprops)) return TOL_ST_STOPPED;
     // A picture of its own alpha, or textures that modulate, go as RGB.
     const int components = t->alpha || !g.blending ? 3 : 4;
     const int repeat = repeatAll || t->alpha || (t->method == MAP_UV && t->explicitUV == 1);
@@ -209,13 +210,13 @@ int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops) {
     textureListMade(index + 2, *t, state.frame);
     std::string line = std::string("Defining: ") + textureName(dict, index);
     msgStatus(line.c_str());
-    if (stopped(gprops)) return 97;
+    if (stopped(gprops)) return TOL_ST_STOPPED;
     std::string path;
     texturePicturePath(dict, t, state.frame, &path);
     // A decal that is clamped ends at its picture: its border lets the surface through.
     TexturePicture *picture =
         textureLoad(t, path.c_str(), components == 4 && !repeat, 0, g.tiling, components == 3, gprops);
-    if (!picture) return 98;
+    if (!picture) return TOL_ST_INVALID_GRAPHIC_DATA;
     const int status = textureListCompile(index + 2, t, picture, repeat, g);
     texturePictureFree(picture);
     return status;
@@ -246,7 +247,7 @@ TOL_Status texturesBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
     for (int32_t i = s.textureWalk; i < count && status == 0; ++i) {
         if (!grTextureOfId(dict, i + 2)) continue;
         const int result = textureDefine(dict, i, gprops);
-        if (result == 98) {
+        if (result == TOL_ST_INVALID_GRAPHIC_DATA) {
             fprintf(stderr, "ERROR: TEXTURE %s INVALID!\n", textureName(dict, i));
         } else if (result != 0) {
             status = result;
@@ -266,11 +267,11 @@ TOL_Status texturesDefineSome(TOL_Scene *scene, int count, const int32_t *indice
     ViewScene &s = shadeSceneOf(dict);
     TOL_Status status = 0;
     textureCacheBegin(gprops);
-    for (int i = 0; i < count && status != 97; ++i) {
+    for (int i = 0; i < count && status != TOL_ST_STOPPED; ++i) {
         if (indices[i] < 0 || static_cast<size_t>(indices[i]) >= s.textures.size()) continue;
         s.textures[static_cast<size_t>(indices[i])].flags |= DEFINE_FLAGS;
         status = textureDefine(dict, indices[i], gprops);
-        if (status == 98) fprintf(stderr, "ERROR: TEXTURE %s INVALID!\n", textureName(dict, indices[i]));
+        if (status == TOL_ST_INVALID_GRAPHIC_DATA) fprintf(stderr, "ERROR: TEXTURE %s INVALID!\n", textureName(dict, indices[i]));
     }
     textureCacheEnd(gprops);
     textureUnbind(glbOf(gprops));

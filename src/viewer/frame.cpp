@@ -194,9 +194,9 @@ void updateNormal() {
     stats.workDone();
     TOL_preprocessALL(&viewer.sceneCtx[u], &viewer.gprops);
     stats.preprocessDone();
-    if (loadAcquire(viewer.channelCommand) == 1) {
+    if (loadAcquire(viewer.channelCommand) == CHANNEL_CMD_START) {
         if (!channelsActive()) channelStart();
-        storeRelease(viewer.channelCommand, 0);
+        storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
     }
 }
 
@@ -209,11 +209,11 @@ void updateChannels() {
     stats.preprocessDone();
     if (channelsActive()) {
         switch (loadAcquire(viewer.channelCommand)) {
-        case 2: channelStop(); break;
+        case CHANNEL_CMD_STOP: channelStop(); break;
         default: break;
         }
     }
-    storeRelease(viewer.channelCommand, 0);
+    storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
 }
 
 void updateHiPriority() {
@@ -259,7 +259,7 @@ void channelStop() {
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             }
         }
-        storeRelease(viewer.channelCommand, 0);
+        storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
         viewer.takeRecording = 0;
         printf("End Capture\n");
     }
@@ -314,7 +314,7 @@ void cameraMirror() {
 void viewerExit() {
     if (channelsActive()) {
         storeRelease(viewer.channelsRunning, 0u);
-        storeRelease(viewer.channelCommand, 0);
+        storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
     }
     viewer.gprops.texture.video = 0;
     storeRelease(viewer.quit, 1u);

@@ -58,7 +58,7 @@ void keyA(int shift, MouseState &) {
 void keyC(int shift, MouseState &) {
     const int capturing = channelsActive();
     if (!shift) {
-        if (!capturing) storeRelease(viewer.channelCommand, 1);
+        if (!capturing) storeRelease(viewer.channelCommand, CHANNEL_CMD_START);
         return;
     }
     if (!capturing)
@@ -66,7 +66,7 @@ void keyC(int shift, MouseState &) {
     else if (!viewer.takeEnabled)
         fprintf(stderr, "WARNING: Take recording not enabled\n");
     else
-        storeRelease(viewer.channelCommand, viewer.takeRecording ? 4 : 3);
+        storeRelease(viewer.channelCommand, viewer.takeRecording ? CHANNEL_CMD_TAKE_STOP : CHANNEL_CMD_TAKE_START);
 }
 void keyD(int shift, MouseState &) {
     if (!shift) glbVar.listEnable = flip16(glbVar.listEnable);
@@ -357,7 +357,7 @@ void onMouseRelease(int button) {
     viewer.adjustWalkSpeed = 0;
     viewer.adjustElevatorSpeed = 0;
     if (button == 2 && channelsActive()) {
-        storeRelease(viewer.channelCommand, 2);  // the right button stops a capture
+        storeRelease(viewer.channelCommand, CHANNEL_CMD_STOP);  // the right button stops a capture
     } else if (button == 2 && loadAcquire(viewer.playing)) {
         viewerStopSequence();
     } else if (viewer.zoomPanMode) {

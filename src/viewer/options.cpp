@@ -7,6 +7,7 @@
 
 #include "animation.h"
 #include "viewer.h"
+#include "bw_env.h"
 
 ViewerState viewer;
 
@@ -156,7 +157,7 @@ ViewerOptions viewerParseOptions(int argc, char *argv[]) {
             if (sscanf(viewer_getopt::optarg, "%d", &viewer.gprops.anti_lev) != 1) viewer.gprops.anti_lev = 0;
             break;
         case 'b': viewer.singleBuffer = 1; break;
-        case 'c': viewer.channelCommand = 1; break;
+        case 'c': viewer.channelCommand = CHANNEL_CMD_START; break;
         case 'd':
             switch (atoi(viewer_getopt::optarg)) {
             case 1: viewer.gprops.material.shade = 0; break;
@@ -203,7 +204,7 @@ ViewerOptions viewerParseOptions(int argc, char *argv[]) {
     }
 
     if (!o.resourcePath) {
-        const char *env = getenv("BW_RSRC");
+        const char *env = envGet(ENV_BW_RSRC);
         o.resourcePath = env ? env : VIEWER_DEFAULT_RSRC;
     }
     if (o.processCount <= 1) {
@@ -247,7 +248,7 @@ void viewerEchoOptions(const ViewerOptions &o) {
     printf("Optimisations:          %s\n", onOff(animationOptimise != 0));
     // These two labels have always shown each other's switch.
     printf("Channel run:            %s\n", onOff(g.texture.video != 0));
-    printf("Video texture mapping:  %s\n", onOff(viewer.channelCommand == 1));
+    printf("Video texture mapping:  %s\n", onOff(viewer.channelCommand == CHANNEL_CMD_START));
     printf("Channel viewing keys:   %s\n", onOff(!viewer.keysOffInRun));
     printf("Stereo:                 %s\n", onOff(viewer.stereo != 0));
     printf("Inter-ocular distance:  %g\n", static_cast<double>(g.interOcular));

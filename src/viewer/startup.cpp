@@ -14,6 +14,7 @@
 #include "view.h"
 #include "viewer.h"
 #include "viewer_platform.h"
+#include "bw_env.h"
 
 namespace {
 
@@ -210,7 +211,7 @@ int viewerMain(int argc, char *argv[]) {
         viewerWaitForEnter();
         return -1;
     }
-    if (const char *script = getenv("BW_VIEWER_SCRIPT")) viewerScriptLoad(script);
+    if (const char *script = envGet(ENV_BW_VIEWER_SCRIPT)) viewerScriptLoad(script);
     viewerMessageLoop();
     storeRelease(viewer.quit, 1u);
     return 0;

@@ -11,6 +11,7 @@
 
 #include "viewer.h"
 #include "viewer_platform.h"
+#include "bw_env.h"
 
 namespace {
 
@@ -149,7 +150,7 @@ int systemChooser(int screen, const PixelFormat *formats, int count, int alpha, 
 
 // Returns the id of the format to use, 0 when there is none.
 int viewerChoosePixelFormat(int screen, const PixelFormat *formats, int count) {
-    bool showFormats = getenv("BW_LIVE_SHOWFORMATS") != nullptr;
+    bool showFormats = envIsSet(ENV_BW_LIVE_SHOWFORMATS);
     int colorBits = DefaultDepth(display, screen);
     printf("Colorbits is %d\n", colorBits);
     int wantDeep = colorBits == 24 || colorBits >= 32;
@@ -159,7 +160,7 @@ int viewerChoosePixelFormat(int screen, const PixelFormat *formats, int count) {
         for (int i = 0; i < count; ++i) reportFormat(formats[i]);
 
     int chosen = 0;
-    if (const char *text = getenv("BW_PIXELFORMAT")) {
+    if (const char *text = envGet(ENV_BW_PIXELFORMAT)) {
         int n = atoi(text);
         if (n >= 1 && n <= count) {
             const PixelFormat &f = formats[n - 1];

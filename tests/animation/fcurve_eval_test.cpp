@@ -128,7 +128,7 @@ TEST(FcurveEval, ExtrapolationBeforeAndAfter) {
     EXPECT_EQ(fcurveFloatValue(c, 0.0f, 0), 2.0);
     EXPECT_EQ(fcurveFloatValue(c, 4.0f, 0), 6.0);
 
-    bwtest::StreamCapture out(stdout);
+    bwtest::StreamCapture out(stderr);
     c->preMode = 3;
     c->postMode = -1;
     EXPECT_EQ(fcurveFloatValue(c, 0.0f, 0), 0.0);

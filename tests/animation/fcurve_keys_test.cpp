@@ -158,7 +158,7 @@ TEST(FcurveKeys, KeyAccessRemovalSortAndCopy) {
     for (int i = 0; i < 6; ++i) fcurveAddKey(c, keyAt(static_cast<float>(i), static_cast<float>(i)), 0, 0, 0);
     EXPECT_EQ(fcurveKey(c, 6), &c->keys[5]);
     {
-        bwtest::StreamCapture out(stdout);
+        bwtest::StreamCapture out(stderr);
         EXPECT_EQ(fcurveKey(c, 0), nullptr);
         EXPECT_EQ(fcurveKey(c, 7), nullptr);
         EXPECT_EQ(out.text(), "Fatal Error: fcurveKey, index out of range 0 (1, 6)\n"

@@ -129,7 +129,7 @@ TEST(FcurveText, RawFiles) {
 
     const std::string cut = dir.write("cut.fraw", "3 2\n0.0 0.0 0.0 0.0\n1 1 1 x\n");
     const std::string lying = dir.write("lying.fraw", "900000000 2\n0 0 0 0\n");
-    bwtest::StreamCapture out(stdout);
+    bwtest::StreamCapture out(stderr);
     EXPECT_EQ(fcurveRawRead(cut.c_str()), nullptr);
     EXPECT_EQ(fcurveRawRead(lying.c_str()), nullptr);
     EXPECT_EQ(fcurveRawWrite((dir / "no/dir.fraw").c_str(), c), 0);

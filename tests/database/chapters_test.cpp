@@ -205,3 +205,16 @@ TEST_F(ChapterFiles, UnreadableLockIsInProgress) {
     EXPECT_EQ(dbLock(&db, DB_LOCK_TAKE), 0);
     EXPECT_STREQ(g_dbLockText, "Lock in progress. (file not readable)");
 }
+
+// Each chapter's name is made from its directory, at the index of its id.
+TEST(ChapterTable, NamesAreTheDirectoriesAtTheirIds) {
+    EXPECT_EQ(CHP_MODELS, 8);
+    EXPECT_EQ(CHP_SPREADSHEET_SETUP, 32);
+    EXPECT_EQ(CHP_LIGHT_PHOTON_SHADERS, CHAPTER_COUNT - 1);
+    EXPECT_STREQ(g_chapterTable[CHP_TEXTURES3D].dir, "TEXTURES3D");
+    EXPECT_STREQ(g_chapterTable[CHP_TEXTURES3D].suffix, "t3D");
+    EXPECT_EQ(g_chapterTable[CHP_MATERIALS].magic, 0x534D4154u);  // "SMAT"
+    EXPECT_EQ(g_chapterTable[CHP_MODELS].magic, 0u);
+    EXPECT_EQ(g_chapterTable[CHP_NSELECTIONS].suffix, nullptr);
+    EXPECT_EQ(g_chapterTable[CHP_OUTSIDE_DB_FILES].kind, CHAPTER_OUTSIDE);
+}

@@ -17,7 +17,7 @@ TEST_F(DictTest, GetRemoveAndReuseSlots) {
     EXPECT_EQ(dict.update.dirty + dict.update2.dirty + dict.browserDirty + dict.hierarchyDirty, 4u);
     EXPECT_EQ(at(CHP_MODELS, b), nullptr);
     const Element &slot = dict.chapters[CHP_MODELS].elements[b];
-    EXPECT_TRUE(slot.deleted == 2 && !slot.name && !slot.data && !slot.aux);
+    EXPECT_TRUE(slot.deleted == ELEM_FREE_SLOT && !slot.name && !slot.data && !slot.aux);
     EXPECT_TRUE(slot.lev == 0 && slot.isNew == 0 && slot.root == b);
     EXPECT_EQ(elemRemove(&dict, CHP_MODELS, nullptr, b, -1, 0, 1), 0);  // already free
     EXPECT_EQ(add(CHP_MODELS, "c"), b);  // reused, groups kept
@@ -110,7 +110,7 @@ TEST_F(DictTest, SortByKeysPutsFreeSlotsLast) {
     // Equal texts go by deleted state, new, lev and version; other keys keep slot order.
     for (int i = 0; i < 5; ++i) add(CHP_LIGHTS, "x");
     Element *l = dict.chapters[CHP_LIGHTS].elements;
-    l[0].deleted = 1, l[1].lev = 1, l[3].isNew = l[4].isNew = 1;
+    l[0].deleted = ELEM_HIDDEN, l[1].lev = 1, l[3].isNew = l[4].isNew = 1;
     l[3].name->version = "3", l[4].name->version = "2";
     EXPECT_EQ(sorted(CHP_LIGHTS, 4, 1), (V{4, 3, 2, 1, 0}));
     EXPECT_EQ(sorted(CHP_LIGHTS, 13, 1), (V{0, 1, 2, 3, 4}));

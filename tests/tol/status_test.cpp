@@ -117,3 +117,20 @@ TEST(Messages, GoToStandardErrorWhateverTheClass) {
     EXPECT_EQ(cap.err.text(), "status\nmessage\nerror\n");
     EXPECT_EQ(cap.out.text(), "");
 }
+
+// The names come from the rows that give the texts: a name stands for the text
+// its callers mean.
+TEST(StatusTable, NamesStandForTheirRows) {
+    EXPECT_EQ(TOL_ST_NO_ERROR, 0);
+    EXPECT_EQ(TOL_ST_ERROR_TEXT, 4);
+    EXPECT_STREQ(tol_statusFormat(TOL_ST_NULL_ARGUMENT), "%s Null or Invalid argument");
+    EXPECT_STREQ(tol_statusFormat(TOL_ST_CANNOT_READ_SCENE), "%s Cannot read scene %s");
+    EXPECT_STREQ(tol_statusFormat(TOL_ST_OUT_OF_MEMORY), "Out of Memory for %s");
+    EXPECT_EQ(TOL_ST_INVALID_SCENE, 71);
+    EXPECT_EQ(TOL_ST_ELEMENT_OF_OTHER_SCENE, 72);
+    EXPECT_EQ(TOL_ST_WRONG_ELEMENT_KIND, 73);
+    EXPECT_EQ(TOL_ST_STOPPED, 97);
+    EXPECT_EQ(TOL_ST_INVALID_GRAPHIC_DATA, 98);
+    EXPECT_EQ(TOL_ST_SCRATCH_TEXT, 124);
+    EXPECT_EQ(TOL_ST_ELEMENT_CANNOT_BE_FOUND_149, TOL_STATUS_COUNT - 1);
+}

@@ -115,7 +115,7 @@ TEST_F(Bounds, SceneBoxCountsShownSurfacesOnly) {
     int hidden = model("hidden", -1, true, 50);
     model("bare", -1, false, -50);
     build();
-    elemGet(dict, CHP_MODELS, hidden)->deleted = 1;
+    elemGet(dict, CHP_MODELS, hidden)->deleted = ELEM_HIDDEN;
     float lo[3], hi[3];
     EXPECT_EQ(TOL_scnGetBbox(&scene, nullptr, 0, lo, hi), 1);
     EXPECT_FLOAT_EQ(lo[0], -6.0f);

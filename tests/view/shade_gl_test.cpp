@@ -337,12 +337,14 @@ TEST_F(Shade, TexturesAreDefinedOnceAndAgainWhenFlagged) {
 
     // The repeat switch counts from the next state initialisation.
     setenv("BW_SHADE_TEXTURE_REPEAT", "", 1);
+    envReset();
     ASSERT_EQ(grStateInitGL(&gp), 1);
     {
         bwtest::OutputCapture quiet;
         ASSERT_EQ(texturesBind(&scene, &gp), 0);
     }
     unsetenv("BW_SHADE_TEXTURE_REPEAT");
+    envReset();
     glCallList(static_cast<GLuint>(1502 + byName));
     EXPECT_EQ(texParameter(GL_TEXTURE_WRAP_T), GL_REPEAT);
     EXPECT_EQ(textureFlags(dict, missing) & TEXTURE_FLAG_LOAD, 0);  // said once, not tried again

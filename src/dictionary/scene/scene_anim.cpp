@@ -84,7 +84,7 @@ int sceneConnectAnimation(Dictionary *dict, const RelationDict *table) {
     int files = chapter ? chapter->elementCount : 0;  // curve elements are added behind
     for (int i = 0; i < files; ++i) {
         Element *file = elemGet(dict, CHP_ANIMATION, i);
-        if (!file || file->deleted || !file->loaded || file->lev != 0 || !file->data) continue;
+        if (!file || file->deleted != ELEM_LIVE || !file->loaded || file->lev != 0 || !file->data) continue;
         if (file->isNew != 1) continue;  // connected by an earlier load
         AnimItem *items = static_cast<AnimItem *>(file->data);
         const std::string prefix = file->name->prefix, own = file->name->name;

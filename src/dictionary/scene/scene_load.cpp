@@ -18,6 +18,7 @@
 #include "material.h"
 #include "model.h"
 #include "scene_internal.h"
+#include "bw_env.h"
 
 // ---------------------------------------------------------------------------
 // Chapter readers
@@ -140,7 +141,7 @@ void freeModels(Chapter &chapter) {
     for (int i = 0; i < chapter.elementCount; ++i) {
         Element &e = chapter.elements[i];
         Model *m = static_cast<Model *>(e.data);
-        if (e.deleted == 2 || !m || !e.loaded) continue;
+        if (e.deleted == ELEM_FREE_SLOT || !m || !e.loaded) continue;
         if (!m->parent) tops.push_back(m);
         e.data = nullptr;
         e.loaded = 0;
@@ -174,7 +175,7 @@ void readersInit() {
 bool dataless(int chapterId) {
     return chapterId == CHP_SCENES || chapterId == CHP_SETUP_BRAK ||
            chapterId == CHP_SETUP_CHANNELS || chapterId == CHP_SETUP_FLOCK ||
-           chapterId == 32 /* SPREADSHEET_SETUP */ || chapterId == CHP_NSELECTIONS;
+           chapterId == CHP_SPREADSHEET_SETUP || chapterId == CHP_NSELECTIONS;
 }
 
 }  // namespace
@@ -198,7 +199,7 @@ void unlinkModelLists(Dictionary *dict) {
     for (int i = 0; i < models->elementCount; ++i) {
         Element &e = models->elements[i];
         Model *m = static_cast<Model *>(e.data);
-        if (e.deleted == 2 || !m || !e.loaded) continue;
+        if (e.deleted == ELEM_FREE_SLOT || !m || !e.loaded) continue;
         for (int k = 0; m->materials && k < m->materialCount; ++k)
             if (m->materials[k] && elemFindByData(dict, CHP_MATERIALS, m->materials[k]) >= 0)
                 m->materials[k] = nullptr;
@@ -220,7 +221,7 @@ void sceneDataFree(Dictionary *dict) {
         if (!chapter || !s_readers[c].freeData) continue;
         for (int i = 0; i < chapter->elementCount; ++i) {
             Element &e = chapter->elements[i];
-            if (e.deleted == 2 || !e.data || !e.loaded) continue;
+            if (e.deleted == ELEM_FREE_SLOT || !e.data || !e.loaded) continue;
             s_readers[c].freeData(e);
             e.data = nullptr;
             e.loaded = 0;
@@ -247,7 +248,7 @@ int findTwin(Chapter *scenes, int index) {
     const std::string &full = scenes->elements[index].name->fullName;
     for (int i = 0; i < index; ++i) {
         const Element &e = scenes->elements[i];
-        if (e.deleted != 2 && e.name && e.flag && e.name->fullName == full) return i;
+        if (e.deleted != ELEM_FREE_SLOT && e.name && e.flag && e.name->fullName == full) return i;
     }
     return -1;
 }
@@ -276,7 +277,7 @@ int ExpandDscFile(Database *db, Dictionary *dict, const RelationDict *table, int
     Chapter *scenes = dictChapter(dict, CHP_SCENES);
     for (int i = 0; i < scenes->elementCount; ++i) {
         Element &sub = scenes->elements[i];
-        if (sub.deleted == 2 || sub.owner != sceneIndex || sub.flag || i == sceneIndex) continue;
+        if (sub.deleted == ELEM_FREE_SLOT || sub.owner != sceneIndex || sub.flag || i == sceneIndex) continue;
         int twin = findTwin(scenes, i);
         if (twin >= 0) {
             sub.flag = 2;  // joined with the first: its elements are the twin's
@@ -310,7 +311,7 @@ void scanSubdirs(Database *db, Chapter *chapter) {
 }
 
 bool wantsRead(const Element &e) {
-    return e.deleted == 0 && e.isNew == 1 && !e.data && e.lev == 0 && e.name;
+    return e.deleted == ELEM_LIVE && e.isNew == 1 && !e.data && e.lev == 0 && e.name;
 }
 
 void readChapter(Database *db, Dictionary *dict, int chapterId) {
@@ -339,7 +340,7 @@ void readChapter(Database *db, Dictionary *dict, int chapterId) {
             char text[BW_PATH_MAX + 64];
             snprintf(text, sizeof text, "Invalid file header or content: %s", path.c_str());
             msgShow(text, TOL_CLASS_ERROR);
-            if (!getenv("BW_NO_LOAD_PAUSE")) sleep(1);
+            if (!envIsSet(ENV_BW_NO_LOAD_PAUSE)) sleep(1);
             e = elemGet(dict, chapterId, i);
             sceneSubstitute(db, dict, chapterId, e, i);
             continue;
@@ -374,7 +375,7 @@ void sortHierarchy(Dictionary *dict, int chapterId, int32_t relid) {
     std::vector<int32_t> stack;
     for (int i = 0; i < chapter->elementCount; ++i) {
         Element &e = chapter->elements[i];
-        if (e.deleted == 2 || !e.name) continue;
+        if (e.deleted == ELEM_FREE_SLOT || !e.name) continue;
         if (relHas(&e, 1, relid, chapterId)) continue;  // it has a parent: reached from it
         e.lev = 0;
         e.root = i;
@@ -429,7 +430,7 @@ void connectModelLists(Dictionary *dict, int32_t relid) {
     for (int i = 0; models && i < models->elementCount; ++i) {
         Element *e = &models->elements[i];
         Model *m = static_cast<Model *>(e->data);
-        if (e->deleted == 2 || !m) continue;
+        if (e->deleted == ELEM_FREE_SLOT || !m) continue;
         int32_t chp = -1, other = -1;
         for (Element *t = relFirst(dict, e, 1, group, relid, target, &chp, &other); t;
              t = relNext(dict, e, 1, group, relid, target, &chp, &other)) {
@@ -471,7 +472,7 @@ void relConnect(Dictionary *dict, int chapterId, int group, int32_t relid) {
     Chapter *chapter = dictChapter(dict, chapterId);
     for (int i = 0; chapter && i < chapter->elementCount; ++i) {
         Element &e = chapter->elements[i];
-        if (e.deleted == 2 || !e.childGroups || group >= e.childGroupCount) continue;
+        if (e.deleted == ELEM_FREE_SLOT || !e.childGroups || group >= e.childGroupCount) continue;
         RelationGroup &g = e.childGroups[group];
         for (int k = 0; k < g.count; ++k)
             if (g.items[k].relid == relid) relDataFixup(dict, chapterId, i, &g.items[k]);
@@ -487,7 +488,7 @@ void applyModelEnvironment(Dictionary *dict) {
     for (int i = 0; models && i < models->elementCount; ++i) {
         const Element &e = models->elements[i];
         Model *m = static_cast<Model *>(e.data);
-        if (e.deleted == 2 || !m) continue;
+        if (e.deleted == ELEM_FREE_SLOT || !m) continue;
         if (e.envSet & 1) m->wireColour = e.envValues[0];
         if (e.envSet & 2) m->displayMode = static_cast<uint16_t>(e.envValues[1]);
         if (e.envSet & 4)
@@ -504,7 +505,7 @@ void addSceneName(Dictionary *dict, const std::string &sceneName) {
         Chapter *chapter = dictChapter(dict, c);
         for (int i = 0; chapter && i < chapter->elementCount; ++i) {
             Element &e = chapter->elements[i];
-            if (e.deleted == 2 || e.isNew != 1 || !e.data || !e.name) continue;
+            if (e.deleted == ELEM_FREE_SLOT || e.isNew != 1 || !e.data || !e.name) continue;
             if (e.name->prefix.empty()) e.name->prefix = sceneName;
         }
     }
@@ -519,7 +520,7 @@ void updateLatestVersions(Database *db, Dictionary *dict) {
         dbSetChapter(*db, g_chapterTable[c].dir);
         for (int i = 0; i < chapter->elementCount; ++i) {
             Element &e = chapter->elements[i];
-            if (e.deleted == 2 || !e.name) continue;
+            if (e.deleted == ELEM_FREE_SLOT || !e.name) continue;
             std::string before = e.name->version;
             int latest = elemLatestVersion(db, e.name, 1, nullptr, nullptr);
             if (latest >= 0 && e.name->version != before) {
@@ -592,7 +593,7 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     Chapter *scenes = dictChapter(dict, CHP_SCENES);
     for (int i = 0; scenes && i < scenes->elementCount; ++i) {
         Element &e = scenes->elements[i];
-        if (e.deleted != 0 || e.isNew != 1 || e.flag) continue;
+        if (e.deleted != ELEM_LIVE || e.isNew != 1 || e.flag) continue;
         if (!ExpandDscFile(db, dict, table, i, &e, 0)) {
             endLoad();
             return 0;
@@ -648,7 +649,7 @@ int sceneRead(Dictionary *dict, Database *db, const char *sceneName) {
     Chapter *scenes = dictChapter(dict, CHP_SCENES);
     bool primary = true;
     for (int i = 0; scenes && i < scenes->elementCount; ++i)
-        if (scenes->elements[i].deleted == 0 && scenes->elements[i].flag) primary = false;
+        if (scenes->elements[i].deleted == ELEM_LIVE && scenes->elements[i].flag) primary = false;
     ElemName *name = elemNameParse(sceneName, nullptr, 1);
     if (!name) return 0;
     if (primary && first) {

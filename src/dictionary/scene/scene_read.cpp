@@ -74,14 +74,14 @@ int sceneElemRef(Dictionary *dict, int chapterId, int sceneIndex, const char *re
     auto it = s_refs.map.find(refKey(chapterId, sceneIndex, wrkid));
     if (it != s_refs.map.end()) {
         Element *e = elemGetInChapter(chapter, it->second);
-        if (e && e->deleted != 2 && e->owner == sceneIndex && e->wrkid == wrkid) {
+        if (e && e->deleted != ELEM_FREE_SLOT && e->owner == sceneIndex && e->wrkid == wrkid) {
             if (index) *index = it->second;
             return 1;
         }
     }
     for (int i = 0; i < chapter->elementCount; ++i) {
         const Element &e = chapter->elements[i];
-        if (e.deleted != 2 && e.name && e.owner == sceneIndex && e.wrkid == wrkid) {
+        if (e.deleted != ELEM_FREE_SLOT && e.name && e.owner == sceneIndex && e.wrkid == wrkid) {
             if (index) *index = i;
             return 1;
         }

@@ -24,7 +24,7 @@ bool hierarchicalChapter(int chapterId) {
 
 // A curve's own element is made by the load from its file's element: the
 // file is written, not the curves, nor their relations.
-bool live(const Element &e) { return e.deleted == 0 && e.name; }
+bool live(const Element &e) { return e.deleted == ELEM_LIVE && e.name; }
 bool written(int chapterId, const Element &e) {
     return live(e) && !(chapterId == CHP_ANIMATION && e.lev > 0);
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "tol.h"
 #include "anim_internal.h"
 #include "database.h"
 
@@ -111,7 +112,7 @@ bool fits(AsciiIn &in, int64_t values) {
 }
 
 bool badToken() {
-    printf("ClusterAnimNodeAsciiRead: Error, unknown token %s\n", g_token);
+    msgShowf(TOL_CLASS_ERROR, "ClusterAnimNodeAsciiRead: Error, unknown token %s", g_token);
     return false;
 }
 
@@ -191,7 +192,7 @@ Cluster *readAscii(AsciiIn &in, int32_t type) {
             tail = &node->next;
             expectedKeys = 0;
         } else if (!node) {
-            printf("ClusterAsciiRead: Error file %s is not a cluster file\n", in.file);
+            msgShowf(TOL_CLASS_ERROR, "ClusterAsciiRead: Error file %s is not a cluster file", in.file);
             ok = false;
         } else {
             ok = readNodeWord(in, node, &expectedKeys);
@@ -247,7 +248,7 @@ Cluster *clusterFileRead(const char *path, Model *model) {
             AsciiIn in{r.file, path, r.size};
             chain = readAscii(in, model->type);
         } else {
-            printf("ClusterAsciiRead: Error file %s is not a cluster file\n", path);
+            msgShowf(TOL_CLASS_ERROR, "ClusterAsciiRead: Error file %s is not a cluster file", path);
         }
     } else if (magic >= 0) {
         Prototype proto;

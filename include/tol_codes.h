@@ -6,9 +6,8 @@
 
 #include "tol_status_table.inc"
 
-// TOL_ST_NO_ERROR = 0, TOL_ST_NULL_ARGUMENT = 16, ... one name per row.
-enum TOL_StatusCode : int32_t {
-#define TOL_STATUS_ROW(code, cls, name, fmt) TOL_ST_##name = code,
-    TOL_STATUS_ROWS
+// TOL_ST_NO_ERROR = 0, TOL_ST_NULL_ARGUMENT = 16, ... one name per row. Plain
+// constants of the status type, so they mix with statuses in any expression.
+#define TOL_STATUS_ROW(code, cls, name, fmt) constexpr int32_t TOL_ST_##name = code;
+TOL_STATUS_ROWS
 #undef TOL_STATUS_ROW
-};

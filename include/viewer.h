@@ -17,13 +17,11 @@ constexpr const char *VIEWER_DEFAULT_RSRC = "/usr/brackwood/rsrc";
 
 // The viewer's one block, shared by the main thread and the update thread.
 // Requests in the one slot `channelCommand` to the channel run.
-enum ChannelCommand : int32_t {
-    CHANNEL_CMD_NONE = 0,        // nothing asked
-    CHANNEL_CMD_START = 1,       // start capture
-    CHANNEL_CMD_STOP = 2,        // stop capture
-    CHANNEL_CMD_TAKE_START = 3,  // start take recording
-    CHANNEL_CMD_TAKE_STOP = 4,   // stop take recording
-};
+constexpr int32_t CHANNEL_CMD_NONE = 0;        // nothing asked
+constexpr int32_t CHANNEL_CMD_START = 1;       // start capture
+constexpr int32_t CHANNEL_CMD_STOP = 2;        // stop capture
+constexpr int32_t CHANNEL_CMD_TAKE_START = 3;  // start take recording
+constexpr int32_t CHANNEL_CMD_TAKE_STOP = 4;   // stop take recording
 
 struct ViewerState {
     TOL_Scene sceneCtx[2];               // the two Scene Contexts; dict -1 before creation
@@ -35,7 +33,7 @@ struct ViewerState {
     int32_t updateIndex;                 // Scene Context the update side owns
     int32_t drawCpu, updateCpu;          // processor of each side; always 0 here
     int32_t processCount;                // Scene Contexts in use, 1 or 2
-    int32_t channelCommand;              // ChannelCommand to the channel run; -c sets START
+    int32_t channelCommand;              // CHANNEL_CMD_ request to the channel run; -c sets START
     int32_t curFrame;                    // frame being played
     int32_t startFrame, endFrame, frameStep;  // play range
     float walkSpeed, elevatorSpeed;      // from the scene's bounding box

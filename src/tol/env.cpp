@@ -42,7 +42,7 @@ const EnvValue &valueOf(EnvVar var) {
     return envValues[var];
 }
 
-bool inTable(EnvVar var) { return var >= 0 && var < ENV_COUNT; }
+bool inTable(EnvVar var) { return static_cast<int>(var) >= 0 && static_cast<int>(var) < ENV_COUNT; }
 
 }  // namespace
 

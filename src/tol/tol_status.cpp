@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "bw_env.h"
 #include "tol_status.h"
 
 char TOL_SCRATCH[1024];
@@ -11,7 +12,6 @@ namespace {
 
 #define TOL_STATUS_ROW(code, cls, name, fmt) {code, TOL_CLASS_##cls, fmt},
 #include "tol_status_table.inc"
-#include "bw_env.h"
 constexpr TOL_StatusRow statusTable[TOL_STATUS_COUNT] = {TOL_STATUS_ROWS};
 #undef TOL_STATUS_ROW
 

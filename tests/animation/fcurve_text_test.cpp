@@ -96,7 +96,7 @@ TEST(FcurveText, KeywordForm) {
         {"PRE_EXTRAPOLATION 3 KEYS 0", "FcurveAsciiRead: error, bad value '3' of PRE_EXTRAPOLATION.\n"},
     };
     for (const auto &row : cases) {
-        bwtest::StreamCapture out(stdout);
+        bwtest::StreamCapture out(stderr);
         EXPECT_EQ(readText(row.text), nullptr) << row.text;
         EXPECT_EQ(out.text(), row.message) << row.text;
     }

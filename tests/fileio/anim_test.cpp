@@ -272,7 +272,7 @@ TEST(ClusterFile, BinaryAndAsciiForms) {
         EXPECT_EQ(clusterFileRead(path.c_str(), patch), nullptr) << row.text;
         std::string message = row.message;
         if (size_t at = message.find("%s"); at != std::string::npos) message.replace(at, 2, path);
-        EXPECT_EQ(out.out.text(), message) << row.text;
+        EXPECT_EQ(out.err.text(), message) << row.text;
     }
     modelFree(mesh);
     modelFree(patch);

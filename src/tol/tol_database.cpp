@@ -7,8 +7,8 @@
 #include "tol.h"
 
 TOL_Status TOL_databaseIsExistent(const char *nameOrPath, int *exists) {
-    if (!nameOrPath) return tol_report(16, "TOL_databaseIsExistent():dbname:");
-    if (!exists) return tol_report(16, "TOL_databaseIsExistent():exists:");
+    if (!nameOrPath) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_databaseIsExistent():dbname:");
+    if (!exists) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_databaseIsExistent():exists:");
     std::string root;
     *exists = dbLocateRoot(nameOrPath, root) ? 1 : 0;
     return 0;
@@ -17,8 +17,8 @@ TOL_Status TOL_databaseIsExistent(const char *nameOrPath, int *exists) {
 namespace {
 
 TOL_Status notADatabase(const char *path) {
-    if (dbIsPathText(path)) return tol_report(40, "TOL_databaseLoad()", path);
-    return tol_report(39, "TOL_databaseLoad()", path);
+    if (dbIsPathText(path)) return tol_report(TOL_ST_NOT_A_DATABASE_PATH, "TOL_databaseLoad()", path);
+    return tol_report(TOL_ST_DATABASE_NOT_FOUND, "TOL_databaseLoad()", path);
 }
 
 TOL_Status knownDatabase(Database *db, TOL_Database *handle) {
@@ -30,8 +30,8 @@ TOL_Status knownDatabase(Database *db, TOL_Database *handle) {
 }  // namespace
 
 TOL_Status TOL_databaseLoad(const char *path, TOL_Database *handle) {
-    if (!path) return tol_report(16, "TOL_databaseLoad():dbpath:");
-    if (!handle) return tol_report(16, "TOL_databaseLoad():dbase:");
+    if (!path) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_databaseLoad():dbpath:");
+    if (!handle) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_databaseLoad():dbase:");
     *handle = 0;
 
     Database *db = nullptr;
@@ -60,7 +60,7 @@ TOL_Status TOL_databaseLoad(const char *path, TOL_Database *handle) {
     }
 
     db = dbAdd(g_dbList, name, root);
-    if (!db) return tol_report(70, "TOL_databaseLoad");
+    if (!db) return tol_report(TOL_ST_OUT_OF_MEMORY, "TOL_databaseLoad");
     if (dbScanChapters(*db, 1) < 1) {
         dbRemove(g_dbList, db, 0, 0, 1, nullptr);
         g_dbRead = savedRead;
@@ -76,11 +76,11 @@ TOL_Status TOL_databaseLoad(const char *path, TOL_Database *handle) {
 }
 
 TOL_Status TOL_databaseTOL2BRAK(TOL_Database handle, Database **db) {
-    if (!db) return tol_report(16, "TOL_databaseTOL2BRAK():db:");
+    if (!db) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_databaseTOL2BRAK():db:");
     *db = nullptr;
     // The range check guards every call; the verification bit for database
     // handles asks for the same check.
-    if (handle < 1 || handle > g_dbList.count()) return tol_report(17, "TOL_databaseTOL2BRAK()");
+    if (handle < 1 || handle > g_dbList.count()) return tol_report(TOL_ST_INVALID_DATABASE, "TOL_databaseTOL2BRAK()");
     *db = &g_dbList.items[handle - 1];
     return 0;
 }

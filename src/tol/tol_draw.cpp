@@ -10,9 +10,9 @@
 
 TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOnly, float *bbmin,
                           float *bbmax) {
-    if (!scene) return tol_report(16, "TOL_scnGetBbox(): scene:");
-    if (!bbmin) return tol_report(16, "TOL_scnGetBbox(): bbmin:");
-    if (!bbmax) return tol_report(16, "TOL_scnGetBbox(): bbmax:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_scnGetBbox(): scene:");
+    if (!bbmin) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_scnGetBbox(): bbmin:");
+    if (!bbmax) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_scnGetBbox(): bbmax:");
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     int found = 0;
@@ -55,8 +55,8 @@ TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOn
 }
 
 TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gprops) {
-    if (!scene) return tol_report(16, "TOL_sceneDraw(): scene:");
-    if (!gprops) return tol_report(16, "TOL_sceneDraw(): gprops:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneDraw(): scene:");
+    if (!gprops) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneDraw(): gprops:");
     TolSceneFrame frame(scene);
     TOL_Status status = frame.status();
     if (status == 0) {

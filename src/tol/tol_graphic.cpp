@@ -35,23 +35,23 @@ TOL_Status TOL_grStateInit(TOL_Scene *scene, BW_GraphicProps *props) {
 // Forwarders with no scene: the argument checks, then the graphic side.
 
 TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level) {
-    if (!props) return tol_report(16, "TOL_gpropsSetSurfacePrecision(): gprops:");
+    if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_gpropsSetSurfacePrecision(): gprops:");
     return gpropsSetSurfacePrecision(props, level);
 }
 
 TOL_Status TOL_grClear(BW_GraphicProps *props) {
-    if (!props) return tol_report(16, "TOL_grClear(): gprops:");
+    if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_grClear(): gprops:");
     return grClear(props);
 }
 
 TOL_Status TOL_grStringDraw(const char *str, const float *color, int x, int y) {
-    if (!str) return tol_report(16, "TOL_grStringDraw(): str:");
-    if (!color) return tol_report(16, "TOL_grStringDraw(): color:");
+    if (!str) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_grStringDraw(): str:");
+    if (!color) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_grStringDraw(): color:");
     return grStringDraw(str, color, x, y);
 }
 
 TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops) {
-    if (!scene) return tol_report(16, "TOL_preprocessALL(): scene:");
-    if (!gprops) return tol_report(16, "TOL_preprocessALL(): gprops:");
+    if (!scene) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_preprocessALL(): scene:");
+    if (!gprops) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_preprocessALL(): gprops:");
     return grPreprocessAll(scene, gprops);
 }

@@ -441,7 +441,7 @@ TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, Camera *current,
                            BW_GraphicProps *gprops) {
     gpropsResolveDispType(gprops);
     if (!camera) camera = current;
-    if (!camera) return tol_report(99, "drawAccumulated(): no camera");
+    if (!camera) return tol_report(TOL_ST_FREE_ERROR_99, "drawAccumulated(): no camera");
     gprops->curCamera = camera;
     // One sample: the pixel formats taken on this platform offer no
     // accumulation buffer, so jittered samples could not be summed.

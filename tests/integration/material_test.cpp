@@ -23,21 +23,11 @@ using bwtest::RunResult;
 namespace {
 
 const std::string rsrc = BW_RSRC_DIR;
-constexpr int W = 400, H = 300;
+constexpr int W = 400;
 
-// Pixel (column, row from the top) of a point of the plane z = 0, seen by
-// the default camera at (0, 0, 10), 0.7854 radians high.
-void toPixel(float x, float y, int *px, int *py) {
-    const float tanHalf = std::tan(0.7854f / 2), aspect = float(W) / H;
-    *px = static_cast<int>((x / (10.0f * tanHalf * aspect) + 1.0f) * W / 2);
-    *py = static_cast<int>(H - (y / (10.0f * tanHalf) + 1.0f) * H / 2);
-}
-
-// The fields of a model node up to its material list, without a table: name,
-// type 4 (mesh), a square from x0 to x1 and -1 to 1 in the plane z = 0 facing
-// +z (four vertices, two triangles, five edges), unit scaling, no rotation or
-// translation, and one inline material (not a reference) of shading model 1
-// (constant) in the diffuse grey `grey`.
+// A model node without a table: a mesh square from x0 to x1 and -1 to 1 in
+// z = 0 facing +z, unit scaling, and one inline constant material of diffuse
+// `grey`.
 void nodeFields(Buf &b, const char *name, float x0, float x1, float grey) {
     b.u16(1).raw(name, strlen(name) + 1);
     b.u16(2).i32(4);
@@ -88,12 +78,6 @@ protected:
         EXPECT_EQ(image.width, W);
         return image;
     }
-    static void expectColour(const bwtest::Image &image, float x, float y, const float want[3]) {
-        int px, py;
-        toPixel(x, y, &px, &py);
-        for (int k = 0; k < 3; ++k)
-            EXPECT_NEAR(image.at(px, py)[k], want[k] * 255.0f, 1) << "channel " << k << " at " << x << "," << y;
-    }
 
     bwtest::TempDir dir;
     Database *db = nullptr;
@@ -131,9 +115,9 @@ TEST_F(Materials, TwoNodesShowTheGreysOfTheirInlineMaterials) {
     run("at 3\nsnapshot shot.png\nat 4\nkey Escape\n");
     const bwtest::Image image = picture("shot.png");
     const float dark[3] = {0.25f, 0.25f, 0.25f}, light[3] = {0.75f, 0.75f, 0.75f}, none[3] = {0, 0, 0};
-    expectColour(image, -1.5f, 0.0f, dark);
-    expectColour(image, 1.5f, 0.0f, light);
-    expectColour(image, 0.0f, 0.0f, none);
+    bwtest::expectPlaneColour(image, -1.5f, 0.0f, dark);
+    bwtest::expectPlaneColour(image, 1.5f, 0.0f, light);
+    bwtest::expectPlaneColour(image, 0.0f, 0.0f, none);
 }
 
 TEST_F(Materials, ACurveOnTheDiffuseColourShowsItsValueAtEachFrame) {
@@ -182,6 +166,6 @@ TEST_F(Materials, ACurveOnTheDiffuseColourShowsItsValueAtEachFrame) {
     }
     run("at 2\nkey Right\nsnapshot 1.png\nat 3\nsnapshot 2.png\nat 4\nkey Escape\n");
     const float first[3] = {0.2f, 0.1f, 0.3f}, second[3] = {0.6f, 0.1f, 0.3f};
-    expectColour(picture("1.png"), 0.0f, 0.0f, first);
-    expectColour(picture("2.png"), 0.0f, 0.0f, second);
+    bwtest::expectPlaneColour(picture("1.png"), 0.0f, 0.0f, first);
+    bwtest::expectPlaneColour(picture("2.png"), 0.0f, 0.0f, second);
 }

@@ -1,7 +1,10 @@
 // Reads an 8-bit RGB PNG written by the viewer's snapshot, for checking pixels.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <png.h>
+
+#include <cmath>
 
 #include <cstdio>
 #include <string>
@@ -28,4 +31,20 @@ inline bool readPng(const std::string &path, Image *image) {
     return ok;
 }
 
+// Pixel (column, row from the top) of the point (x, y, 0) in a w x h snapshot
+// of the default camera at (0, 0, 10), 0.7854 radians high.
+inline void planePixel(float x, float y, int w, int h, int *px, int *py) {
+    const float tanHalf = std::tan(0.7854f / 2), aspect = float(w) / float(h);
+    *px = static_cast<int>((x / (10.0f * tanHalf * aspect) + 1.0f) * float(w) / 2);
+    *py = static_cast<int>(float(h) - (y / (10.0f * tanHalf) + 1.0f) * float(h) / 2);
+}
+
+// The pixel of the plane point (x, y, 0) is `want` (0 to 1), each channel
+// within `tolerance`.
+inline void expectPlaneColour(const Image &image, float x, float y, const float want[3], int tolerance = 1) {
+    int px, py;
+    planePixel(x, y, image.width, image.height, &px, &py);
+    for (int k = 0; k < 3; ++k)
+        EXPECT_NEAR(image.at(px, py)[k], want[k] * 255.0f, tolerance) << "channel " << k << " at " << x << "," << y;
+}
 }  // namespace bwtest

@@ -25,14 +25,6 @@ const std::string rsrc = BW_RSRC_DIR;
 constexpr int W = 400, H = 300;
 constexpr float HALF = 2.0f;  // the square runs from -2 to 2 in x and y
 
-// Pixel (column, row from the top) of a point of the plane z = 0, seen by
-// the default camera at (0, 0, 10), 0.7854 radians high.
-void toPixel(float x, float y, int *px, int *py) {
-    const float tanHalf = std::tan(0.7854f / 2), aspect = float(W) / H;
-    *px = static_cast<int>((x / (10.0f * tanHalf * aspect) + 1.0f) * W / 2);
-    *py = static_cast<int>(H - (y / (10.0f * tanHalf) + 1.0f) * H / 2);
-}
-
 // A square in the plane z = 0 facing +z, `n` by `n` quads, so that light
 // reckoned at the vertices can show a cone's edge.
 Mesh *square(int n) {
@@ -86,15 +78,21 @@ protected:
         }
         ASSERT_FALSE(tdWriteScene(db, "shot", scene, time(nullptr)).empty());
     }
-    bwtest::Image shoot(std::vector<std::string> args = {}) {
-        dir.write("script.txt", "at 3\nsnapshot shot.png\nat 4\nkey Escape\n");
+    // Runs the viewer with `script` and gives the snapshot `picture`.
+    bwtest::Image shoot(std::vector<std::string> args = {},
+                        const std::string &script = "at 3\nsnapshot shot.png\nat 4\nkey Escape\n",
+                        const std::string &picture = "shot.png") {
+        dir.write("script.txt", script);
         args.insert(args.begin(), {"-R", rsrc, "-s", "400x300", "-D", name});
         RunResult r = bwtest::runViewer(args, dir.path(),
                                         {"BW_DBDIR", "BW_RSRC", "BW_LIVE_SHOWFORMATS", "BW_PIXELFORMAT",
                                          "BW_VIEWER_SCRIPT=script.txt", "LIBGL_ALWAYS_SOFTWARE=1"});
         EXPECT_EQ(r.status, 0) << r.out << r.err;
+        return snapshot(picture);
+    }
+    bwtest::Image snapshot(const std::string &picture) {
         bwtest::Image image;
-        EXPECT_TRUE(bwtest::readPng(dir / "shot.png", &image));
+        EXPECT_TRUE(bwtest::readPng(dir / picture, &image));
         EXPECT_EQ(image.width, W);
         return image;
     }
@@ -103,11 +101,6 @@ protected:
         l.type = type;
         for (int k = 0; k < 3; ++k) l.position[k] = at[k], l.interest[k] = aim[k];
         return l;
-    }
-    // A pixel's colour, each channel within `tolerance` of `want` (0 to 1).
-    static void expectColour(const bwtest::Image &image, int x, int y, const float want[3], int tolerance) {
-        for (int k = 0; k < 3; ++k)
-            EXPECT_NEAR(image.at(x, y)[k], want[k] * 255.0f, tolerance) << "channel " << k << " at " << x << "," << y;
     }
 
     bwtest::TempDir dir;
@@ -131,14 +124,9 @@ TEST_F(Shade, AWhiteLightHeadOnShowsTheDiffuseColour) {
     const SceneGlobals scene;  // the block of a scene no curve moves
     float want[3];
     for (int k = 0; k < 3; ++k) want[k] = scene.ambient[k] * ambient[k] + diffuse[k];
-    int x, y;
-    for (float at : {-1.5f, 0.0f, 1.5f}) {
-        toPixel(at, at, &x, &y);
-        expectColour(image, x, y, want, 2);
-    }
-    toPixel(HALF + 0.5f, 0, &x, &y);
+    for (float at : {-1.5f, 0.0f, 1.5f}) bwtest::expectPlaneColour(image, at, at, want, 2);
     const float none[3] = {0, 0, 0};
-    expectColour(image, x, y, none, 0);
+    bwtest::expectPlaneColour(image, HALF + 0.5f, 0, none, 0);
 }
 
 TEST_F(Shade, ATexturedSquareShowsThePictureCornersAndTurnsThemBySwap) {
@@ -159,10 +147,11 @@ TEST_F(Shade, ATexturedSquareShowsThePictureCornersAndTurnsThemBySwap) {
     map.interpolate = 0;
     map.boxSize[0] = map.boxSize[1] = 2 * HALF;
     const float red[3] = {1, 0, 0}, green[3] = {0, 1, 0}, blue[3] = {0, 0, 1}, whiteRgb[3] = {1, 1, 1};
+    // Corners bottom left, bottom right, top left, top right.
     const struct {
         uint16_t swap;
-        const float *bottomLeft, *bottomRight, *topLeft, *topRight;
-    } cases[] = {{0, red, green, blue, whiteRgb}, {1, whiteRgb, green, blue, red}};
+        const float *corner[4];
+    } cases[] = {{0, {red, green, blue, whiteRgb}}, {1, {whiteRgb, green, blue, red}}};
     for (const auto &c : cases) {
         database();
         map.pictureName = tdFullName(tdWritePicture(db, "shade-quarters", p));
@@ -170,18 +159,10 @@ TEST_F(Shade, ATexturedSquareShowsThePictureCornersAndTurnsThemBySwap) {
         writeScene(1, white, {}, &map);
         bwtest::Image image = shoot({"-d", "3"});
         const float in = HALF - 0.2f;
-        int x, y;
-        toPixel(-in, -in, &x, &y);
-        expectColour(image, x, y, c.bottomLeft, 1);
-        toPixel(in, -in, &x, &y);
-        expectColour(image, x, y, c.bottomRight, 1);
-        toPixel(-in, in, &x, &y);
-        expectColour(image, x, y, c.topLeft, 1);
-        toPixel(in, in, &x, &y);
-        expectColour(image, x, y, c.topRight, 1);
+        for (int k = 0; k < 4; ++k)
+            bwtest::expectPlaneColour(image, k % 2 ? in : -in, k / 2 ? in : -in, c.corner[k]);
         // Shaded, not textured: the material's white alone.
-        image = shoot({"-d", "2"});
-        expectColour(image, x, y, whiteRgb, 1);
+        bwtest::expectPlaneColour(shoot({"-d", "2"}), in, in, whiteRgb);
     }
     picFree(&p);
 }
@@ -195,16 +176,15 @@ TEST_F(Shade, ASpotLightsInsideItsConeOnly) {
     spot.coneAngle = 0.2f;  // about 1 across on the square
     writeScene(40, paint, {spot});
     bwtest::Image image = shoot();
-    int x, y;
-    toPixel(0, 0, &x, &y);
-    EXPECT_GT(image.at(x, y)[0], 240) << "centre";
-    toPixel(0.6f, 0.0f, &x, &y);
-    EXPECT_GT(image.at(x, y)[0], 200) << "inside";
-    const float outside[2][2] = {{1.5f, 0.0f}, {-1.0f, 1.0f}};
-    for (const auto &at : outside) {
-        toPixel(at[0], at[1], &x, &y);
-        EXPECT_LT(image.at(x, y)[0], 4) << "outside " << at[0] << "," << at[1];
-    }
+    auto red = [&](float x, float y) {
+        int px, py;
+        bwtest::planePixel(x, y, W, H, &px, &py);
+        return image.at(px, py)[0];
+    };
+    EXPECT_GT(red(0, 0), 240) << "centre";
+    EXPECT_GT(red(0.6f, 0), 200) << "inside";
+    EXPECT_LT(red(1.5f, 0), 4) << "outside";
+    EXPECT_LT(red(-1.0f, 1.0f), 4) << "outside";
 }
 
 TEST_F(Shade, ASequenceShowsThePictureOfThePlayedFrame) {
@@ -224,14 +204,9 @@ TEST_F(Shade, ASequenceShowsThePictureOfThePlayedFrame) {
     map.sequenceName = "shade-clip.1-0";
     map.boxSize[0] = map.boxSize[1] = 2 * HALF;
     writeScene(1, white, {}, &map);
-    dir.write("script.txt", "at 2\nkey Right\nsnapshot 1.png\nat 3\nsnapshot 2.png\nat 4\nkey Escape\n");
-    RunResult r = bwtest::runViewer({"-R", rsrc, "-s", "400x300", "-D", name, "-d", "3", "-p", "1"}, dir.path(),
-                                    {"BW_DBDIR", "BW_RSRC", "BW_VIEWER_SCRIPT=script.txt", "LIBGL_ALWAYS_SOFTWARE=1"});
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
     const float red[3] = {1, 0, 0}, green[3] = {0, 1, 0};
-    bwtest::Image image;
-    ASSERT_TRUE(bwtest::readPng(dir / "1.png", &image));
-    expectColour(image, W / 2, H / 2, red, 0);
-    ASSERT_TRUE(bwtest::readPng(dir / "2.png", &image));
-    expectColour(image, W / 2, H / 2, green, 0);
+    bwtest::expectPlaneColour(shoot({"-d", "3", "-p", "1"},
+                                    "at 2\nkey Right\nsnapshot 1.png\nat 3\nsnapshot 2.png\nat 4\nkey Escape\n", "1.png"),
+                              0, 0, red, 0);
+    bwtest::expectPlaneColour(snapshot("2.png"), 0, 0, green, 0);
 }

@@ -31,24 +31,15 @@ TEST_F(ParamTest, TextureScalarsFollowTheirCurvesWithinTheirLimits) {
     animate(tex, 527, {curve(0, {{0, -2}, {1, 2}})});  // box size x: at least 0
     animate(tex, 531, {curve(0, {{0, -3}, {1, 1}})});  // at least -1
     animate(tex, 532, {constant(0, -7)});               // no limit
+    // u scale, factor 0 and 2, box x, factor 4 and 5 at each time.
+    const float want[3][6] = {{1, 0, 0.25f, 0, -1, -7}, {3, 1, 0.75f, 2, 1, -7}, {2, 0.5f, 0.5f, 0, -1, -7}};
+    const float at[3] = {0.0f, 1.0f, 0.5f};
     evalAt(0.0f);
-    EXPECT_FLOAT_EQ(t.uScale, 1.0f);
-    EXPECT_FLOAT_EQ(t.factors[0], 0.0f);
-    EXPECT_FLOAT_EQ(t.factors[2], 0.25f);
-    EXPECT_FLOAT_EQ(t.boxSize[0], 0.0f);
-    EXPECT_FLOAT_EQ(t.factors[4], -1.0f);
-    EXPECT_FLOAT_EQ(t.factors[5], -7.0f);
-    updatelistEval(&dict, &list, 1.0f);
-    EXPECT_FLOAT_EQ(t.uScale, 3.0f);
-    EXPECT_FLOAT_EQ(t.factors[0], 1.0f);
-    EXPECT_FLOAT_EQ(t.factors[2], 0.75f);
-    EXPECT_FLOAT_EQ(t.boxSize[0], 2.0f);
-    EXPECT_FLOAT_EQ(t.factors[4], 1.0f);
-    // Inside the limits a value passes unchanged.
-    updatelistEval(&dict, &list, 0.5f);
-    EXPECT_FLOAT_EQ(t.factors[0], 0.5f);
-    EXPECT_FLOAT_EQ(t.boxSize[0], 0.0f);
-    EXPECT_FLOAT_EQ(t.factors[4], -1.0f);
+    for (int i = 0; i < 3; ++i) {
+        updatelistEval(&dict, &list, at[i]);
+        const float got[6] = {t.uScale, t.factors[0], t.factors[2], t.boxSize[0], t.factors[4], t.factors[5]};
+        for (int k = 0; k < 6; ++k) EXPECT_FLOAT_EQ(got[k], want[i][k]) << at[i] << " " << k;
+    }
 }
 
 TEST_F(ParamTest, ATextureAngleTurnsTheProjectionAndTellsTheDraw) {

@@ -407,6 +407,19 @@ protected:
         err = cap.err.text();
         return ok;
     }
+    // Loads a scene into a dictionary of its own, freed after.
+    int loadElsewhere(const char *name) {
+        Dictionary other;
+        dictInit(&other);
+        dictCreateChapters(&other, nullptr, 1);
+        int ok = load(name, &other);
+        dictFree(&other, 0);
+        return ok;
+    }
+    static std::string slurp(const std::string &path) {
+        bwtest::Bytes b = bwtest::readBytes(path);
+        return std::string(b.begin(), b.end());
+    }
     Element *at(int chapter, int index) { return elemGet(&dict, chapter, index); }
     TempDir dir;
     Database *db = nullptr;
@@ -433,13 +446,10 @@ TEST_F(SceneLoad, ElementsLinkAndMissingOnesAreSubstituted) {
     ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
 
     ASSERT_EQ(load("s.1-0"), 1);
-    EXPECT_NE(err.find("Couldn't read file"), std::string::npos) << err;
-    EXPECT_NE(err.find("Missing MODELS [s-gone.1-0] has been replaced by a default element\n"),
-              std::string::npos) << err;
-    EXPECT_NE(err.find("Missing MATERIALS [s-lost.1-0] has been replaced by a default element\n"),
-              std::string::npos);
-    EXPECT_NE(err.find("Missing CAMERAS [s-eye.1-0] could not be replaced: removed from scene\n"),
-              std::string::npos);
+    EXPECT_TRUE(bwtest::contains(err, "Couldn't read file")) << err;
+    EXPECT_TRUE(bwtest::contains(err, "Missing MODELS [s-gone.1-0] has been replaced by a default element\n")) << err;
+    EXPECT_TRUE(bwtest::contains(err, "Missing MATERIALS [s-lost.1-0] has been replaced by a default element\n"));
+    EXPECT_TRUE(bwtest::contains(err, "Missing CAMERAS [s-eye.1-0] could not be replaced: removed from scene\n"));
     EXPECT_EQ(out, "");
 
     // The tree of the root's file: the member took its node.
@@ -478,19 +488,13 @@ TEST_F(SceneLoad, WritingBackReadsTheSame) {
     ASSERT_EQ(load("s.1-0"), 1);
     std::string first = dir / "first.dsc", second = dir / "second.dsc";
     ASSERT_EQ(sceneWrite(&dict, first.c_str(), 4.0f), 1);
+    // Loaded again and written: the same text.
     Dictionary again;
     dictInit(&again);
     dictCreateChapters(&again, nullptr, 1);
     ASSERT_EQ(load("s.1-0", &again), 1);
     ASSERT_EQ(sceneWrite(&again, second.c_str(), 4.0f), 1);
     dictFree(&again, 0);
-    auto slurp = [](const std::string &p) {
-        std::string text;
-        FILE *f = fopen(p.c_str(), "rb");
-        for (int c; f && (c = fgetc(f)) != EOF;) text += static_cast<char>(c);
-        if (f) fclose(f);
-        return text;
-    };
     std::string a = slurp(first);
     EXPECT_EQ(a, slurp(second));
     EXPECT_NE(a.find("1 0 110 ;"), std::string::npos) << a;
@@ -503,29 +507,21 @@ TEST_F(SceneLoad, SubScenesOneLevelDeepAndMerges) {
         inner.add(CHP_MODELS, cubeFile);
         ASSERT_FALSE(tdWriteScene(db, "inner", inner, time(nullptr)).empty());
     }
-    std::string dscDir = db->path + "/SCENES/";
     // A scene naming "inner" as its sub-scene reads the sub-scene's elements too.
-    FILE *f = fopen((dscDir + "outer.1-0.dsc").c_str(), "wb");
-    fprintf(f, "SDSC 4.0\nELEMENTS\nCHAPTER SCENES NBELEM 1 inner.1-0 ALIAS in_ ; EndOfCHAPTER\n"
-               "CHAPTER MATERIALS NBELEM 1 %s ; EndOfCHAPTER\nEndOfELEMENTS\n"
-               "RELATIONS\nEndOfRELATIONS\nENVIRONMENT\nEndOfENVIRONMENT\n", redFile.c_str());
-    fclose(f);
+    dir.write("db/SCENES/outer.1-0.dsc",
+              "SDSC 4.0\nELEMENTS\nCHAPTER SCENES NBELEM 1 inner.1-0 ALIAS in_ ; EndOfCHAPTER\n"
+              "CHAPTER MATERIALS NBELEM 1 " + redFile + " ; EndOfCHAPTER\nEndOfELEMENTS\n"
+              "RELATIONS\nEndOfRELATIONS\nENVIRONMENT\nEndOfENVIRONMENT\n");
     ASSERT_EQ(load("outer.1-0"), 1) << err;
     EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_MODELS)), 1);
     EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_MATERIALS)), 1);
     EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_SCENES)), 1);  // the sub-scene's element goes
 
     // A sub-scene of a sub-scene is refused.
-    f = fopen((dscDir + "top.1-0.dsc").c_str(), "wb");
-    fprintf(f, "SDSC 4.0\nELEMENTS\nCHAPTER SCENES NBELEM 1 outer.1-0 ; EndOfCHAPTER\nEndOfELEMENTS\n");
-    fclose(f);
-    Dictionary other;
-    dictInit(&other);
-    dictCreateChapters(&other, nullptr, 1);
-    EXPECT_EQ(load("top.1-0", &other), 0);
-    EXPECT_NE(err.find("ERROR - ExpandDscFile: One sub-level of scene for now!!!\n"), std::string::npos)
-        << err;
-    dictFree(&other, 0);
+    dir.write("db/SCENES/top.1-0.dsc",
+              "SDSC 4.0\nELEMENTS\nCHAPTER SCENES NBELEM 1 outer.1-0 ; EndOfCHAPTER\nEndOfELEMENTS\n");
+    EXPECT_EQ(loadElsewhere("top.1-0"), 0);
+    EXPECT_TRUE(bwtest::contains(err, "ERROR - ExpandDscFile: One sub-level of scene for now!!!\n")) << err;
 
     // A second scene merges into the same dictionary, its elements by its name.
     {
@@ -544,26 +540,16 @@ TEST_F(SceneLoad, SubScenesOneLevelDeepAndMerges) {
 }
 
 TEST_F(SceneLoad, UnreadableFilesAreReportedAndReplaced) {
-    std::string path = db->path + "/MODELS/s-bad.1-0.hrc";
-    FILE *f = fopen(path.c_str(), "wb");
-    fputs("not a model", f);
-    fclose(f);
+    std::string path = dir.write("db/MODELS/s-bad.1-0.hrc", "not a model");
     TdScene s;
     s.add(CHP_MODELS, "s-bad.1-0");
     ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
     ASSERT_EQ(load("s.1-0"), 1);
-    EXPECT_NE(err.find("Invalid file header or content: " + path + "\n"), std::string::npos) << err;
-    EXPECT_NE(err.find("Missing MODELS [s-bad.1-0] has been replaced by a default element\n"),
-              std::string::npos);
+    EXPECT_TRUE(bwtest::contains(err, "Invalid file header or content: " + path + "\n")) << err;
+    EXPECT_TRUE(bwtest::contains(err, "Missing MODELS [s-bad.1-0] has been replaced by a default element\n"));
     // A scene file that is not one fails the load.
-    f = fopen((db->path + "/SCENES/junk.1-0.dsc").c_str(), "wb");
-    fputs("SMAT 1.0\n", f);
-    fclose(f);
-    Dictionary other;
-    dictInit(&other);
-    dictCreateChapters(&other, nullptr, 1);
-    EXPECT_EQ(load("junk.1-0", &other), 0);
-    dictFree(&other, 0);
+    dir.write("db/SCENES/junk.1-0.dsc", "SMAT 1.0\n");
+    EXPECT_EQ(loadElsewhere("junk.1-0"), 0);
 }
 
 namespace {
@@ -601,7 +587,7 @@ TEST_F(SceneLoad, CurvesBecomeElementsOfWhatTheyAnimate) {
     s.add(CHP_ANIMATION, lostFile);
     ASSERT_FALSE(tdWriteScene(db, "s", s, time(nullptr)).empty());
     ASSERT_EQ(load("s.1-0"), 1);
-    EXPECT_NE(err.find("No element [s-ghost] found to connect fcurve\n"), std::string::npos) << err;
+    EXPECT_TRUE(bwtest::contains(err, "No element [s-ghost] found to connect fcurve\n")) << err;
 
     // The file's element and, under it, one element per curve.
     Chapter *animation = dictChapter(&dict, CHP_ANIMATION);
@@ -620,10 +606,7 @@ TEST_F(SceneLoad, CurvesBecomeElementsOfWhatTheyAnimate) {
     // Writing the scene names the file once, not its curves.
     std::string path = dir / "again.dsc";
     ASSERT_EQ(sceneWrite(&dict, path.c_str(), 4.0f), 1);
-    std::string text;
-    FILE *f = fopen(path.c_str(), "rb");
-    for (int c; f && (c = fgetc(f)) != EOF;) text += static_cast<char>(c);
-    fclose(f);
+    std::string text = slurp(path);
     EXPECT_NE(text.find("CHAPTER ANIMATION NBELEM 1\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("113"), std::string::npos);
 }
@@ -654,15 +637,11 @@ TEST_F(SceneLoad, CamerasFillTheCurrentCameraAndLightsTheirOwn) {
     EXPECT_EQ(light->colour[0], 0.25f);
 
     // Without a current camera the file cannot be read: the camera goes.
-    Dictionary other;
-    dictInit(&other);
-    dictCreateChapters(&other, nullptr, 1);
     threadStorage()->curCamera = nullptr;
-    ASSERT_EQ(load("s.1-0", &other), 1);
+    ASSERT_EQ(loadElsewhere("s.1-0"), 1);
     threadStorage()->curCamera = saved;
-    EXPECT_NE(err.find("Missing CAMERAS [s-eye.1-0] could not be replaced: removed from scene"),
-              std::string::npos) << err;
-    dictFree(&other, 0);
+    EXPECT_TRUE(bwtest::contains(err, "Missing CAMERAS [s-eye.1-0] could not be replaced: removed from scene"))
+        << err;
 }
 
 namespace {
@@ -694,9 +673,8 @@ TEST_F(SceneLoad, AMissingLightBecomesADefaultLightWithItsInterest) {
              "ENVIRONMENT\n"
              "EndOfENVIRONMENT\n");
     ASSERT_EQ(load("lit.1-0"), 1) << err;
-    EXPECT_NE(err.find("Read lit-lamp.1-0\nCouldn't read file " + db->path + "/LIGHTS/lit-lamp.lig\n"
-                       "Missing LIGHTS [lit-lamp.1-0] has been replaced by a default element\n"),
-              std::string::npos)
+    EXPECT_TRUE(bwtest::contains(err, "Read lit-lamp.1-0\nCouldn't read file " + db->path + "/LIGHTS/lit-lamp.lig\n"
+                       "Missing LIGHTS [lit-lamp.1-0] has been replaced by a default element\n"))
         << err;
     EXPECT_EQ(out, "");
     ASSERT_EQ(elemCountLive(dictChapter(&dict, CHP_LIGHTS)), 2);
@@ -774,13 +752,11 @@ TEST_F(SceneLoad, ACutMaterialFileKeepsWhatWasRead) {
              "CHAPTER MATERIALS NBELEM 2 cut-rust.1-0 ; cut-bare.1-0 ; EndOfCHAPTER\n"
              "EndOfELEMENTS\n");
     ASSERT_EQ(load("cut.1-0"), 1) << err;
-    EXPECT_NE(err.find("Read cut-rust.1-0\nPassed end of file " + path +
-                       " while reading data; what was read is kept\n"),
-              std::string::npos)
+    EXPECT_TRUE(bwtest::contains(err, "Read cut-rust.1-0\nPassed end of file " + path +
+                       " while reading data; what was read is kept\n"))
         << err;
     EXPECT_EQ(err.find("Missing MATERIALS [cut-rust.1-0]"), std::string::npos) << err;
-    EXPECT_NE(err.find("Missing MATERIALS [cut-bare.1-0] has been replaced by a default element\n"),
-              std::string::npos)
+    EXPECT_TRUE(bwtest::contains(err, "Missing MATERIALS [cut-bare.1-0] has been replaced by a default element\n"))
         << err;
     const Material *m = static_cast<const Material *>(at(CHP_MATERIALS, 0)->data);
     ASSERT_TRUE(m);

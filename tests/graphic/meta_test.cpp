@@ -83,8 +83,6 @@ TEST(Meta, ALoneBallClosesAtItsRadiusFacingOut) {
         for (int k = 0; k < 3; ++k) along += v.normal[k] * d[k] / len;
         worst = std::fmax(worst, std::fabs(len - radius) / radius);
         EXPECT_GT(along, 0.999);  // the normal points straight out
-        EXPECT_EQ(v.colour, TESS_DEFAULT_COLOUR);
-        EXPECT_EQ(v.uv, nullptr);
     }
     EXPECT_LT(worst, 0.02);
     const Shape s = shapeOf(g);

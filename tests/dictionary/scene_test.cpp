@@ -644,34 +644,22 @@ TEST_F(SceneLoad, CamerasFillTheCurrentCameraAndLightsTheirOwn) {
         << err;
 }
 
-namespace {
-
-// Writes a scene file of the database by hand, line by line.
-void writeDsc(Database *db, const std::string &file, const std::string &text) {
-    FILE *f = fopen((db->path + "/SCENES/" + file).c_str(), "wb");
-    ASSERT_TRUE(f);
-    fputs(text.c_str(), f);
-    fclose(f);
-}
-
-}  // namespace
-
 TEST_F(SceneLoad, AMissingLightBecomesADefaultLightWithItsInterest) {
-    writeDsc(db, "lit.1-0.dsc",
-             "SDSC 4.0\n"
-             "ELEMENTS\n"
-             "CHAPTER LIGHTS NBELEM 2\n"
-             "  lit-lamp.1-0 ROOT ;\n"
-             "  lit-lamp_int.1-0 ;\n"
-             "EndOfCHAPTER\n"
-             "EndOfELEMENTS\n"
-             "RELATIONS\n"
-             "CHAPTER LIGHTS CHAPTER LIGHTS\n"
-             "  1 0 2110 ;\n"
-             "EndOfCHAPTER\n"
-             "EndOfRELATIONS\n"
-             "ENVIRONMENT\n"
-             "EndOfENVIRONMENT\n");
+    dir.write("db/SCENES/lit.1-0.dsc",
+              "SDSC 4.0\n"
+              "ELEMENTS\n"
+              "CHAPTER LIGHTS NBELEM 2\n"
+              "  lit-lamp.1-0 ROOT ;\n"
+              "  lit-lamp_int.1-0 ;\n"
+              "EndOfCHAPTER\n"
+              "EndOfELEMENTS\n"
+              "RELATIONS\n"
+              "CHAPTER LIGHTS CHAPTER LIGHTS\n"
+              "  1 0 2110 ;\n"
+              "EndOfCHAPTER\n"
+              "EndOfRELATIONS\n"
+              "ENVIRONMENT\n"
+              "EndOfENVIRONMENT\n");
     ASSERT_EQ(load("lit.1-0"), 1) << err;
     EXPECT_TRUE(bwtest::contains(err, "Read lit-lamp.1-0\nCouldn't read file " + db->path + "/LIGHTS/lit-lamp.lig\n"
                        "Missing LIGHTS [lit-lamp.1-0] has been replaced by a default element\n"))
@@ -693,23 +681,23 @@ TEST_F(SceneLoad, AMissingLightBecomesADefaultLightWithItsInterest) {
 }
 
 TEST_F(SceneLoad, EnvironmentReachesTheModelAndChaptersWithoutReaderKeepTheirElements) {
-    writeDsc(db, "env.1-0.dsc",
-             "SDSC 4.0\n"
-             "ELEMENTS\n"
-             "CHAPTER MODELS NBELEM 1 env-box.1-0 ROOT ; EndOfCHAPTER\n"
-             "CHAPTER PICTURES NBELEM 1 /nowhere/wood.pic ; EndOfCHAPTER\n"
-             "CHAPTER SETUP_CHANNELS NBELEM 2 env-a.1-0 ; env-b.1-0 ; EndOfCHAPTER\n"
-             "CHAPTER EXPRESSIONS NBELEM 4 env-tied.1-0 ; env-loose.1-0 ; env-other.1-0 ;"
-             " env-revised.1-3 ; EndOfCHAPTER\n"
-             "EndOfELEMENTS\n"
-             "RELATIONS\n"
-             "CHAPTER MODELS CHAPTER EXPRESSIONS 0 0 20010 ; EndOfCHAPTER\n"
-             "EndOfRELATIONS\n"
-             "ENVIRONMENT\n"
-             "CHAPTER MODELS\n"
-             "  0 WIRECOL 14 DISPLAY 4 MPRFLG 65535 ;\n"
-             "EndOfCHAPTER\n"
-             "EndOfENVIRONMENT\n");
+    dir.write("db/SCENES/env.1-0.dsc",
+              "SDSC 4.0\n"
+              "ELEMENTS\n"
+              "CHAPTER MODELS NBELEM 1 env-box.1-0 ROOT ; EndOfCHAPTER\n"
+              "CHAPTER PICTURES NBELEM 1 /nowhere/wood.pic ; EndOfCHAPTER\n"
+              "CHAPTER SETUP_CHANNELS NBELEM 2 env-a.1-0 ; env-b.1-0 ; EndOfCHAPTER\n"
+              "CHAPTER EXPRESSIONS NBELEM 4 env-tied.1-0 ; env-loose.1-0 ; env-other.1-0 ;"
+              " env-revised.1-3 ; EndOfCHAPTER\n"
+              "EndOfELEMENTS\n"
+              "RELATIONS\n"
+              "CHAPTER MODELS CHAPTER EXPRESSIONS 0 0 20010 ; EndOfCHAPTER\n"
+              "EndOfRELATIONS\n"
+              "ENVIRONMENT\n"
+              "CHAPTER MODELS\n"
+              "  0 WIRECOL 14 DISPLAY 4 MPRFLG 65535 ;\n"
+              "EndOfCHAPTER\n"
+              "EndOfENVIRONMENT\n");
     ASSERT_EQ(load("env.1-0"), 1) << err;
     // The missing model's stand-in takes the scene's wire colour, display
     // type and flags: the low byte and the high nibble, not the nibble between.
@@ -746,11 +734,11 @@ TEST_F(SceneLoad, ACutMaterialFileKeepsWhatWasRead) {
     // One cut before the record gave anything: that file is substituted.
     bwtest::writeBytes(db->path + "/MATERIALS/cut-bare.1-0.mtr",
                        bwtest::header(BIN_ID_MATERIAL, 4.0f) + bwtest::text("MTRL"));
-    writeDsc(db, "cut.1-0.dsc",
-             "SDSC 4.0\n"
-             "ELEMENTS\n"
-             "CHAPTER MATERIALS NBELEM 2 cut-rust.1-0 ; cut-bare.1-0 ; EndOfCHAPTER\n"
-             "EndOfELEMENTS\n");
+    dir.write("db/SCENES/cut.1-0.dsc",
+              "SDSC 4.0\n"
+              "ELEMENTS\n"
+              "CHAPTER MATERIALS NBELEM 2 cut-rust.1-0 ; cut-bare.1-0 ; EndOfCHAPTER\n"
+              "EndOfELEMENTS\n");
     ASSERT_EQ(load("cut.1-0"), 1) << err;
     EXPECT_TRUE(bwtest::contains(err, "Read cut-rust.1-0\nPassed end of file " + path +
                        " while reading data; what was read is kept\n"))

@@ -173,26 +173,21 @@ TEST_F(Options, ResourcePathPrecedence) {
 }
 
 TEST(Geometry, PartsArePresentOrNothingIsStored) {
-    int x = 0, y = 0, w = 720, h = 486;
-    EXPECT_EQ(viewerParseGeometry("500x300-20+300", &x, &y, &w, &h), 1);
-    EXPECT_EQ(w, 500); EXPECT_EQ(h, 300); EXPECT_EQ(x, -20); EXPECT_EQ(y, 300);
-
-    x = 0, y = 0, w = 720, h = 486;
-    EXPECT_EQ(viewerParseGeometry("=640X480", &x, &y, &w, &h), 1);
-    EXPECT_EQ(w, 640); EXPECT_EQ(h, 480); EXPECT_EQ(x, 0);
-
-    w = 720, h = 486;
-    EXPECT_EQ(viewerParseGeometry("x200", &x, &y, &w, &h), 1);
-    EXPECT_EQ(w, 720); EXPECT_EQ(h, 200);
-
-    EXPECT_EQ(viewerParseGeometry("+10-5", &x, &y, &w, &h), 1);
-    EXPECT_EQ(x, 10); EXPECT_EQ(y, -5);
-
-    // A number without digits or any character left over stores nothing at all.
-    x = 0, y = 0, w = 720, h = 486;
-    for (const char *bad : {"500x", "500y", "800x600+", "800x600+1+2+3", "abc", "640x480 "}) {
-        EXPECT_EQ(viewerParseGeometry(bad, &x, &y, &w, &h), 0) << bad;
-        EXPECT_EQ(w, 720); EXPECT_EQ(h, 486); EXPECT_EQ(x, 0); EXPECT_EQ(y, 0);
+    // From x 0, y 0, 720 x 486: what each text leaves. A number without digits
+    // or any character left over stores nothing at all.
+    const struct {
+        const char *text;
+        int ok, x, y, w, h;
+    } cases[] = {
+        {"500x300-20+300", 1, -20, 300, 500, 300}, {"=640X480", 1, 0, 0, 640, 480},
+        {"x200", 1, 0, 0, 720, 200}, {"+10-5", 1, 10, -5, 720, 486},
+        {"500x", 0, 0, 0, 720, 486}, {"500y", 0, 0, 0, 720, 486}, {"800x600+", 0, 0, 0, 720, 486},
+        {"800x600+1+2+3", 0, 0, 0, 720, 486}, {"abc", 0, 0, 0, 720, 486}, {"640x480 ", 0, 0, 0, 720, 486},
+    };
+    for (const auto &c : cases) {
+        int x = 0, y = 0, w = 720, h = 486;
+        EXPECT_EQ(viewerParseGeometry(c.text, &x, &y, &w, &h), c.ok) << c.text;
+        EXPECT_EQ((std::vector<int>{x, y, w, h}), (std::vector<int>{c.x, c.y, c.w, c.h})) << c.text;
     }
 }
 

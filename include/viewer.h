@@ -67,7 +67,7 @@ struct ViewerState {
     uint32_t zoomOut;                    // right button in zoom-pan mode
     uint32_t panMode;                    // left button in zoom-pan mode
     uint32_t showInfo;                   // status text on
-    int32_t statsLevel;                  // 0 none, 1 rates, 2 shares
+    int32_t statsLevel;                  // 0 none, 1 rates, 2 shares; the update side reads it (acquire)
     uint32_t showCross;                  // key x
     uint32_t preprocessOnDraw;           // -u
     uint32_t takeRecording, takeEnabled; // a take is being written; -T was given

@@ -28,7 +28,7 @@ int nextIndex(int index) { return (index + 1) % viewer.processCount; }
 // Statistics of one update step: begun before the step's work, with the work's
 // and the preprocessing's shares added as they end.
 struct UpdateStats {
-    int level = viewer.statsLevel;
+    int level = loadAcquire(viewer.statsLevel);
     double t0 = 0.0;
     UpdateStats() {
         if (level >= 1) {

@@ -80,13 +80,13 @@ void keyG(int shift, MouseState &) {
     if (!shift) viewer.gprops.showGarbage = flip16(viewer.gprops.showGarbage);
 }
 void keyI(int shift, MouseState &) {
+    // The update thread reads the level for its statistics at every step.
+    const int32_t level = viewer.statsLevel;
     if (!shift) {
         viewer.showInfo = flip(viewer.showInfo);
-        viewer.statsLevel = static_cast<int32_t>(viewer.showInfo);
-    } else if (viewer.statsLevel == 1) {
-        viewer.statsLevel = 2;
-    } else if (viewer.statsLevel == 2) {
-        viewer.statsLevel = 1;
+        storeRelease(viewer.statsLevel, static_cast<int32_t>(viewer.showInfo));
+    } else if (level == 1 || level == 2) {
+        storeRelease(viewer.statsLevel, 3 - level);
     }
 }
 void keyK(int shift, MouseState &) {

@@ -1,0 +1,74 @@
+// The ASCII take file: a header of the take, one line a value, the end mark.
+#include "driverkit_take.h"
+
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+
+namespace bwkit {
+
+namespace {
+
+// Frames a second of the time codes in the header.
+constexpr int kTimeCodeRate = 30;
+
+std::string timeCode(float seconds) {
+    long frames = std::lround(double(seconds) * kTimeCodeRate);
+    if (frames < 0) frames = 0;
+    char text[32];
+    snprintf(text, sizeof text, "%02ld:%02ld:%02ld:%02ld", frames / (3600L * kTimeCodeRate),
+             frames / (60L * kTimeCodeRate) % 60, frames / kTimeCodeRate % 60, frames % kTimeCodeRate);
+    return text;
+}
+
+void appendf(std::string &out, const char *format, ...) __attribute__((format(printf, 2, 3)));
+void appendf(std::string &out, const char *format, ...) {
+    char line[1024];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(line, sizeof line, format, args);
+    va_end(args);
+    out += line;
+}
+
+}  // namespace
+
+std::string takeText(const Take &take) {
+    float minTime = 0.0f, maxTime = 0.0f;
+    if (!take.records.empty()) {
+        minTime = maxTime = take.records.front().time;
+        for (const TakeRecord &r : take.records) {
+            minTime = std::fmin(minTime, r.time);
+            maxTime = std::fmax(maxTime, r.time);
+        }
+    }
+    auto word = [](const std::string &s) { return s.empty() ? std::string("NONE") : s; };
+    std::string out;
+    appendf(out, "%s V%f\n", "BRAK_TAKE", 1.1);
+    appendf(out, "\tFILE_TYPE  : %s\n", "ASCII");
+    appendf(out, "\tTAKE_FILE   : %s\n", word(take.path).c_str());
+    appendf(out, "\tSCENE_NAME  : %s\n", word(take.sceneName).c_str());
+    appendf(out, "\tDRIVER_NAME : %s\n", word(take.driverName).c_str());
+    appendf(out, "\tNUM_DOFS    : %d\n", take.dofCount);
+    appendf(out, "\tMIN_TIME    : %f\n", double(minTime));
+    appendf(out, "\tMAX_TIME    : %f\n", double(maxTime));
+    appendf(out, "\tSTART_TC    : %s\n", timeCode(minTime).c_str());
+    appendf(out, "\tEND_TC      : %s\n", timeCode(maxTime).c_str());
+    appendf(out, "\tDOF_GROUPED : %s\n", "TRUE");
+    appendf(out, "\tDOF_COUNTED : %s\n", "TRUE");
+    out += "START-OF-DATA\n";
+    for (const TakeRecord &r : take.records)
+        appendf(out, "%f %d %d %f\n", double(r.time), r.dof, r.count, double(r.value));
+    out += "END-OF-DATA\n";
+    return out;
+}
+
+bool takeWrite(const Take &take) {
+    FILE *f = fopen(take.path.c_str(), "w");
+    if (!f) return false;
+    std::string text = takeText(take);
+    bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();
+    return fclose(f) == 0 && ok;
+}
+
+}  // namespace bwkit

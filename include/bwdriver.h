@@ -102,8 +102,10 @@ typedef struct BW_DriverArgs {
   int run;                 /* "-BW_RUN" was given */
   const char *recordFile;  /* "-record" file, or null */
   const char *mode;        /* "-mode" word (BROAD_LOCAL, LOCAL_SERVER, LISTEN), or null */
-  int restCount;           /* the words the kit did not take, in order */
+  int restCount;           /* the words the kit did not take, in order: the driver's own */
   char **rest;             /* points into argv */
+  int modeCount;           /* words after the "-mode" word: host, port... */
+  char **modeWords;        /* points into argv */
 } BW_DriverArgs;
 
 /* The driver: its name, its DOFs and its callbacks. */

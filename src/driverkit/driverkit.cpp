@@ -291,12 +291,14 @@ int driverParseArgs(int argc, char **argv, BW_DriverArgs *args) {
                 fprintf(stderr, "%s: '%s' needs an argument\n", argv[0], argv[i]);
                 return 0;
             }
-            if (argv[i][1] == 'r') args->recordFile = argv[i + 1];
-            else args->mode = argv[i + 1];
-            ++i;
-            // The network modes carry their words to the end of the line.
-            if (args->mode && argv[i] == args->mode) {
-                for (++i; i < argc; ++i) args->rest[out++] = argv[i];
+            if (argv[i][1] == 'r') {
+                args->recordFile = argv[++i];
+            } else {
+                // The network modes carry their words to the end of the line.
+                args->mode = argv[++i];
+                args->modeWords = argv + i + 1;
+                args->modeCount = argc - i - 1;
+                break;
             }
         } else {
             args->rest[out++] = argv[i];

@@ -121,6 +121,8 @@ typedef struct BW_DriverDesc {
 } BW_DriverDesc;
 
 /* Takes "-BW_RUN", "-record file", "-mode ..." out of argv; other words go to `rest`.
+ * The driver's own words are moved to the front of argv, after argv[0], so parse
+ * once and pass the result to driverRun.
  * Returns 1, or 0 with a message on standard error when a word lacks its argument. */
 int driverParseArgs(int argc, char **argv, BW_DriverArgs *args);
 
@@ -135,8 +137,10 @@ BW_Driver *driverInitArena(const BW_DriverDesc *desc, const BW_DriverArgs *args,
  * outputs, gives the turn back. Returns 1 to go on, 0 when the run is over. */
 int driverTurn(BW_Driver *drv);
 
-/* The driver's loop: parse, init, turn until stopped (command stop, SIGTERM, the
- * viewer gone), close. Returns the process exit code. */
+/* The driver's loop: init, turn until stopped (command stop, SIGTERM, the viewer
+ * gone, abort), close. Returns the process exit code: 0, or 1 when it cannot attach. */
+int driverRun(const BW_DriverDesc *desc, const BW_DriverArgs *args);
+/* driverParseArgs then driverRun; 2 on a bad command line. */
 int driverMain(int argc, char **argv, const BW_DriverDesc *desc);
 
 /* Writes the take if one is open and unmaps the arena. */

@@ -418,19 +418,25 @@ void driverClose(BW_Driver *d) {
     delete d;
 }
 
-int driverMain(int argc, char **argv, const BW_DriverDesc *desc) {
-    BW_DriverArgs args;
-    if (!driverParseArgs(argc, argv, &args)) return 2;
+int driverRun(const BW_DriverDesc *desc, const BW_DriverArgs *args) {
+    // The viewer stops a driver with SIGTERM: the turn's wait sees it and the
+    // take is written before the exit. No SA_RESTART, so the wait is woken.
     struct sigaction sa{};
     sa.sa_handler = onTerm;
     sigemptyset(&sa.sa_mask);
     sigaction(SIGTERM, &sa, nullptr);
-    BW_Driver *d = driverInit(desc, &args);
+    BW_Driver *d = driverInit(desc, args);
     if (!d) return 1;
     while (driverTurn(d)) {
     }
     driverClose(d);
     return 0;
+}
+
+int driverMain(int argc, char **argv, const BW_DriverDesc *desc) {
+    BW_DriverArgs args;
+    if (!driverParseArgs(argc, argv, &args)) return 2;
+    return driverRun(desc, &args);
 }
 
 int driverSetDofValue(BW_Driver *d, int dof, float value) {

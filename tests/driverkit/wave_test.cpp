@@ -6,6 +6,9 @@
 #include <time.h>
 
 #include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <cmath>
 #include <numbers>
 #include <thread>
@@ -117,6 +120,57 @@ TEST(WaveDriver, ValuesFollowTheirTimeAndTheGain) {
     // Its slots were all the driver wrote.
     EXPECT_EQ(arena.written(int(kFirst) + 6), 0u);
     EXPECT_EQ(arena.u32(268), 0u);
+}
+
+// Lines of the take between START-OF-DATA and END-OF-DATA, as (time, dof, count, value).
+struct Record {
+    double time, value;
+    int dof, count;
+};
+std::vector<Record> takeRecords(const std::string &path) {
+    std::ifstream in(path);
+    std::string line;
+    std::vector<Record> out;
+    bool data = false;
+    while (std::getline(in, line)) {
+        if (line == "START-OF-DATA") data = true;
+        else if (line == "END-OF-DATA") break;
+        else if (data) {
+            Record r{};
+            if (sscanf(line.c_str(), "%lf %d %d %lf", &r.time, &r.dof, &r.count, &r.value) == 4) out.push_back(r);
+        }
+    }
+    return out;
+}
+
+TEST(WaveDriver, RecordsTheTakeItIsTold) {
+    TestArena arena;
+    std::string dir = arena.dir() + "/t.CHD/TAKE.0003";
+    std::filesystem::create_directories(dir);
+    std::string file = dir + "/wave.01.chd";
+    arena.startDriver(kIndex, kFirst, 6, kSemA, kSemB);
+    pid_t pid = startWave(arena, {"-BW_RUN", "-record", file, "-frequency", "2", "-amplitude", "3", "-phase",
+                                  "30", "-seed", "7"});
+    ASSERT_TRUE(waitHandshake(arena, pid));
+    arena.u32(556) = 3;
+    for (int turn = 0; turn < 5; ++turn) {
+        ASSERT_TRUE(takeTurn(arena));
+        if (turn == 1) arena.command(14, kIndex);
+        if (turn == 3) arena.command(15, kIndex);
+        sem_post(arena.sem(kSemA));
+    }
+    ASSERT_TRUE(takeTurn(arena));
+    arena.command(8, kIndex);
+    sem_post(arena.sem(kSemA));
+    ASSERT_EQ(waitExit(pid), 0);
+    // Samples 2 and 3 of the driver, five inputs each, at "%f" precision.
+    std::vector<Record> records = takeRecords(file);
+    ASSERT_EQ(records.size(), 10u);
+    for (size_t i = 0; i < records.size(); ++i) {
+        EXPECT_EQ(records[i].dof, int(i % 5));
+        EXPECT_EQ(records[i].count, 2 + int(i / 5));
+        EXPECT_NEAR(records[i].value, expected(records[i].dof, records[i].time), 2e-5) << i;
+    }
 }
 
 TEST(WaveDriver, EndsOnTheStopSignal) {

@@ -64,5 +64,5 @@ int main(int argc, char **argv) {
     desc.directions = directions;
     desc.sample = sample;
     desc.user = &state;
-    return driverMain(argc, argv, &desc);
+    return driverRun(&desc, &args);
 }

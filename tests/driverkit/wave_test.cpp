@@ -176,11 +176,17 @@ TEST(WaveDriver, RecordsTheTakeItIsTold) {
 TEST(WaveDriver, EndsOnTheStopSignal) {
     TestArena arena;
     arena.startDriver(kIndex, kFirst, 6, kSemA, kSemB);
-    pid_t pid = startWave(arena, {"-BW_RUN"});
+    std::string file = arena.dir() + "/wave.01.chd";
+    pid_t pid = startWave(arena, {"-BW_RUN", "-record", file});
     ASSERT_TRUE(waitHandshake(arena, pid));
-    ASSERT_TRUE(takeTurn(arena));  // the driver now waits for its turn
+    ASSERT_TRUE(takeTurn(arena));
+    arena.command(14, kIndex);  // in the viewer's turn: the driver's next sample records
+    sem_post(arena.sem(kSemA));
+    ASSERT_TRUE(takeTurn(arena));  // the driver now waits for its turn, recording
     kill(pid, SIGTERM);
     EXPECT_EQ(waitExit(pid), 0);
+    // The take open at the signal is written, not lost.
+    EXPECT_EQ(takeRecords(file).size(), 5u);
 }
 
 TEST(WaveDriver, RefusesToRunWithoutAnArena) {

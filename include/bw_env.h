@@ -34,7 +34,12 @@
     ENV_VAR(DEBUG_CULLING, "first letter Y: print a line per culling decision") \
     ENV_VAR(HOME, "home directory for a leading ~ in a database path") \
     ENV_VAR(USER, "user named in a database lock file") \
-    ENV_VAR(LOGNAME, "user named in a lock file when USER is unset")
+    ENV_VAR(LOGNAME, "user named in a lock file when USER is unset") \
+    ENV_VAR(BW_CHNLDRIVER, "directory of the channel driver executables and their .drv files") \
+    ENV_VAR(BW_DRIVER_TIMEOUT, "seconds a starting driver has to answer; below 1 or unset: 7") \
+    ENV_VAR(BW_CHNL_ARENA_NAME, "set for drivers: path of the shared arena file of the run") \
+    ENV_VAR(CHNL_BUFFER_FILE, "set for drivers: temporary file of the run") \
+    ENV_VAR(TMPDIR, "directory of the arena and temporary files; /tmp when unset")
 // clang-format on
 
 enum EnvVar {

@@ -1,0 +1,279 @@
+// Channels: the drivers of a scene with their degrees of freedom (DOFs), the
+// connections from DOFs to element parameters, and the shared arena through
+// which the driver processes and the viewer exchange values.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// ---------------------------------------------------------------------------
+// Channel model
+
+constexpr int CHANNEL_MAX_DRIVERS = 32;    // rows of the driver table of a run
+constexpr int CHANNEL_SLOT_COUNT = 1000;   // channel slots of the shared block
+constexpr float CHANNEL_DOF_MAXIMUM = 9999.0f;   // default upper bound (bits 0x461C3C00)
+constexpr float CHANNEL_DOF_MINIMUM = -9999.0f;  // default lower bound (bits 0xC61C3C00)
+
+enum ChannelDirection : int32_t {
+    CHANNEL_DIR_NONE = 0,    // neither
+    CHANNEL_DIR_INPUT = 1,   // `I`: written by the driver
+    CHANNEL_DIR_OUTPUT = 2,  // `O`: written by the viewer
+};
+
+enum ChannelRunMode : int32_t {
+    CHANNEL_RUN_SYNCED = 0,     // takes turns with the viewer
+    CHANNEL_RUN_FREE = 1,       // runs free
+    CHANNEL_RUN_FREQUENCY = 2,  // runs free at a given frequency
+};
+
+// One channel slot of the shared block, and the driver's local copy of it.
+struct ChannelSlot {
+    float value;       // the channel's value
+    float time;        // seconds of the record clock when it was written
+    uint32_t written;  // 1: new from the driver; 2: new from the viewer; 0: taken
+    uint32_t type;     // kind of value, the driver's own
+    uint32_t active;   // 1 when the channel is in use
+};
+static_assert(sizeof(ChannelSlot) == 20);
+
+struct Fcurve;
+
+struct ChannelDof {
+    std::string name;                       // empty: the DOF is called "DOF%d"
+    int32_t direction = CHANNEL_DIR_NONE;   // ChannelDirection
+    uint16_t active = 0;                    // 1 when in use
+    float offset = 0.0f;                    // added after the scale
+    float scale = 1.0f;                     // factor on the raw value
+    Fcurve *curve = nullptr;                // recorded data of the last take, not owned
+    float maximum = CHANNEL_DOF_MAXIMUM;    // upper bound of the value
+    float minimum = CHANNEL_DOF_MINIMUM;    // lower bound of the value
+};
+
+struct ChannelDriver {
+    std::string name;                 // executable's base name
+    std::string directory;            // directory of the executable and its .drv
+    std::string bufferFile;           // data file of the run
+    int32_t dofCount = 0;             // rows in `dofs`
+    std::vector<ChannelDof> dofs;     // its degrees of freedom
+    int32_t errorCount = 0;           // rows in `errors`
+    std::vector<std::string> errors;  // its own error texts (ERROR lines of the .drv)
+    int32_t remote = 0;               // 1: runs on another machine
+    int32_t startChannel = 0;         // first slot in the shared block
+    int32_t pid = -1;                 // process id, -1 when not running
+    void *custom = nullptr;           // custom dialogue of the driver, not owned
+    int32_t runMode = CHANNEL_RUN_SYNCED;  // ChannelRunMode
+    float frequency = 0.0f;           // frames per second in frequency mode, 0 default
+    uint16_t selected = 0;            // takes part in the run
+    uint16_t enabled = 1;             // ON in the setup
+    uint16_t configRead = 0;          // its .drv was read
+    uint16_t readFlag = 0;            // its slots were read in this cycle
+    std::vector<ChannelSlot> slots;   // local copy of its slots, `dofCount` rows
+    std::string remoteHost;           // host of a remote driver
+    std::string recordFile;           // take file of the run
+};
+
+enum ChannelConnectionKind : uint16_t {
+    CHANNEL_CONN_FCURVE = 0,  // input driven by a recorded fcurve
+    CHANNEL_CONN_INPUT = 1,   // DOF drives a parameter
+    CHANNEL_CONN_OUTPUT = 2,  // parameter drives a DOF
+    CHANNEL_CONN_BOTH = 3,    // both ways
+};
+
+struct ChannelConnection {
+    uint16_t active = 1;        // used in a run
+    uint16_t valid = 0;         // its expression compiled
+    uint16_t enabled = 1;       // ON in the setup
+    uint16_t kind = CHANNEL_CONN_INPUT;  // ChannelConnectionKind
+    std::string expression;     // the connection as text (see channelConnectionText)
+    void *tree = nullptr;       // the compiled expression, not owned here
+    int32_t element = -1;       // element index of the driven item
+    void *elementList = nullptr;  // elements the expression reaches
+    int32_t relation = 0;       // id of the parameter
+    int32_t itemType = 0;       // token id of the item kind (MODEL, CAMERA...)
+    Fcurve *fcurve = nullptr;   // recorded data, not owned
+    float lastTime = 0.0f;      // time of the last evaluation
+    int32_t lastKey = 0;        // key found last
+    float nextValue = 0.0f;     // value waiting for its time
+    float nextTime = 0.0f;      // its time
+    void *list = nullptr;       // update list that carries it
+    ChannelConnection *next = nullptr;  // next in the setup's list
+};
+
+struct ChannelSetup {
+    int32_t driverCount = 0;          // drivers in the list
+    int32_t driverMax = 4;            // rows allocated
+    int32_t sync = 2;                 // 2 with DRIVER_SYNC ON, else 1
+    uint32_t debug = 0;               // DRIVER_DEBUG
+    std::vector<ChannelDriver> drivers;  // `driverCount` rows
+    std::string deadList;             // names of dead drivers, comma-separated; empty: none
+    ChannelConnection *connections = nullptr;  // first connection, owned
+    uint16_t fastInput = 1;           // FAST_INPUT is written inverted
+    uint16_t frameRate = 0;           // show the frame rate while running
+    uint16_t timeStamp = 1;           // TIMESTAMP
+    uint16_t recording = 0;           // 1 while a timed record runs
+    uint16_t capture = 1;             // inputs are used
+    uint16_t control = 1;             // outputs are used
+    uint16_t takeEnable = 0;          // take recording is allowed
+    uint16_t takeRecording = 0;       // a take is being written
+    int32_t inputCount = 0;           // input connections in use
+    int32_t outputCount = 0;          // output connections in use
+    char takeDir[256] = "\\temp";     // take directory
+    char takeName[256] = "default";   // take name
+    int32_t takeNumber = 1;           // number of the next take
+    int32_t lastTake = -1;            // last used
+    void *mainList[3] = {};           // main update list of the run
+    void *hiPriorityList[3] = {};     // high-priority update list of the run
+};
+
+// A setup with the defaults and room for `maxDrivers` drivers.
+ChannelSetup *channelSetupCreate(int maxDrivers);
+// The current scene's setup, made with the default driver "mouse" when the
+// scene has none; null when it cannot be made.
+ChannelSetup *channelSetupInit();
+ChannelSetup *channelSetupCopy(const ChannelSetup *setup);  // deep copy
+void channelSetupFree(ChannelSetup *setup);                  // setup and its connections
+// Merges `second` into `first`, which it returns; see the messages in the code.
+ChannelSetup *channelSetupMerge(ChannelSetup *first, const ChannelSetup *second);
+// True for a setup without drivers, or with only "mouse" and no connections.
+bool channelSetupIsEmpty(const ChannelSetup *setup);
+
+// Appends a driver and returns its index, or -1 when the setup is full.
+int channelSetupAddDriver(ChannelSetup *setup, const ChannelDriver &driver);
+// Appends a connection at the end of the list and returns it.
+ChannelConnection *channelSetupAddConnection(ChannelSetup *setup, int kind, const char *expression);
+
+// Driver and DOF of the names "name" or "name_n" (n-th instance of the same
+// executable, counted from 1 after the first) and "dofname" or "DOF%d".
+// 1 on success, 0 otherwise.
+int channelDofLookup(const ChannelSetup *setup, const char *driverName, const char *dofName,
+                     int *driver, int *dof);
+// The reverse: names of a driver's DOF, each up to 1024 bytes.
+int channelDofNames(const ChannelSetup *setup, int driver, int dof, char *driverName,
+                    char *dofName);
+
+// Directory of the driver executables: BW_CHNLDRIVER, else the installed one
+// when it can be read (with a warning), else null.
+const char *channelDriverDirectory();
+constexpr const char *CHANNEL_DEFAULT_DRIVER_DIR = "/usr/brackwood/chnlDriver/bin";
+
+// Reads `<directory>/<name>.drv` into the driver's DOFs and errors, after
+// checking that the executable `<directory>/<name>` is there. 1 on success.
+int driverFileRead(const char *directory, const char *name, ChannelDriver *driver);
+
+// Connections as text. Empty items are written "NONE"; `channel` is driver.dof.
+// Input: "%s%s.%s = %.12g * CHN %s + %.12g"; output: "CHN %s = %.12g * %s%s.%s + %.12g".
+struct ChannelConnectionParts {
+    std::string prefix;     // element prefix
+    std::string element;    // element name
+    std::string parameter;  // parameter name
+    std::string channel;    // driver.dof
+    double scale = 1.0;     // factor
+    double offset = 0.0;    // added
+};
+std::string channelConnectionText(int kind, const ChannelConnectionParts &parts);
+// Parses either form; the prefix stays empty (it cannot be told from the name).
+// 1 on success.
+int channelConnectionParse(const char *text, int *kind, ChannelConnectionParts *parts);
+// The destination of a connection: the parameter of an input, the channel of an output.
+std::string channelConnectionDestination(const ChannelConnection &connection);
+
+// Marks the drivers that take part in a run; returns their count.
+int channelSetupSelectDrivers(ChannelSetup *setup);
+
+// ---------------------------------------------------------------------------
+// Shared arena and driver protocol
+
+constexpr uint32_t CHANNEL_COMM_MAGIC = 0x3510cafe;  // written by a driver
+constexpr uint32_t CHANNEL_COMM_VERSION = 3;         // protocol version
+constexpr size_t CHANNEL_ARENA_SIZE = 0x100000;      // bytes of the arena file
+constexpr size_t CHANNEL_SEMA_TABLE_OFFSET = 0x8000;  // first semaphore in the arena
+constexpr size_t CHANNEL_SEMA_SIZE = 32;              // bytes of one semaphore
+constexpr int CHANNEL_SEMA_COUNT = 2 * CHANNEL_MAX_DRIVERS;  // rows of the semaphore table
+
+// Values of `command`.
+enum ChannelCommand : uint32_t {
+    CHANNEL_CMD_NONE = 0,
+    CHANNEL_CMD_PAUSE = 3,
+    CHANNEL_CMD_RUN = 4,
+    CHANNEL_CMD_REFINE = 5,
+    CHANNEL_CMD_REFINE_DATA = 6,
+    CHANNEL_CMD_STOP = 8,
+    CHANNEL_CMD_RECORD_ON = 14,
+    CHANNEL_CMD_RECORD_OFF = 15,
+};
+
+// The block shared with the drivers, at offset 0 of the arena file; little-endian.
+struct ChannelComm {
+    uint32_t magic;                   // 0: written by a driver, 0x3510cafe
+    uint32_t version;                 // 4: written by a driver, must be 3
+    char driverVersionText[256];      // 8: the driver's version text
+    uint32_t command;                 // 264: ChannelCommand
+    uint32_t errorFlags;              // 268: 2 fatal, 4 text from the common table
+    uint32_t errorNumber;             // 272: number of the error
+    uint32_t errorDriver;             // 276: driver index of the error
+    uint16_t clockRunning;            // 280: 1 after the record clock starts
+    uint16_t pad0;                    // 282
+    uint32_t startSeconds;            // 284: wall clock at start, seconds
+    uint32_t startMicroseconds;       // 288: and microseconds
+    float recordTime;                 // 292: seconds since the start, kept by the drivers
+    float startTime;                  // 296: scene time at the start
+    char sceneName[256];              // 300: name of the scene
+    uint32_t takeNumber;              // 556: take number
+    uint32_t takeExtra;               // 560: further take word, 0
+    uint32_t driverCount;             // 564: started drivers
+    uint32_t syncFlag;                // 568: 1
+    uint16_t debug;                   // 572: DRIVER_DEBUG of the setup
+    uint16_t pad1;                    // 574
+    uint32_t driverPid;               // 576: written by the starting driver, its pid
+    uint32_t semaphoreA;              // 580: semaphore table index of the driver's first
+    uint32_t semaphoreB;              // 584: and of its second
+    uint16_t syncMode;                // 588: 0 synced, 1 free or frequency
+    uint16_t pad2;                    // 590
+    uint32_t driverIndex;             // 592: driver being started
+    uint32_t firstChannel;            // 596: its first slot
+    uint32_t channelCount;            // 600: its slot count
+    ChannelSlot values[CHANNEL_SLOT_COUNT];       // 604: the channel slots
+    uint32_t channelState[CHANNEL_SLOT_COUNT];    // 20604: 0 idle, 1 asked for, 2 held
+    int32_t channelCounter[CHANNEL_SLOT_COUNT];   // 24604: points ready
+    uint16_t abort;                   // 28604: set: the viewer no longer takes the lock
+    uint16_t pad3;                    // 28606
+    uint32_t frequency;               // 28608: frames per second in frequency mode
+    uint16_t commandPending[CHANNEL_MAX_DRIVERS];  // 28612: per driver, a new command waits
+};
+
+// Viewer-side row of a started driver.
+struct ChannelCommDriver {
+    std::atomic<int32_t> semaphoreIndex{-1};  // pair in the semaphore table, -1: not started
+    std::atomic<uint32_t> holdsLock{0};       // 1: the viewer has the driver's turn
+    std::atomic<uint32_t> inSync{1};          // 1: takes turns
+    std::atomic<uint32_t> state{1};           // 0 running, 1 not started, 2 dead
+    std::atomic<int32_t> pidfd{-1};           // process descriptor, -1 none
+};
+enum ChannelDriverState : uint32_t { CHANNEL_DRV_RUNNING = 0, CHANNEL_DRV_NOT_STARTED = 1,
+                                     CHANNEL_DRV_DEAD = 2 };
+
+// Creates the arena file, the block and, with `syncWanted`, a semaphore pair for
+// each of `driverCount` drivers. 1 on success.
+int commInit(int syncWanted, int driverCount, int debug);
+// Destroys the semaphores, unmaps and deletes the arena file. 1 on success.
+int commClose();
+ChannelComm *commBlock();                  // the mapped block, null outside a run
+const char *commArenaPath();               // path of the arena file, empty outside a run
+ChannelCommDriver *commDriver(int index);  // row of the driver table, null out of range
+
+// The turn. Each returns 1 when it holds (or gave up) the lock, 0 when it was refused.
+int commGrabDriver(ChannelSetup *setup, int index);
+int commReleaseDriver(ChannelSetup *setup, int index);
+int commLockAll(ChannelSetup *setup);
+int commUnlockAll(ChannelSetup *setup);
+
+// Takes the new input slots of driver `index` into `slots` (count rows from slot `first`).
+int bw_commGetData(ChannelDriver *driver, int index, int first, int count, ChannelSlot *slots);
+// Puts the slots marked 2 (all with `force`) into the block; `written` tells whether any was 2.
+int bw_commSetData(ChannelDriver *driver, int index, int first, int count,
+                   const ChannelSlot *slots, int force, int *written);
+// Sets `command` and the pending word of every started driver.
+void commSetCommand(uint32_t command);

@@ -251,6 +251,7 @@ struct ChannelCommDriver {
     std::atomic<uint32_t> inSync{1};          // 1: takes turns
     std::atomic<uint32_t> state{1};           // 0 running, 1 not started, 2 dead
     std::atomic<int32_t> pidfd{-1};           // process descriptor, -1 none
+    std::atomic<int32_t> pid{-1};             // process id, -1 none
 };
 enum ChannelDriverState : uint32_t { CHANNEL_DRV_RUNNING = 0, CHANNEL_DRV_NOT_STARTED = 1,
                                      CHANNEL_DRV_DEAD = 2 };
@@ -277,3 +278,19 @@ int bw_commSetData(ChannelDriver *driver, int index, int first, int count,
                    const ChannelSlot *slots, int force, int *written);
 // Sets `command` and the pending word of every started driver.
 void commSetCommand(uint32_t command);
+
+// Starts `executable` as driver `index` on the semaphore pair `semaphoreIndex`
+// and waits for its handshake. 1 on success with `pid` set; `timedOut` tells a
+// driver that did not answer in time. A failed driver is stopped.
+int commStartDriver(int index, int semaphoreIndex, const char *executable, int firstChannel,
+                    int channelCount, int *pid, void *custom, ChannelDriver *driver, int *timedOut);
+// Watches the started drivers of `setup` from a thread of its own until
+// commMonitorStop; a driver that ends is reported by channelDriverDied.
+int commMonitorStart(ChannelSetup *setup);
+void commMonitorStop();
+bool commAllDriversDead();  // every started driver has ended
+// Marks driver `index` dead: "Driver %s died - channel run will continue".
+void channelDriverDied(ChannelSetup *setup, int index);
+// Stops every started driver that is not dead: SIGTERM, then SIGKILL after a
+// second. The monitor is stopped first: both reap the processes.
+void commStopDrivers();

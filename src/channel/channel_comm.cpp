@@ -154,6 +154,7 @@ int commInit(int syncWanted, int driverCount, int debug) {
         row.inSync = 1;
         row.state = CHANNEL_DRV_NOT_STARTED;
         row.pidfd = -1;
+        row.pid = -1;
     }
     return 1;
 }
@@ -167,10 +168,12 @@ int commClose() {
     ok &= munmap(arena.base, CHANNEL_ARENA_SIZE) == 0;
     arena.base = nullptr;
     ok &= unlink(arena.path) == 0;
+    commRemoveBufferFiles();
     arena.path[0] = 0;
     for (ChannelCommDriver &row : driverTable) {
         if (row.pidfd >= 0) close(row.pidfd);
         row.pidfd = -1;
+        row.pid = -1;
         row.semaphoreIndex = -1;
         row.state = CHANNEL_DRV_NOT_STARTED;
     }
@@ -180,6 +183,7 @@ int commClose() {
 int commGrabDriver(ChannelSetup *, int index) {
     if (!arena.base || index < 0 || index >= CHANNEL_MAX_DRIVERS) return 0;
     ChannelCommDriver &row = driverTable[index];
+    if (row.state == CHANNEL_DRV_DEAD) return 0;
     if (row.semaphoreIndex < 0 || !row.inSync) return 1;  // a driver that runs free has no turn
     if (row.holdsLock) return 1;
     if (block()->abort || arena.commMode != 1) return 0;
@@ -302,6 +306,7 @@ int commAwaitDriver(int index, const char *baseName, uint32_t pid, int pidfd, in
     row.holdsLock = comm->syncMode;
     row.inSync = comm->syncMode == 0;
     row.pidfd = pidfd;
+    row.pid = static_cast<int32_t>(pid);
     row.state = CHANNEL_DRV_RUNNING;
     if (comm->syncMode == 0) return commGrabDriver(nullptr, index);
     return 1;

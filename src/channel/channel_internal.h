@@ -14,3 +14,5 @@ int commDriverTimeout();
 // `timedOut` is set when the time ran out. `pidfd` (or -1) ends the wait early
 // when the process ends, and is kept by the driver's row on success.
 int commAwaitDriver(int index, const char *baseName, uint32_t pid, int pidfd, int *timedOut);
+// Removes the temporary files handed to the drivers of the run.
+void commRemoveBufferFiles();

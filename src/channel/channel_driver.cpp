@@ -80,6 +80,22 @@ bool makeBufferFile(ChannelDriver *driver) {
     return true;
 }
 
+// Port of the broadcast form: `<executable>.brd` beside the executable,
+// "BRAK-BROADCAST" then this host's name and a port. -1 when there is none.
+int broadcastPort(const char *executable, const std::string &name) {
+    FILE *f = fopen((std::string(executable) + ".brd").c_str(), "r");
+    if (!f) return -1;
+    char word[1024] = {}, host[1024] = {}, here[1024] = {};
+    int port = -1;
+    const bool ok = fscanf(f, "%1023s", word) == 1 && strcmp(word, "BRAK-BROADCAST") == 0 &&
+                    fscanf(f, "%1023s\n%d", host, &port) == 2 && gethostname(here, sizeof here - 1) == 0 &&
+                    strcmp(host, here) == 0;
+    fclose(f);
+    if (!ok) return -1;
+    fprintf(stderr, "%s: Broadcast/Local active on port%d\n", name.c_str(), port);
+    return port;
+}
+
 void watch() {
     for (;;) {
         std::vector<pollfd> fds{{monitor.stopFd, POLLIN, 0}};
@@ -145,6 +161,12 @@ int commStartDriver(int index, int semaphoreIndex, const char *executable, int f
     if (driver && !driver->recordFile.empty()) {
         words.push_back("-record");
         words.push_back(driver->recordFile);
+    }
+    const int port = driver && driver->remote ? -1 : broadcastPort(executable, name);
+    if (port >= 0) {
+        words.push_back("-mode");
+        words.push_back("BROAD_LOCAL");
+        words.push_back(std::to_string(port));
     }
     std::vector<char *> argv;
     for (std::string &w : words) argv.push_back(w.data());

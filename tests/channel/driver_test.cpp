@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -22,6 +23,13 @@ struct DriverRun {
     }
     int ok;
 };
+
+std::string commandLine(const std::string &bufferFile) {
+    std::ifstream in(bufferFile);
+    std::string line;
+    std::getline(in, line);
+    return line;
+}
 
 bool waitFor(bool (*done)()) {
     for (int i = 0; i < 50 && !done(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -52,12 +60,30 @@ TEST(ChannelDriver, StartsTakesTurnsAndStops) {
         commUnlockAll(nullptr);
         ASSERT_EQ(commLockAll(nullptr), 1);
         buffer = drv.bufferFile;
-        std::ifstream in(buffer);
-        std::string text;
-        in >> text;
-        EXPECT_EQ(text, "ok");  // the driver found its file in CHNL_BUFFER_FILE
+        EXPECT_EQ(commandLine(buffer), "-BW_RUN");  // the driver found its file in CHNL_BUFFER_FILE
     }
     EXPECT_NE(access(buffer.c_str(), F_OK), 0);
+}
+
+TEST(ChannelDriver, TakeFileAndBroadcastFormOnTheCommandLine) {
+    bwtest::TempDir tmp;
+    bwtest::ScopedEnv mode("FAKE_DRIVER_MODE", "ok");
+    const std::string exe = tmp / "tracker";
+    std::filesystem::copy_file(FAKE_DRIVER, exe);
+    char host[1024] = {};
+    gethostname(host, sizeof host - 1);
+    tmp.write("tracker.brd", std::string("BRAK-BROADCAST\n") + host + "\n5000\n");
+    DriverRun run(1);
+    ASSERT_EQ(run.ok, 1);
+    ChannelDriver drv;
+    drv.recordFile = tmp / "take.chd";
+    int pid = 0, timedOut = -1;
+    bwtest::StreamCapture err(stderr);
+    ASSERT_EQ(commStartDriver(0, 0, exe.c_str(), 0, 1, &pid, nullptr, &drv, &timedOut), 1);
+    EXPECT_EQ(err.text(), "tracker: Broadcast/Local active on port5000\n");
+    commUnlockAll(nullptr);
+    ASSERT_EQ(commLockAll(nullptr), 1);  // a turn later the driver has written its file
+    EXPECT_EQ(commandLine(drv.bufferFile), "-BW_RUN -record " + tmp / "take.chd" + " -mode BROAD_LOCAL 5000");
 }
 
 TEST(ChannelDriver, MissingNotExecutableAndSilentDrivers) {

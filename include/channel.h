@@ -135,7 +135,10 @@ ChannelSetup *channelSetupCreate(int maxDrivers);
 ChannelSetup *channelSetupInit();
 ChannelSetup *channelSetupCopy(const ChannelSetup *setup);  // deep copy
 void channelSetupFree(ChannelSetup *setup);                  // setup and its connections
-// Merges `second` into `first`, which it returns; see the messages in the code.
+// Merges `second` into `first`, which it returns. An empty side yields to the
+// other; a driver in both keeps the first's copy, or comes in as a further
+// instance when its channels differ; a connection of `second` whose destination
+// the first already drives is dropped with a warning.
 ChannelSetup *channelSetupMerge(ChannelSetup *first, const ChannelSetup *second);
 // True for a setup without drivers, or with only "mouse" and no connections.
 bool channelSetupIsEmpty(const ChannelSetup *setup);

@@ -192,20 +192,20 @@ int channelSetupSelectDrivers(ChannelSetup *setup);
 constexpr uint32_t CHANNEL_COMM_MAGIC = 0x3510cafe;  // written by a driver
 constexpr uint32_t CHANNEL_COMM_VERSION = 3;         // protocol version
 constexpr size_t CHANNEL_ARENA_SIZE = 0x100000;      // bytes of the arena file
-constexpr size_t CHANNEL_SEMA_TABLE_OFFSET = 0x8000;  // first semaphore in the arena
+constexpr size_t CHANNEL_SEMA_TABLE_OFFSET = 28736;  // first semaphore: the block's end rounded up to 64
 constexpr size_t CHANNEL_SEMA_SIZE = 32;              // bytes of one semaphore
 constexpr int CHANNEL_SEMA_COUNT = 2 * CHANNEL_MAX_DRIVERS;  // rows of the semaphore table
 
 // Values of `command`.
 enum ChannelCommand : uint32_t {
-    CHANNEL_CMD_NONE = 0,
-    CHANNEL_CMD_PAUSE = 3,
-    CHANNEL_CMD_RUN = 4,
-    CHANNEL_CMD_REFINE = 5,
-    CHANNEL_CMD_REFINE_DATA = 6,
-    CHANNEL_CMD_STOP = 8,
-    CHANNEL_CMD_RECORD_ON = 14,
-    CHANNEL_CMD_RECORD_OFF = 15,
+    COMM_CMD_NONE = 0,
+    COMM_CMD_PAUSE = 3,
+    COMM_CMD_RUN = 4,
+    COMM_CMD_REFINE = 5,
+    COMM_CMD_REFINE_DATA = 6,
+    COMM_CMD_STOP = 8,
+    COMM_CMD_RECORD_ON = 14,
+    COMM_CMD_RECORD_OFF = 15,
 };
 
 // The block shared with the drivers, at offset 0 of the arena file; little-endian.

@@ -37,7 +37,7 @@ struct FakeDriver {
     uint32_t u32(size_t at) const { uint32_t v; memcpy(&v, base + at, 4); return v; }
     void put32(size_t at, uint32_t v) { memcpy(base + at, &v, 4); }
     void putf(size_t at, float v) { memcpy(base + at, &v, 4); }
-    sem_t *sem(uint32_t handle) { return reinterpret_cast<sem_t *>(base + 0x8000 + 32 * handle); }
+    sem_t *sem(uint32_t handle) { return reinterpret_cast<sem_t *>(base + 28736 + 32 * handle); }
 
     // Magic, version and text first, the pid last: the pid says "ready".
     void handshake(uint32_t pid, uint32_t version = 3, const char *text = "") {
@@ -124,7 +124,7 @@ TEST(ChannelComm, HandshakeAndTurnsWithADriverThread) {
     EXPECT_EQ(slots[1].written, 1u);
     EXPECT_EQ(slots[1].type, 7u);
     EXPECT_EQ(commBlock()->values[10].written, 0u);  // taken
-    commSetCommand(CHANNEL_CMD_RUN);
+    commSetCommand(COMM_CMD_RUN);
     EXPECT_EQ(commBlock()->commandPending[0], 1);
     EXPECT_EQ(commBlock()->commandPending[1], 0);
     ASSERT_EQ(commUnlockAll(nullptr), 1);

@@ -17,7 +17,7 @@ static unsigned char *base;
 static uint32_t u32(size_t at) { uint32_t v; memcpy(&v, base + at, 4); return v; }
 static void put32(size_t at, uint32_t v) { memcpy(base + at, &v, 4); }
 static void putf(size_t at, float v) { memcpy(base + at, &v, 4); }
-static sem_t *sem(uint32_t row) { return reinterpret_cast<sem_t *>(base + 0x8000 + 32 * row); }
+static sem_t *sem(uint32_t row) { return reinterpret_cast<sem_t *>(base + 28736 + 32 * row); }
 
 int main(int argc, char **argv) {
     const char *mode = getenv("FAKE_DRIVER_MODE");

@@ -73,6 +73,7 @@ struct ChannelDriver {
     std::vector<ChannelSlot> slots;   // local copy of its slots, `dofCount` rows
     std::string remoteHost;           // host of a remote driver
     std::string recordFile;           // take file of the run
+    std::vector<std::string> arguments;  // its own words, right after the executable on its command line
 };
 
 enum ChannelConnectionKind : uint16_t {
@@ -297,3 +298,12 @@ void channelDriverDied(ChannelSetup *setup, int index);
 // Stops every started driver that is not dead: SIGTERM, then SIGKILL after a
 // second. The monitor is stopped first: both reap the processes.
 void commStopDrivers();
+
+// Driver errors. Text of error `number` of the table common to all drivers, or
+// null out of range.
+const char *channelCommonErrorText(int number);
+// Prints the error a driver has put in the block, if any, as "from %s driver: %s"
+// (its text from the common table or the driver's own ERROR list) or "from %s
+// driver: error number %d", and clears it. A fatal one is an ERROR and returns 1
+// (the run ends); otherwise a WARNING and 0.
+int commCheckDriverError(ChannelSetup *setup);

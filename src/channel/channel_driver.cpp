@@ -168,6 +168,8 @@ int commStartDriver(int index, int semaphoreIndex, const char *executable, int f
         words.push_back("BROAD_LOCAL");
         words.push_back(std::to_string(port));
     }
+    // The driver's own words go first: the network modes take the rest of the line.
+    if (driver) words.insert(words.begin() + 1, driver->arguments.begin(), driver->arguments.end());
     std::vector<char *> argv;
     for (std::string &w : words) argv.push_back(w.data());
     argv.push_back(nullptr);

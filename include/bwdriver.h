@@ -95,6 +95,18 @@ typedef enum {
 } BW_SyncMode;
 #define BW_DRIVER_FREE_RATE 1000 /* samples a second of a free running driver */
 
+/* Types of a take file, the FILE_TYPE word of its header, with their indices. The
+ * kit writes ASCII or BINARY; the two COMPRESS types are read as ASCII. */
+#define BW_TAKE_FILE_TYPES(X)        \
+  X(BW_TAKE_FILE_ASCII, 0, "ASCII")   \
+  X(BW_TAKE_FILE_BINARY, 1, "BINARY") \
+  X(BW_TAKE_FILE_COMPRESS1, 2, "COMPRESS1") \
+  X(BW_TAKE_FILE_COMPRESS2, 3, "COMPRESS2")
+#define BW_X_TAKE_ENUM(name, value, word) name = value,
+typedef enum { BW_TAKE_FILE_TYPES(BW_X_TAKE_ENUM) } BW_TakeFileType;
+#undef BW_X_TAKE_ENUM
+#define BW_TAKE_BINARY_RECORD_SIZE 16 /* bytes of one BINARY record */
+
 typedef struct BW_Driver BW_Driver;
 
 /* What the kit learnt from the driver's command line. */
@@ -106,6 +118,7 @@ typedef struct BW_DriverArgs {
   char **rest;             /* points into argv */
   int modeCount;           /* words after the "-mode" word: host, port... */
   char **modeWords;        /* points into argv */
+  int takeType;            /* "-take_type ASCII|BINARY": BW_TAKE_FILE_ASCII unless given */
 } BW_DriverArgs;
 
 /* The driver: its name, its DOFs and its callbacks. */
@@ -120,7 +133,7 @@ typedef struct BW_DriverDesc {
   void *user;              /* passed to `sample` */
 } BW_DriverDesc;
 
-/* Takes "-BW_RUN", "-record file", "-mode ..." out of argv; other words go to `rest`.
+/* Takes "-BW_RUN", "-record file", "-take_type word", "-mode ..." out of argv; other words go to `rest`.
  * The driver's own words are moved to the front of argv, after argv[0], so parse
  * once and pass the result to driverRun.
  * Returns 1, or 0 with a message on standard error when a word lacks its argument. */

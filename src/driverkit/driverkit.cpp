@@ -200,6 +200,7 @@ void follow(BW_Driver *d, uint32_t cmd) {
             d->take.sceneName = loadText(d, kSceneName, 256);
             d->take.driverName = d->desc.name ? d->desc.name : "driver";
             d->take.dofCount = d->desc.dofCount;
+            d->take.type = d->args.takeType;
             d->takeOpen = true;
         }
         break;
@@ -286,6 +287,14 @@ int driverParseArgs(int argc, char **argv, BW_DriverArgs *args) {
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "-BW_RUN") == 0) {
             args->run = 1;
+        } else if (strcmp(argv[i], "-take_type") == 0) {
+            const char *word = i + 1 < argc ? argv[++i] : "";
+            if (strcmp(word, "ASCII") == 0) args->takeType = BW_TAKE_FILE_ASCII;
+            else if (strcmp(word, "BINARY") == 0) args->takeType = BW_TAKE_FILE_BINARY;
+            else {
+                fprintf(stderr, "%s: '-take_type' needs ASCII or BINARY, not '%s'\n", argv[0], word);
+                return 0;
+            }
         } else if (strcmp(argv[i], "-record") == 0 || strcmp(argv[i], "-mode") == 0) {
             if (i + 1 >= argc) {
                 fprintf(stderr, "%s: '%s' needs an argument\n", argv[0], argv[i]);

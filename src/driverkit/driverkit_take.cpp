@@ -1,7 +1,14 @@
-// The ASCII take file: a header of the take, one line a value, the end mark.
+// The take file: a header of the take, one line (ASCII) or one 16-byte record
+// (BINARY) a value, the end mark.
 #include "driverkit_take.h"
 
+#include "bwdriver.h"
+
+#include <arpa/inet.h>
+
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <cstdarg>
 #include <cstdio>
 
@@ -31,6 +38,31 @@ void appendf(std::string &out, const char *format, ...) {
     out += line;
 }
 
+const char *typeWord(int type) {
+#define BW_X_TAKE_WORD(name, value, word) if (type == value) return word;
+    BW_TAKE_FILE_TYPES(BW_X_TAKE_WORD)
+#undef BW_X_TAKE_WORD
+    return "ASCII";
+}
+
+void append32(std::string &out, uint32_t word) {
+    uint32_t net = htonl(word);
+    out.append(reinterpret_cast<const char *>(&net), 4);
+}
+
+// One BINARY record: u16 DOF, two unused bytes, u32 status, f32 value, f32 time.
+void appendBinary(std::string &out, const TakeRecord &r) {
+    uint16_t dof = htons(uint16_t(r.dof));
+    out.append(reinterpret_cast<const char *>(&dof), 2);
+    out.append(2, '\0');
+    append32(out, uint32_t(r.count));
+    uint32_t bits;
+    memcpy(&bits, &r.value, 4);
+    append32(out, bits);
+    memcpy(&bits, &r.time, 4);
+    append32(out, bits);
+}
+
 }  // namespace
 
 std::string takeText(const Take &take) {
@@ -45,7 +77,7 @@ std::string takeText(const Take &take) {
     auto word = [](const std::string &s) { return s.empty() ? std::string("NONE") : s; };
     std::string out;
     appendf(out, "%s V%f\n", "BRAK_TAKE", 1.1);
-    appendf(out, "\tFILE_TYPE  : %s\n", "ASCII");
+    appendf(out, "\tFILE_TYPE  : %s\n", typeWord(take.type));
     appendf(out, "\tTAKE_FILE   : %s\n", word(take.path).c_str());
     appendf(out, "\tSCENE_NAME  : %s\n", word(take.sceneName).c_str());
     appendf(out, "\tDRIVER_NAME : %s\n", word(take.driverName).c_str());
@@ -58,13 +90,14 @@ std::string takeText(const Take &take) {
     appendf(out, "\tDOF_COUNTED : %s\n", "TRUE");
     out += "START-OF-DATA\n";
     for (const TakeRecord &r : take.records)
-        appendf(out, "%f %d %d %f\n", double(r.time), r.dof, r.count, double(r.value));
+        if (take.type == BW_TAKE_FILE_BINARY) appendBinary(out, r);
+        else appendf(out, "%f %d %d %f\n", double(r.time), r.dof, r.count, double(r.value));
     out += "END-OF-DATA\n";
     return out;
 }
 
 bool takeWrite(const Take &take) {
-    FILE *f = fopen(take.path.c_str(), "w");
+    FILE *f = fopen(take.path.c_str(), "wb");
     if (!f) return false;
     std::string text = takeText(take);
     bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();

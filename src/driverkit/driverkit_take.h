@@ -18,10 +18,12 @@ struct Take {
     std::string sceneName;           // the viewer's scene name, from the arena
     std::string driverName;          // the driver's name
     int dofCount = 0;                // DOFs of the driver
+    int type = 0;                    // BW_TAKE_FILE_ASCII or BW_TAKE_FILE_BINARY
     std::vector<TakeRecord> records; // in the order they were written
 };
 
-// Text of the take file: header, records, end mark.
+// Bytes of the take file: header, records (lines, or 16-byte records in network
+// order for a BINARY take), end mark.
 std::string takeText(const Take &take);
 // Writes takeText to take.path; false when the file cannot be written.
 bool takeWrite(const Take &take);

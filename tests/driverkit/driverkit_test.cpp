@@ -300,3 +300,84 @@ TEST_F(KitTest, RecordOnAndOffWriteTheTakeFile) {
 }
 
 }  // namespace
+
+namespace {
+
+// A BINARY take read with a parser of its own: header lines to START-OF-DATA,
+// then 16-byte records in network order (u16 DOF, 2 unused, u32 status, f32 value,
+// f32 time), then the END-OF-DATA line.
+struct BinRecord {
+    uint16_t dof;
+    uint32_t status;
+    float value, time;
+};
+
+uint32_t be32(const std::string &b, size_t at) {
+    return uint32_t(uint8_t(b[at])) << 24 | uint32_t(uint8_t(b[at + 1])) << 16 |
+           uint32_t(uint8_t(b[at + 2])) << 8 | uint32_t(uint8_t(b[at + 3]));
+}
+
+float beFloat(const std::string &b, size_t at) {
+    uint32_t bits = be32(b, at);
+    float f;
+    memcpy(&f, &bits, 4);
+    return f;
+}
+
+TEST_F(KitTest, TakeTypeBinaryWritesSixteenByteRecordsInNetworkOrder) {
+    std::string file = arena.dir() + "/bin.00.chd";
+    char prog[] = "probe", run[] = "-BW_RUN", rec[] = "-record", type[] = "-take_type", bin[] = "BINARY";
+    char *argv[] = {prog, run, rec, file.data(), type, bin, nullptr};
+    ASSERT_EQ(driverParseArgs(6, argv, &args), 1);
+    EXPECT_EQ(args.takeType, BW_TAKE_FILE_BINARY);
+    EXPECT_EQ(args.restCount, 0);
+    attach();
+    arena.command(14, kIndex);
+    ASSERT_EQ(driverTurn(drv), 1);  // sample 0 recorded
+    viewerTurn();
+    float t0 = arena.time(int(kFirst));
+    ASSERT_EQ(driverTurn(drv), 1);  // sample 1 recorded
+    viewerTurn();
+    float t1 = arena.time(int(kFirst));
+    arena.command(15, kIndex);
+    ASSERT_EQ(driverTurn(drv), 1);
+
+    std::string bytes = readFile(file);
+    EXPECT_EQ(bytes.substr(0, 41), "BRAK_TAKE V1.100000\n\tFILE_TYPE  : BINARY\n");
+    size_t data = bytes.find("START-OF-DATA\n");
+    ASSERT_NE(data, std::string::npos);
+    data += 14;
+    const std::string end = "END-OF-DATA\n";
+    ASSERT_GE(bytes.size(), data + end.size());
+    EXPECT_EQ(bytes.substr(bytes.size() - end.size()), end);
+    size_t dataBytes = bytes.size() - end.size() - data;
+    ASSERT_EQ(dataBytes, 6u * 16u);  // two samples of three inputs
+    std::vector<BinRecord> records;
+    for (size_t at = data; at < data + dataBytes; at += 16) {
+        BinRecord r;
+        r.dof = uint16_t(uint8_t(bytes[at]) << 8 | uint8_t(bytes[at + 1]));
+        EXPECT_EQ(bytes[at + 2], 0);
+        EXPECT_EQ(bytes[at + 3], 0);
+        r.status = be32(bytes, at + 4);
+        r.value = beFloat(bytes, at + 8);
+        r.time = beFloat(bytes, at + 12);
+        records.push_back(r);
+    }
+    for (size_t i = 0; i < records.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(records[i].dof, i % 3);
+        EXPECT_EQ(records[i].status, i / 3);  // the sample number
+        EXPECT_FLOAT_EQ(records[i].value, float(i / 3) + float(i % 3) / 10.0f);
+        EXPECT_EQ(records[i].time, i < 3 ? t0 : t1);
+    }
+}
+
+TEST_F(KitTest, TakeTypeOtherThanAsciiOrBinaryIsRefused) {
+    char prog[] = "probe", type[] = "-take_type", word[] = "COMPRESS1";
+    char *argv[] = {prog, type, word, nullptr};
+    bwtest::OutputCapture cap;
+    EXPECT_EQ(driverParseArgs(3, argv, &args), 0);
+    EXPECT_EQ(cap.err.text(), "probe: '-take_type' needs ASCII or BINARY, not 'COMPRESS1'\n");
+}
+
+}  // namespace

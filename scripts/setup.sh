@@ -9,7 +9,8 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 
 packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           libx11-dev libgl1-mesa-dev libglu1-mesa-dev libpng-dev
-          xvfb xauth xdotool clang libclang-rt-14-dev)
+          xvfb xauth xdotool clang libclang-rt-14-dev
+          libevdev-dev liblo-dev liblo-tools libasound2-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

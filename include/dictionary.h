@@ -660,6 +660,15 @@ struct RelData {
 };
 const RelDataFamily *relDataFamilyOf(int32_t relid);  // null: the relation carries no data
 RelData *relDataNew(int32_t relid);  // record with defaults, or null
+// Instance (row) of relation 20010 that an expression between the two chapters
+// stands for: the row named by its data's first word, or the first that fits.
+int relExpressionInstance(const RelationDict *table, const RelData *data, int srcChapter,
+                          int dstChapter);
+// Adds an expression relation (20010) as a scene file does: the row of
+// `instance` (0: relExpressionInstance) gives groups and rank, and a negative
+// serial takes a new one. The dictionary takes `data` on success. 1 or 0.
+int relAddExpression(Dictionary *dict, const RelationDict *table, int srcChapter, int32_t src,
+                     int dstChapter, int32_t dst, int instance, int32_t serial, RelData *data);
 // After RELDATA: reads the pairs; the stream stands behind EndOfRELDATA, or
 // the foreign token is left in g_token. Null when the relation has no data kind.
 RelData *relDataRead(FILE *stream, int32_t relid, int *foreignToken);

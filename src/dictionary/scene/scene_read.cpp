@@ -236,6 +236,28 @@ int expressionInstance(const RelationDict *table, const RelData *data, int srcCh
     return instanceFor(table, REL_EXPRESSION, srcChapter, dstChapter);
 }
 
+}  // namespace
+
+int relExpressionInstance(const RelationDict *table, const RelData *data, int srcChapter,
+                          int dstChapter) {
+    return expressionInstance(table ? table : &g_relationDict, data, srcChapter, dstChapter);
+}
+
+int relAddExpression(Dictionary *dict, const RelationDict *table, int srcChapter, int32_t src,
+                     int dstChapter, int32_t dst, int instance, int32_t serial, RelData *data) {
+    if (!table) table = &g_relationDict;
+    if (instance <= 0) instance = expressionInstance(table, data, srcChapter, dstChapter);
+    int16_t grpFrom = 0, grpTo = 0, rk = 0;
+    if (!relRowInstance(table, REL_EXPRESSION, instance, nullptr, nullptr, &grpFrom, &grpTo, &rk,
+                        nullptr))
+        return 0;
+    if (serial < 0) serial = relNewSerial();
+    return relAddFull(dict, table, srcChapter, dstChapter, grpFrom, grpTo, src, dst, REL_EXPRESSION,
+                      serial, rk, data);
+}
+
+namespace {
+
 struct RelStatement {
     int srcChapter;
     int dstChapter;
@@ -272,8 +294,8 @@ void addRelation(Dictionary *dict, const RelationDict *table, RelStatement &st, 
     int ok = 0;
     if (relid == REL_EXPRESSION) {
         if (st.serial < 0) st.serial = relNewSerial();
-        ok = relAddFull(dict, table, st.srcChapter, st.dstChapter, grpFrom, grpTo, st.src, st.dst,
-                        relid, st.serial, rk, st.data);
+        ok = relAddExpression(dict, table, st.srcChapter, st.src, st.dstChapter, st.dst, instance,
+                              st.serial, st.data);
     } else if ((relid == 246 || relid == 247) && version >= kSerialDeformVersion) {
         if (st.serial < 0) st.serial = relNewSerial();
         ok = relAddFull(dict, table, st.srcChapter, st.dstChapter, RELGR_GEOM, RELGR_GEOM, st.src,

@@ -127,6 +127,7 @@ struct ChannelSetup {
     int32_t lastTake = -1;            // last used
     void *mainList[3] = {};           // main update list of the run
     void *hiPriorityList[3] = {};     // high-priority update list of the run
+    uint16_t cycle = 0;               // 1: the connections close a dependency cycle
 };
 
 // A setup with the defaults and room for `maxDrivers` drivers.
@@ -183,6 +184,57 @@ std::string channelConnectionText(int kind, const ChannelConnectionParts &parts)
 int channelConnectionParse(const char *text, int *kind, ChannelConnectionParts *parts);
 // The destination of a connection: the parameter of an input, the channel of an output.
 std::string channelConnectionDestination(const ChannelConnection &connection);
+
+// How a driver is reached: the `remote` word of ChannelDriver.
+enum ChannelRemoteMode : int32_t {
+    CHANNEL_DRIVER_LOCAL = 0,   // runs here (broadcast form when its .brd says so)
+    CHANNEL_DRIVER_REMOTE = 1,  // its local part serves the one on `remoteHost`
+    CHANNEL_DRIVER_LISTEN = 2,  // listens to the host and port of its .brd
+};
+
+// ---------------------------------------------------------------------------
+// The channels chapter and the dependency check
+
+struct Dictionary;
+
+// Data record of a driver's element in the channels chapter.
+struct ChannelDriverRecord {
+    ChannelSetup *setup;  // setup that holds the driver
+    int32_t driver;       // its index in the setup
+};
+// Element name of a driver in the channels chapter: "CHN %.80s".
+std::string channelDriverElementName(const char *driverName);
+// Gives every driver of `setup` an element of the channels chapter, after
+// letting the chapter's old elements go. Number of elements made.
+int channelChapterMake(Dictionary *dict, ChannelSetup *setup);
+// Removes the elements of the channels chapter with their relations and records.
+void channelChapterFree(Dictionary *dict);
+
+// What a compiled connection joins.
+struct ChannelConnectionTarget {
+    int chapter = -1;         // chapter of the element
+    int32_t element = -1;     // the element
+    std::string parameter;    // its parameter
+    int driver = -1;          // driver index in the setup
+    int dof = -1;             // DOF index in the driver
+    int32_t driverElement = -1;  // the driver's element in the channels chapter
+};
+enum ChannelCompileResult {
+    CHANNEL_COMPILE_OK = 0,       // compiled
+    CHANNEL_COMPILE_BAD = 1,      // the expression cannot be compiled: `error` says why
+    CHANNEL_COMPILE_GONE = 2,     // its element is no longer in the scene
+};
+// Compiles the connection's expression against the scene and the setup's
+// channels chapter. The place where connection expressions are compiled.
+int channelConnectionCompile(Dictionary *dict, const ChannelSetup *setup,
+                             ChannelConnection *connection, ChannelConnectionTarget *target,
+                             std::string *error);
+// Joins each active connection to its driver's element with relation 20010
+// (old ones dropped), disables a connection whose element has gone, drops one
+// that cannot be compiled, then asks the main list's build about cycles; a
+// cycle sets `cycle` and is reported as the editor (inRun 0) or the run words
+// it. 1 without a cycle.
+int channelDependencyCheck(Dictionary *dict, ChannelSetup *setup, int inRun);
 
 // Marks the drivers that take part in a run; returns their count.
 int channelSetupSelectDrivers(ChannelSetup *setup);

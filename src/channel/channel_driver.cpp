@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -32,6 +33,8 @@ namespace {
 std::mutex bufferLock;                  // guards bufferFiles
 std::vector<std::string> bufferFiles;   // temporary files handed to the drivers of the run
 std::atomic<bool> timeoutHintShown{false};  // the BW_DRIVER_TIMEOUT hint is printed once
+constexpr int kRemotePortBase = 1125;          // port of a remote driver: this plus its index
+constexpr const char *kNoCustomFile = "DRIVER_NO_CUS_FILE";  // custom file word without one
 
 struct Monitor {
     std::thread thread;                  // the watching thread
@@ -80,18 +83,31 @@ bool makeBufferFile(ChannelDriver *driver) {
     return true;
 }
 
-// Port of the broadcast form: `<executable>.brd` beside the executable,
-// "BRAK-BROADCAST" then this host's name and a port. -1 when there is none.
-int broadcastPort(const char *executable, const std::string &name) {
-    FILE *f = fopen((std::string(executable) + ".brd").c_str(), "r");
-    if (!f) return -1;
-    char word[1024] = {}, host[1024] = {}, here[1024] = {};
-    int port = -1;
+// The executable's broadcast file: its name without ".exe" (any case) and
+// ".brd" behind it. When it begins with "BRAK-BROADCAST", `host` and `port`
+// get the two items behind that word.
+bool readBroadcast(const char *executable, std::string *host, int *port) {
+    std::string path = executable;
+    if (path.size() > 4 && strcasecmp(path.c_str() + path.size() - 4, ".exe") == 0)
+        path.resize(path.size() - 4);
+    FILE *f = fopen((path + ".brd").c_str(), "r");
+    if (!f) return false;
+    char word[1024] = {}, name[1024] = {};
     const bool ok = fscanf(f, "%1023s", word) == 1 && strcmp(word, "BRAK-BROADCAST") == 0 &&
-                    fscanf(f, "%1023s\n%d", host, &port) == 2 && gethostname(here, sizeof here - 1) == 0 &&
-                    strcmp(host, here) == 0;
+                    fscanf(f, "%1023s\n%d", name, port) == 2;
     fclose(f);
-    if (!ok) return -1;
+    if (ok) *host = name;
+    return ok;
+}
+
+// Port of the broadcast form, whose host must be this one. -1 when there is none.
+int broadcastPort(const char *executable, const std::string &name) {
+    std::string host;
+    int port = -1;
+    char here[1024] = {};
+    if (!readBroadcast(executable, &host, &port) || gethostname(here, sizeof here - 1) != 0 ||
+        host != here)
+        return -1;
     fprintf(stderr, "%s: Broadcast/Local active on port%d\n", name.c_str(), port);
     return port;
 }
@@ -137,6 +153,48 @@ void commRemoveBufferFiles() {
     bufferFiles.clear();
 }
 
+std::vector<std::string> commDriverWords(int index, const char *executable, int channelCount,
+                                         const ChannelDriver *driver) {
+    // The driver's own words go first: the network modes take the rest of the line.
+    std::vector<std::string> words{executable};
+    if (driver) words.insert(words.end(), driver->arguments.begin(), driver->arguments.end());
+    words.push_back("-BW_RUN");
+    if (driver && !driver->recordFile.empty()) {
+        words.push_back("-record");
+        words.push_back(driver->recordFile);
+    }
+    const int mode = driver ? driver->remote : CHANNEL_DRIVER_LOCAL;
+    if (mode == CHANNEL_DRIVER_REMOTE) {
+        const char *directory = driver->directory.empty() ? channelDriverDirectory()
+                                                          : driver->directory.c_str();
+        for (const std::string &w :
+             {std::string("-mode"), std::string("LOCAL_SERVER"), driver->remoteHost,
+              std::to_string(kRemotePortBase + index), std::string(kNoCustomFile), std::string("-"),
+              std::string(directory ? directory : ""), std::to_string(channelCount)})
+            words.push_back(w);
+        return words;
+    }
+    if (mode == CHANNEL_DRIVER_LISTEN) {
+        std::string host;
+        int port = -1;
+        if (readBroadcast(executable, &host, &port)) {
+            for (const std::string &w :
+                 {std::string("-mode"), std::string("LISTEN"), host, std::to_string(port)})
+                words.push_back(w);
+            return words;
+        }
+        fprintf(stderr, "Cannot run in listen mode - no broad registry\n");
+        fprintf(stderr, "Reverting to standard\n");
+    }
+    const int port = broadcastPort(executable, baseName(executable));
+    if (port >= 0) {
+        words.push_back("-mode");
+        words.push_back("BROAD_LOCAL");
+        words.push_back(std::to_string(port));
+    }
+    return words;
+}
+
 int commStartDriver(int index, int semaphoreIndex, const char *executable, int firstChannel,
                     int channelCount, int *pid, void *custom, ChannelDriver *driver, int *timedOut) {
     (void)custom;  // the custom dialogue's pipes come with the custom dialogue
@@ -157,19 +215,7 @@ int commStartDriver(int index, int semaphoreIndex, const char *executable, int f
                       driver ? driver->frequency : 0.0f);
     if (!makeBufferFile(driver)) return 0;
 
-    std::vector<std::string> words{executable, "-BW_RUN"};
-    if (driver && !driver->recordFile.empty()) {
-        words.push_back("-record");
-        words.push_back(driver->recordFile);
-    }
-    const int port = driver && driver->remote ? -1 : broadcastPort(executable, name);
-    if (port >= 0) {
-        words.push_back("-mode");
-        words.push_back("BROAD_LOCAL");
-        words.push_back(std::to_string(port));
-    }
-    // The driver's own words go first: the network modes take the rest of the line.
-    if (driver) words.insert(words.begin() + 1, driver->arguments.begin(), driver->arguments.end());
+    std::vector<std::string> words = commDriverWords(index, executable, channelCount, driver);
     std::vector<char *> argv;
     for (std::string &w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
@@ -185,6 +231,10 @@ int commStartDriver(int index, int semaphoreIndex, const char *executable, int f
             msgShowf(TOL_CLASS_ERROR, "Timed out waiting for '%s'.", name.c_str());
             if (!timeoutHintShown.exchange(true))
                 msgShow("May want to increase BW_DRIVER_TIMEOUT, and restart brak", TOL_CLASS_ERROR);
+            if (driver && driver->remote == CHANNEL_DRIVER_REMOTE) {
+                msgShow("Perhaps remote driver is taking a while to start ?", TOL_CLASS_ERROR);
+                msgShow("Could try giving fully resolved remote machine name", TOL_CLASS_ERROR);
+            }
         }
         endProcess(child, pidfd);
         if (pidfd >= 0) close(pidfd);

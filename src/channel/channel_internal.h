@@ -2,6 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
+
+struct ChannelDriver;
 
 // Writes the start words of driver `index` into the block (its semaphore pair,
 // run mode, slots) and clears `driverPid` for the handshake.
@@ -16,3 +20,7 @@ int commDriverTimeout();
 int commAwaitDriver(int index, const char *baseName, uint32_t pid, int pidfd, int *timedOut);
 // Removes the temporary files handed to the drivers of the run.
 void commRemoveBufferFiles();
+// Words of a driver's command line, the executable first: the local, take,
+// broadcast, remote and listen forms, as the driver's `remote` word and files ask.
+std::vector<std::string> commDriverWords(int index, const char *executable, int channelCount,
+                                         const ChannelDriver *driver);

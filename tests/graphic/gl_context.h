@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 
+#include "graphic.h"
+
 // Xlib's macros come last in the including file: they clash with names in the
 // test framework, so this header is included after the others.
 #include <GL/glx.h>
@@ -28,6 +30,19 @@ inline bool glReady(int width, int height) {
     XFree(configs);
     ready = pbuffer && context && glXMakeContextCurrent(display, pbuffer, pbuffer, context);
     return ready;
+}
+
+// A draw test's starting point: default graphic properties and globals, the
+// whole context as viewport, identity matrices, the display state initialised.
+inline bool glFreshState(int width, int height, BW_GraphicProps &gp) {
+    gpropsInit(&gp);
+    glbVar = BW_GlbVar{};
+    glViewport(0, 0, width, height);
+    for (GLenum m : {GL_PROJECTION, GL_MODELVIEW}) {
+        glMatrixMode(m);
+        glLoadIdentity();
+    }
+    return grStateInitGL(&gp) == 1;  // every scene record flagged afresh
 }
 
 }  // namespace bwtest

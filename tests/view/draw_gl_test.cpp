@@ -62,14 +62,7 @@ protected:
     void SetUp() override {
         if (!bwtest::glReady(W, H)) GTEST_SKIP() << "no display with GLX";
         LayerTest::SetUp();
-        gpropsInit(&gp);
-        glbVar = BW_GlbVar{};
-        glViewport(0, 0, W, H);
-        for (GLenum m : {GL_PROJECTION, GL_MODELVIEW}) {
-            glMatrixMode(m);
-            glLoadIdentity();
-        }
-        ASSERT_EQ(grStateInitGL(&gp), 1);
+        ASSERT_TRUE(bwtest::glFreshState(W, H, gp));
         glDisable(GL_DEPTH_TEST);
         glDisable(GL_LIGHTING);
     }

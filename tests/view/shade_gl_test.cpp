@@ -66,14 +66,7 @@ protected:
     void SetUp() override {
         if (!bwtest::glReady(W, H)) GTEST_SKIP() << "no display with GLX";
         LayerTest::SetUp();
-        gpropsInit(&gp);
-        glbVar = BW_GlbVar{};
-        glViewport(0, 0, W, H);
-        for (GLenum m : {GL_PROJECTION, GL_MODELVIEW}) {
-            glMatrixMode(m);
-            glLoadIdentity();
-        }
-        ASSERT_EQ(grStateInitGL(&gp), 1);  // every scene record flagged afresh
+        ASSERT_TRUE(bwtest::glFreshState(W, H, gp));
     }
     int addMaterial(const Material &m) {
         materials.push_back(std::make_unique<Material>(m));

@@ -359,3 +359,27 @@ const char *channelCommonErrorText(int number);
 // driver: error number %d", and clears it. A fatal one is an ERROR and returns 1
 // (the run ends); otherwise a WARNING and 0.
 int commCheckDriverError(ChannelSetup *setup);
+
+// ---------------------------------------------------------------------------
+// Takes: a take set is the directory "<takeDir>/<takeName>.CHD", a take one
+// directory "TAKE.%04d" in it, holding one file "<driver>.%02d.chd" per driver.
+
+std::string takeSetPath(const char *takeDir, const char *takeName);  // "<dir>/<name>.CHD"
+
+enum TakeScanMode : int32_t {
+    TAKE_SCAN_NEWEST = 0,  // the take directory with the latest time stamp
+    TAKE_SCAN_LAST = 1,    // the last take from `first` on, in the order of names
+};
+enum TakeScanResult : int32_t { TAKE_SCAN_FOUND = 0, TAKE_SCAN_NONE = 1, TAKE_SCAN_BAD_ARGUMENT = 2 };
+struct TakeDirQuery {
+    int32_t mode = TAKE_SCAN_LAST;  // TakeScanMode
+    int32_t first = 0;              // lowest number looked at in TAKE_SCAN_LAST
+    int32_t number = -1;            // out: number of the take found
+    char name[64] = "";             // out: its entry name
+};
+// Looks through the take set `path` for entries "TAKE.%04d" (four digits),
+// sorted by name with case ignored. TakeScanResult.
+int takeDirScan(const char *path, TakeDirQuery *query);
+// The number after the last take of `path` from `startNumber` on, or
+// `startNumber` when there is none; -1 when the path does not exist.
+int takeNextNumber(const char *path, int startNumber);

@@ -440,6 +440,8 @@ void matrixToEuler(const float m[4][4], const float hint[3], float angles[3]);
 void modelGlobalUpdate(Model *parent, Model *model, int recurse);
 // Each takes a global value and turns it into the local one, then updates the subtree.
 void modelSetLocalPosition(Model *model, const float position[3]);
+// Marks the local values `bits` (TRANSFO_DIRTY_*) as changed for the update and the draw.
+void modelMarkDirty(Model *model, uint16_t bits);
 void modelSetLocalRotation(Model *model, const float rotation[4][4]);
 void modelSetLocalScaling(Model *model, const float scaling[3]);
 // The chain root above a joint or effector: the first type 0 ancestor of kind 1 or 2.
@@ -469,8 +471,29 @@ struct EvalHooks {
     int32_t (*expressionTarget)(const UpdateRecord *record, int fromChannel);
     // Whether an element is driven by a channel connection.
     int (*channelConnected)(int chapter, int32_t element);
+    // An expression record (relation 20010) whose element or first source is a
+    // driver of the channels chapter: the connections it carries.
+    void (*channelRecord)(UpdateRecord *record, float time);
+    // Any other expression record.
+    void (*expressionRecord)(UpdateRecord *record, float time);
 };
 extern EvalHooks g_evalHooks;
+
+// ---------------------------------------------------------------------------
+// Animated parameters by name ("transx", "rotz", "posy"...), per chapter.
+
+struct ParamInfo {
+    const char *name;   // as written after the element
+    int chapter;        // chapter of the elements that have it
+    int32_t curveType;  // fcurve type it stands for
+    int group;          // group of the update list that sets it (RelationGroupId)
+};
+int paramLookup(int chapter, const char *name);  // index of the parameter, -1 for none
+int paramInfo(int param, ParamInfo *info);       // 1 and `info` filled, 0 out of range
+// Present value, in the user's units (degrees for angles).
+float paramGet(int param, void *data);
+// Sets the value on the element's data and marks what depends on it.
+void paramSet(int param, void *data, float value);
 
 constexpr uint32_t DISPLAY_ITEM_PRESENT = 1;
 constexpr uint32_t DISPLAY_ITEM_SELECTED = 2;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "animation.h"
+
 // ---------------------------------------------------------------------------
 // Channel model
 
@@ -74,6 +76,8 @@ struct ChannelDriver {
     std::string remoteHost;           // host of a remote driver
     std::string recordFile;           // take file of the run
     std::vector<std::string> arguments;  // its own words, right after the executable on its command line
+    int32_t commIndex = -1;           // row in the arena's driver table during a run
+    uint16_t gotData = 0;             // output values went to the block in this cycle
 };
 
 enum ChannelConnectionKind : uint16_t {
@@ -94,7 +98,7 @@ struct ChannelConnection {
     void *elementList = nullptr;  // elements the expression reaches
     int32_t relation = 0;       // id of the parameter
     int32_t itemType = 0;       // token id of the item kind (MODEL, CAMERA...)
-    Fcurve *fcurve = nullptr;   // recorded data, not owned
+    Fcurve *fcurve = nullptr;   // recorded data, owned
     float lastTime = 0.0f;      // time of the last evaluation
     int32_t lastKey = 0;        // key found last
     float nextValue = 0.0f;     // value waiting for its time
@@ -125,9 +129,34 @@ struct ChannelSetup {
     char takeName[256] = "default";   // take name
     int32_t takeNumber = 1;           // number of the next take
     int32_t lastTake = -1;            // last used
-    void *mainList[3] = {};           // main update list of the run
-    void *hiPriorityList[3] = {};     // high-priority update list of the run
+    UpdateList mainList;              // main update list of the run, owned
+    UpdateList hiPriorityList;        // high-priority update list of the run, owned
     uint16_t cycle = 0;               // 1: the connections close a dependency cycle
+    // The run's own words.
+    int32_t mode = 0;                 // ChannelRunKind asked for: 1 control, 3 record, 9 keyframe
+    int32_t keyframe = 0;             // a keyframe run
+    int32_t runState = 0;             // ChannelRunState
+    int32_t nextState = 0;            // state pending for the next cycle
+    uint16_t running = 0;             // 0 while the run is suspended
+    uint16_t refining = 0;            // a refine pass runs
+    uint16_t stopped = 0;             // the run is frozen
+    uint16_t stopFlag = 0;            // a stop was asked for
+    uint16_t recordMode = 0;          // values are recorded into the connections' curves
+    uint16_t capturing = 0;           // a take of the run is being recorded
+    uint16_t useDrivers = 0;          // the `drivers` flag: this setup starts and owns the drivers
+    uint16_t closed = 0;              // the run was aborted or closed
+    uint16_t stopButton = 0;          // the channels chapter asks for a 'stop' button
+    uint16_t firstFrames = 1;         // the first frames of the run are still to come
+    int32_t firstFrameCount = 0;      // frames of the run so far
+    int32_t status[7] = {};           // the run's status words
+    float recordStartTime = 0.0f;     // wall clock seconds when the take began
+    float playTime = 0.0f;            // scene time of the run, seconds
+    float endTime = 0.0f;             // last time of the scene, seconds
+    float startTime = 0.0f;           // scene time when the run started, seconds
+    float framesPerSecond = 30.0f;    // of the scene, for the recorded curves
+    std::string label;                // status text of the run
+    std::string sceneName;            // scene of the run, told to the drivers
+    void *run = nullptr;              // compiled connections of the run, owned
 };
 
 // A setup with the defaults and room for `maxDrivers` drivers.
@@ -383,3 +412,65 @@ int takeDirScan(const char *path, TakeDirQuery *query);
 // The number after the last take of `path` from `startNumber` on, or
 // `startNumber` when there is none; -1 when the path does not exist.
 int takeNextNumber(const char *path, int startNumber);
+
+// ---------------------------------------------------------------------------
+// The capture run: drivers started, connections turned into update lists,
+// values through the lists every frame, takes recorded on request.
+
+enum ChannelRunKind : int32_t { CHANNEL_MODE_CONTROL = 1, CHANNEL_MODE_RECORD = 3, CHANNEL_MODE_KEYFRAME = 9 };
+
+#define CHANNEL_RUN_STATES(X) \
+    X(STARTED, 1)             \
+    X(PAUSED, 3)              \
+    X(RUNNING, 4)             \
+    X(REFINE, 5)              \
+    X(REFINE_DATA, 6)         \
+    X(DONE, 7)                \
+    X(FINISH, 8)              \
+    X(KEYFRAME, 9)            \
+    X(COUNTDOWN, 13)          \
+    X(RECORD_ON, 14)          \
+    X(RECORD_OFF, 15)
+enum ChannelRunState : int32_t {
+#define CHANNEL_X_STATE(name, value) CHANNEL_STATE_##name = value,
+    CHANNEL_RUN_STATES(CHANNEL_X_STATE)
+#undef CHANNEL_X_STATE
+};
+
+constexpr int CHANNEL_TIME_TABLE_SIZE = 1000;  // starts and stops of runs kept in one capture
+
+// mode and keyframe stored, the run's words reset.
+void channelRunInit(ChannelSetup *setup, int mode, int keyframe);
+// Lists and values of a run without drivers (the second scene). 1 on success.
+int channelRunPrepare(ChannelSetup *setup);
+// Prepares, makes the arena, starts the selected drivers and the monitor. 1 on success.
+int channelRunStart(ChannelSetup *setup);
+// One cycle: read the drivers of the list, evaluate it at `playTime`, write
+// the outputs. 0 when the run can no longer go on (it is aborted).
+int channelRunList(ChannelSetup *setup, Dictionary *dict, UpdateList *list);
+void channelRunClose(ChannelSetup *setup);      // lets the channels chapter go
+void channelRunUnprepare(ChannelSetup *setup);  // frees the run's lists and connections
+void channelRunStop(ChannelSetup *setup);       // stops the drivers and closes the arena
+void channelRunAbort(ChannelSetup *setup, int reportIt);
+
+// Value of input DOF `dof` of the driver at `time`, scaled, offset and bounded; 0 otherwise.
+float channelDofValue(ChannelDriver *driver, int dof, float time);
+// Puts a value into output DOF `dof`, scaled, offset and bounded.
+void channelDofSet(ChannelDriver *driver, int dof, float value);
+// Adds the connections' present values to their recorded curves.
+void channelStoreKeys(ChannelSetup *setup, UpdateList *list);
+// Where channelDofValue takes a value from instead of the block.
+extern int g_channelUseFcurve;  // the DOF's recorded curve
+extern int g_channelUseCached;  // the slot as it stands
+
+// Starts and stops of runs: the time table of the capture.
+void channelTimesReset();
+int channelTimesCount();
+// Status label of the run, as the status line shows it.
+std::string channelRunLabel(const ChannelSetup *setup);
+
+// Takes: the drivers are told to record to "<takeDir>/<takeName>.CHD/TAKE.%04d".
+// The start makes the take's directory and numbers it; `wallClock` is the
+// viewer's clock in seconds. 1 when a take is now being recorded.
+int takeRecordStart(ChannelSetup *setup, const char *sceneName, double wallClock);
+void takeRecordStop(ChannelSetup *setup);

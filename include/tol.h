@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "animation.h"
+#include "channel.h"
 #include "dictionary.h"
 #include "tol_handle.h"
 #include "tol_status.h"
@@ -194,3 +195,9 @@ TOL_Database TOL_dbGet(const char *name);  // 0 when no database has that name
 // Start of the layer: finds Relations.rsrc (working directory, then
 // `resourcePath`) and, with `readDatabases` set, reads the database directory.
 TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdkVersion);
+
+// ---------------------------------------------------------------------------
+// Capture over the scenes: the first scene's setup starts the drivers, the
+// others prepare lists and read through the same arena. 1 when all went through.
+int channelCaptureBegin(ChannelSetup **setups, TOL_Scene *scenes, int count);
+void channelCaptureEnd(ChannelSetup **setups, TOL_Scene *scenes, int count);

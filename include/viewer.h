@@ -153,6 +153,8 @@ void updateHiPriority();          // the draw side's step during capture
 int channelsActive();             // reads channelsRunning and acknowledges a stop
 void channelStart();
 void channelStop();
+void takeRecordStart();           // tells the drivers to record the next take
+void takeRecordStop();
 void cameraMirror();              // copies the draw side's camera to the other side
 double viewerClock();             // seconds since the first call, millisecond steps
 float timeFromFrame(int frame);   // frame / frames per second of the scene

@@ -221,14 +221,10 @@ Model *chainRootOf(Model *model) {
 // ---------------------------------------------------------------------------
 // Local setters
 
-namespace {
-
-void markDirty(Model *m, uint16_t bits) {
+void modelMarkDirty(Model *m, uint16_t bits) {
     m->transfoDirty |= bits;
     m->transfoDirtyDraw |= bits;
 }
-
-}  // namespace
 
 void modelSetLocalPosition(Model *model, const float position[3]) {
     if (!model) return;
@@ -237,7 +233,7 @@ void modelSetLocalPosition(Model *model, const float position[3]) {
         copy3(model->translation, position);
     else if (mat4Inverse(model->parent->globalMatrix, inverse))
         pointMul(position, inverse, model->translation);
-    markDirty(model, TRANSFO_DIRTY_POSITION);
+    modelMarkDirty(model, TRANSFO_DIRTY_POSITION);
     modelGlobalUpdate(model->parent, model, 1);
 }
 
@@ -257,7 +253,7 @@ void modelSetLocalRotation(Model *model, const float rotation[4][4]) {
     float hint[3];
     copy3(hint, model->rotation);
     matrixToEuler(local, hint, model->rotation);
-    markDirty(model, TRANSFO_DIRTY_ROTATION);
+    modelMarkDirty(model, TRANSFO_DIRTY_ROTATION);
     modelGlobalUpdate(model->parent, model, 1);
 }
 
@@ -287,7 +283,7 @@ void modelSetLocalScaling(Model *model, const float scaling[3]) {
             }
         }
     }
-    markDirty(model, TRANSFO_DIRTY_SCALE);
+    modelMarkDirty(model, TRANSFO_DIRTY_SCALE);
     modelGlobalUpdate(model->parent, model, 1);
 }
 
@@ -325,7 +321,7 @@ void evalLocalScaling(UpdateRecord *record, float time, int *) {
         return true;
     });
     if (!whole) return;
-    markDirty(m, TRANSFO_DIRTY_SCALE);
+    modelMarkDirty(m, TRANSFO_DIRTY_SCALE);
 }
 
 void evalLocalRotation(UpdateRecord *record, float time, int *) {
@@ -345,7 +341,7 @@ void evalLocalRotation(UpdateRecord *record, float time, int *) {
     if (keyed && m->type == MODEL_TYPE_JOINT && m->kind == MODEL_KIND_CHAIN &&
         g_evalHooks.chainJointRotation)
         g_evalHooks.chainJointRotation(m, time);
-    markDirty(m, TRANSFO_DIRTY_ROTATION);
+    modelMarkDirty(m, TRANSFO_DIRTY_ROTATION);
 }
 
 void evalLocalTranslation(UpdateRecord *record, float time, int *) {
@@ -379,7 +375,7 @@ void evalLocalTranslation(UpdateRecord *record, float time, int *) {
     } else {
         copy3(m->translation, pos);
     }
-    markDirty(m, TRANSFO_DIRTY_POSITION);
+    modelMarkDirty(m, TRANSFO_DIRTY_POSITION);
 }
 
 void evalHierarchyStep(UpdateRecord *record, float, int *) {
@@ -496,7 +492,7 @@ void evalModelParam(UpdateRecord *record, float time, int *) {
         return true;
     });
     if (!changed) return;
-    markDirty(m, changed);
+    modelMarkDirty(m, changed);
     // A parameter record is not followed by a hierarchy step of its own.
     modelGlobalUpdate(m->parent, m, 1);
 }

@@ -21,6 +21,18 @@ struct HandlerTable {
 
 HandlerTable s_table;
 
+// An expression is either a channel connection, read from a driver of the
+// channels chapter, or one of the expressions chapter.
+void evalExpression(UpdateRecord *record, float time, int *) {
+    const bool channel = record->chapter == CHP_CHANNEL_DRIVERS ||
+                         (record->sourceCount > 0 && record->sources[0].chapter == CHP_CHANNEL_DRIVERS);
+    if (channel) {
+        if (g_evalHooks.channelRecord) g_evalHooks.channelRecord(record, time);
+    } else if (g_evalHooks.expressionRecord) {
+        g_evalHooks.expressionRecord(record, time);
+    }
+}
+
 // The relations evaluated here, by group.
 struct BuiltinHandler {
     int16_t group;           // RelationGroupId
@@ -63,6 +75,10 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_TRANSFO, 2115, 2115, evalLightPosition},
     {RELGR_TRANSFO, 2120, 2120, evalLightInteger},
     {RELGR_GEOM, REL_GEOMETRY_END, REL_GEOMETRY_END, evalGeometryEnd},
+    {RELGR_PARAM, REL_EXPRESSION, REL_EXPRESSION, evalExpression},
+    {RELGR_TRANSFO, REL_EXPRESSION, REL_EXPRESSION, evalExpression},
+    {RELGR_GEOM, REL_EXPRESSION, REL_EXPRESSION, evalExpression},
+    {RELGR_OTHER, REL_EXPRESSION, REL_EXPRESSION, evalExpression},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

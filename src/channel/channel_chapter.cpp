@@ -64,6 +64,19 @@ bool findItem(Dictionary *dict, int32_t itemType, const std::string &name, int *
     return false;
 }
 
+// The row of relation 20010 a connection stands on: an output reads the
+// element's finished transform; an input sets its parameter in the group the
+// parameter belongs to, a transform before the model's hierarchy step.
+int channelRelationInstance(const ChannelConnectionTarget &target, bool output) {
+    ParamInfo info;
+    const bool transfo = paramInfo(paramLookup(target.chapter, target.parameter.c_str()), &info) &&
+                         info.group == RELGR_TRANSFO;
+    const char *row = output ? "expressionChannelOutput" : transfo ? "expressionChannelTransfo" : "expressionChannel";
+    const int named = relRowFindByName(&g_relationDict, row);
+    const int first = relRowFind(&g_relationDict, REL_EXPRESSION);
+    return named >= first && first >= 0 ? named - first + 1 : 0;
+}
+
 }  // namespace
 
 std::string channelDriverElementName(const char *driverName) {
@@ -165,6 +178,7 @@ int channelDependencyCheck(Dictionary *dict, ChannelSetup *setup, int inRun) {
         if (result == CHANNEL_COMPILE_BAD) {
             msgShow(error.c_str(), TOL_CLASS_WARNING);
             *link = c->next;  // dropped
+            fcurveFree(c->fcurve);
             delete c;
             continue;
         }
@@ -178,15 +192,15 @@ int channelDependencyCheck(Dictionary *dict, ChannelSetup *setup, int inRun) {
         }
         // Both directions stand on the channel row of the relation: an input
         // reads the driver's element, an output is read by it.
-        const int instance = relExpressionInstance(nullptr, nullptr, target.chapter, CHP_CHANNEL_DRIVERS);
         const bool output = c->kind == CHANNEL_CONN_OUTPUT;
+        const int instance = channelRelationInstance(target, output);
         const int ok = output ? relAddExpression(dict, nullptr, CHP_CHANNEL_DRIVERS, target.driverElement,
                                                  target.chapter, target.element, instance, -1, nullptr)
                               : relAddExpression(dict, nullptr, target.chapter, target.element,
                                                  CHP_CHANNEL_DRIVERS, target.driverElement, instance, -1,
                                                  nullptr);
         c->valid = ok ? 1 : 0;
-        c->list = c->valid ? setup->mainList : nullptr;
+        c->list = c->valid ? &setup->mainList : nullptr;
         if (c->valid && c->enabled) ++(output ? setup->outputCount : setup->inputCount);
     }
     // The check leaves the list as it was, to be built when the run starts.

@@ -21,6 +21,7 @@ ChannelConnection *copyConnections(const ChannelConnection *from) {
     for (const ChannelConnection *c = from; c; c = c->next) {
         *tail = new ChannelConnection(*c);
         (*tail)->next = nullptr;
+        (*tail)->fcurve = c->fcurve ? fcurveDuplicate(c->fcurve) : nullptr;
         tail = &(*tail)->next;
     }
     return head;
@@ -29,6 +30,7 @@ ChannelConnection *copyConnections(const ChannelConnection *from) {
 void freeConnections(ChannelConnection *c) {
     while (c) {
         ChannelConnection *next = c->next;
+        fcurveFree(c->fcurve);
         delete c;
         c = next;
     }
@@ -87,6 +89,7 @@ ChannelSetup *channelSetupCreate(int maxDrivers) {
 
 void channelSetupFree(ChannelSetup *setup) {
     if (!setup) return;
+    channelRunUnprepare(setup);
     freeConnections(setup->connections);
     delete setup;
 }
@@ -95,6 +98,10 @@ ChannelSetup *channelSetupCopy(const ChannelSetup *setup) {
     if (!setup) return nullptr;
     ChannelSetup *copy = new ChannelSetup(*setup);
     copy->connections = copyConnections(setup->connections);
+    // A run's lists and connections belong to the setup that runs.
+    copy->mainList = UpdateList{};
+    copy->hiPriorityList = UpdateList{};
+    copy->run = nullptr;
     return copy;
 }
 
@@ -138,8 +145,12 @@ ChannelSetup *channelSetupMerge(ChannelSetup *first, const ChannelSetup *second)
     if (channelSetupIsEmpty(first)) {
         // The empty one yields: the first takes the second's drivers and connections.
         ChannelConnection *old = first->connections;
+        channelRunUnprepare(first);
         *first = *second;
         first->connections = copyConnections(second->connections);
+        first->mainList = UpdateList{};
+        first->hiPriorityList = UpdateList{};
+        first->run = nullptr;
         freeConnections(old);
         return first;
     }
@@ -283,7 +294,8 @@ int channelConnectionParse(const char *text, int *kind, ChannelConnectionParts *
     int used = 0;
     ChannelConnectionParts p;
     auto splitItem = [&](const char *item) {
-        const char *dot = strrchr(item, '.');
+        // The element's name has no dot: the parameter is all behind the first.
+        const char *dot = strchr(item, '.');
         if (!dot) return false;
         p.element = fromNone(std::string(item, dot - item).c_str());
         p.parameter = fromNone(dot + 1);

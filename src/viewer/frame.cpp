@@ -200,16 +200,38 @@ void updateNormal() {
     }
 }
 
+namespace {
+
+// One list of the capture on Scene Context i, printed first while both Shift
+// keys are down. 0 when the run cannot go on.
+int runCaptureList(int i, UpdateList *list, const char *title) {
+    ChannelSetup *setup = viewer.channelSetup[i];
+    if (!setup) return 0;
+    Dictionary *dict = dictGet(static_cast<int>(viewer.sceneCtx[i].dict));
+    if (loadAcquire(viewer.listDumpKey)) updatelistPrint(stderr, dict, list, 0, title);
+    return channelRunList(setup, dict, list);
+}
+
+}  // namespace
+
 void updateChannels() {
     UpdateStats stats;
-    TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.updateIndex]);
-    // The main update list of the capture runs here once channels exist.
+    const int u = viewer.updateIndex;
+    TOL_sceneSetCurrent(&viewer.sceneCtx[u]);
+    if (channelsActive() && viewer.channelSetup[u] &&
+        !runCaptureList(u, &viewer.channelSetup[u]->mainList, "MAIN UPDATE LIST"))
+        channelStop();
     stats.workDone();
-    if (!viewer.preprocessOnDraw) TOL_preprocessALL(&viewer.sceneCtx[viewer.updateIndex], &viewer.gprops);
+    if (!viewer.preprocessOnDraw) TOL_preprocessALL(&viewer.sceneCtx[u], &viewer.gprops);
     stats.preprocessDone();
     if (channelsActive()) {
         switch (loadAcquire(viewer.channelCommand)) {
-        case CHANNEL_CMD_STOP: channelStop(); break;
+        case CHANNEL_CMD_STOP:
+            takeRecordStop();
+            channelStop();
+            break;
+        case CHANNEL_CMD_TAKE_START: takeRecordStart(); break;
+        case CHANNEL_CMD_TAKE_STOP: takeRecordStop(); break;
         default: break;
         }
     }
@@ -219,8 +241,11 @@ void updateChannels() {
 void updateHiPriority() {
     const int stats = viewer.statsLevel;
     double t0 = stats >= 2 ? viewerClock() : 0.0;
-    TOL_sceneSetCurrent(&viewer.sceneCtx[viewer.drawIndex]);
-    // The high-priority update list of the capture runs here once channels exist.
+    const int d = viewer.drawIndex;
+    TOL_sceneSetCurrent(&viewer.sceneCtx[d]);
+    if (channelsActive() && viewer.channelSetup[d] &&
+        !runCaptureList(d, &viewer.channelSetup[d]->hiPriorityList, "HI-PRIORITY UPDATE LIST"))
+        channelStop();
     if (stats >= 2) {
         double t = viewerClock();
         viewer.hiUpdAcc += t - t0;
@@ -240,9 +265,47 @@ int channelsActive() {
 void channelStart() {
     if (loadAcquire(viewer.channelsRunning)) return;
     printf("Start capture .... \n");
-    // Without a channel setup there is no device to capture from: the capture
-    // does not begin.
-    storeRelease(viewer.channelsRunning, 0u);
+    const float rate = 1.0f / timeFromFrame(1);
+    for (int i = 0; i < viewer.processCount; ++i) {
+        if (ChannelSetup *setup = viewer.channelSetup[i]) {
+            // The scene stands still at its frame while devices drive it.
+            setup->playTime = setup->startTime = timeFromFrame(loadAcquire(viewer.curFrame));
+            setup->endTime = timeFromFrame(viewer.endFrame);
+            setup->framesPerSecond = rate;
+        }
+    }
+    const int ok = channelCaptureBegin(viewer.channelSetup, viewer.sceneCtx, viewer.processCount);
+    if (viewer.channelSetup[0] && viewer.channelSetup[0]->takeEnable != viewer.takeEnabled)
+        viewer.takeEnabled = viewer.channelSetup[0]->takeEnable;
+    if (!ok) {
+        storeRelease(viewer.channelsRunning, 0u);
+        return;
+    }
+    for (int i = 0; i < viewer.processCount; ++i) {
+        if (TOL_updatelistGet(&viewer.sceneCtx[i]) != 0) {
+            fflush(nullptr);
+            _exit(255);
+        }
+    }
+    storeRelease(viewer.channelsRunning, 1u);
+    storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
+    storeRelease(viewer.channelStopAck, 0u);
+}
+
+void takeRecordStart() {
+    ChannelSetup *setup = viewer.channelSetup[0];
+    if (!viewer.takeEnabled || viewer.takeRecording || !setup) return;
+    setup->takeNumber = viewer.takeNumber;
+    if (takeRecordStart(setup, viewer.sceneName, viewerClock())) storeRelease(viewer.takeRecording, 1u);
+    viewer.takeNumber = setup->takeNumber;
+}
+
+void takeRecordStop() {
+    ChannelSetup *setup = viewer.channelSetup[0];
+    if (!viewer.takeEnabled || !viewer.takeRecording || !setup) return;
+    takeRecordStop(setup);
+    storeRelease(viewer.takeRecording, 0u);
+    viewer.takeNumber = setup->takeNumber;
 }
 
 void channelStop() {
@@ -260,7 +323,8 @@ void channelStop() {
             }
         }
         storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
-        viewer.takeRecording = 0;
+        channelCaptureEnd(viewer.channelSetup, viewer.sceneCtx, viewer.processCount);
+        storeRelease(viewer.takeRecording, 0u);
         printf("End Capture\n");
     }
     for (int i = 0; i < viewer.processCount; ++i) {
@@ -315,6 +379,7 @@ void viewerExit() {
     if (channelsActive()) {
         storeRelease(viewer.channelsRunning, 0u);
         storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
+        channelCaptureEnd(viewer.channelSetup, viewer.sceneCtx, viewer.processCount);
     }
     viewer.gprops.texture.video = 0;
     storeRelease(viewer.quit, 1u);

@@ -92,7 +92,8 @@ void parseTake(const char *word) {
         viewer.takeDir = strdup(word);
         viewer.takeName = strdup("vdefault");
     }
-    // The next free take number comes from the take set on disk once takes exist.
+    const int next = takeNextNumber(takeSetPath(viewer.takeDir, viewer.takeName).c_str(), 1);
+    if (next >= 0) viewer.takeNumber = next;
 }
 
 const char *onOff(bool enabled) { return enabled ? "ENABLED" : "DISABLED"; }

@@ -72,9 +72,15 @@ int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, in
         g_loadMatteScene = 0;
         if (status != 0) return 0;
     }
-    // The channel setup of the context is made here once channels exist.
+    ChannelSetup *setup = channelSetupInit();
+    if (!setup) return 0;
+    viewer.channelSetup[i] = setup;
+    setup->sceneName = scenes[0];
     if (viewer.takeEnabled) {
-        // The take directory and name go into the channel setup once it exists.
+        snprintf(setup->takeDir, sizeof setup->takeDir, "%s", viewer.takeDir);
+        snprintf(setup->takeName, sizeof setup->takeName, "%s", viewer.takeName);
+        setup->takeEnable = 1;
+        setup->takeNumber = viewer.takeNumber;
     }
     if (TOL_updatelistGet(scene) != 0) return 0;
     // Materials and pictures are merged here once the display has them.

@@ -49,7 +49,11 @@ void viewerStatusText() {
         snprintf(text, sizeof text, "Frame: %4d ", loadAcquire(viewer.curFrame));
         line(text, red, y);
     }
-    // The record time line joins once takes are recorded.
+    if (loadAcquire(viewer.takeRecording) && viewer.channelSetup[0]) {
+        snprintf(text, sizeof text, "Record time: %5.1f seconds",
+                 viewerClock() - double(viewer.channelSetup[0]->recordStartTime));
+        line(text, red, y);
+    }
     if (glbVar.cullEnable) line("Viewing Frustum Culling", violet, y);
     if (glbVar.listEnable) line("Display Lists", violet, y);
     if (viewer.statsLevel == 1) {

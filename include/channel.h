@@ -78,6 +78,7 @@ struct ChannelDriver {
     std::vector<std::string> arguments;  // its own words, right after the executable on its command line
     int32_t commIndex = -1;           // row in the arena's driver table during a run
     uint16_t gotData = 0;             // output values went to the block in this cycle
+    std::string customFile;           // the .cus read in place of its .drv, handed on by the run; empty: none
 };
 
 enum ChannelConnectionKind : uint16_t {
@@ -105,6 +106,8 @@ struct ChannelConnection {
     float nextTime = 0.0f;      // its time
     void *list = nullptr;       // update list that carries it
     ChannelConnection *next = nullptr;  // next in the setup's list
+    uint16_t calibrated = 0;    // CALIBRATE: its calibration is in use
+    float calibration[3] = {};  // CALIBRATE: the three values of its calibration
 };
 
 struct ChannelSetup {
@@ -193,8 +196,10 @@ int channelDofNames(const ChannelSetup *setup, int driver, int dof, char *driver
 const char *channelDriverDirectory();
 constexpr const char *CHANNEL_DEFAULT_DRIVER_DIR = "/usr/brackwood/chnlDriver/bin";
 
-// Reads `<directory>/<name>.drv` into the driver's DOFs and errors, after
-// checking that the executable `<directory>/<name>` is there. 1 on success.
+// Reads the driver's configuration into its DOFs and errors, after checking
+// that the executable `<directory>/<name>` is there: `<name>.cus` beside it
+// when readable (its path kept in `customFile`), else `<name>.drv`. Every
+// failure is reported and gives 0, leaving `driver` as it was; 1 on success.
 int driverFileRead(const char *directory, const char *name, ChannelDriver *driver);
 
 // Connections as text. Empty items are written "NONE"; `channel` is driver.dof.
@@ -474,3 +479,88 @@ std::string channelRunLabel(const ChannelSetup *setup);
 // viewer's clock in seconds. 1 when a take is now being recorded.
 int takeRecordStart(ChannelSetup *setup, const char *sceneName, double wallClock);
 void takeRecordStop(ChannelSetup *setup);
+// Channel setup files and driver configuration files. Both are blank-separated
+// words read by one tokenizer; a word of the table below is a token, any other
+// word is passed over, and the token "#" passes over the rest of its line.
+
+// clang-format off
+// name in the code, word in the file, id
+#define CHANNEL_TOKEN_ROWS \
+    CHANNEL_TOKEN(COMMENT, "#", 1) \
+    CHANNEL_TOKEN(CHANNELS, "CHANNELS", 2) \
+    CHANNEL_TOKEN(ON, "ON", 3) \
+    CHANNEL_TOKEN(OFF, "OFF", 4) \
+    CHANNEL_TOKEN(DRIVER, "DRIVER", 5) \
+    CHANNEL_TOKEN(DRIVER_SYNC, "DRIVER_SYNC", 6) \
+    CHANNEL_TOKEN(DRIVER_DEBUG, "DRIVER_DEBUG", 7) \
+    CHANNEL_TOKEN(CHANNEL, "CHANNEL", 8) \
+    CHANNEL_TOKEN(ITEM, "ITEM", 9) \
+    CHANNEL_TOKEN(MODEL, "MODEL", 10) \
+    CHANNEL_TOKEN(WAVE, "WAVE", 11) \
+    CHANNEL_TOKEN(CAMERA, "CAMERA", 12) \
+    CHANNEL_TOKEN(LIGHT, "LIGHT", 13) \
+    CHANNEL_TOKEN(LIGHT_POINT, "LIGHT_POINT", 14) \
+    CHANNEL_TOKEN(LIGHT_SPOT, "LIGHT_SPOT", 15) \
+    CHANNEL_TOKEN(LIGHT_INFINITE, "LIGHT_INFINITE", 16) \
+    CHANNEL_TOKEN(LIGHT_SUN, "LIGHT_SUN", 17) \
+    CHANNEL_TOKEN(MATERIAL, "MATERIAL", 18) \
+    CHANNEL_TOKEN(TEXTURE_2D, "TEXTURE_2D", 19) \
+    CHANNEL_TOKEN(TEXTURE_3D, "TEXTURE_3D", 20) \
+    CHANNEL_TOKEN(PRODUCT, "Brackwood", 21) \
+    CHANNEL_TOKEN(FRAMERATE, "FRAMERATE", 22) \
+    CHANNEL_TOKEN(TIMESTAMP, "TIMESTAMP", 23) \
+    CHANNEL_TOKEN(REFRESH, "REFRESH", 24) \
+    CHANNEL_TOKEN(FAST_INPUT, "FAST_INPUT", 25) \
+    CHANNEL_TOKEN(CALIBRATE, "CALIBRATE", 26) \
+    CHANNEL_TOKEN(CHANNEL_DRIVER, "CHANNEL_DRIVER", 27) \
+    CHANNEL_TOKEN(DOF_NUM, "DOF_NUM", 28) \
+    CHANNEL_TOKEN(DOF_NAME, "DOF_NAME", 29) \
+    CHANNEL_TOKEN(DOF_TYPE, "DOF_TYPE", 30) \
+    CHANNEL_TOKEN(PORT_NUM, "PORT_NUM", 31) \
+    CHANNEL_TOKEN(PORT, "PORT", 32) \
+    CHANNEL_TOKEN(ERROR_NUM, "ERROR_NUM", 33) \
+    CHANNEL_TOKEN(ERROR, "ERROR", 34) \
+    CHANNEL_TOKEN(RUNMODE, "RUNMODE", 35) \
+    CHANNEL_TOKEN(FREERUN, "FREERUN", 35) \
+    CHANNEL_TOKEN(SYNCED, "SYNCED", 36) \
+    CHANNEL_TOKEN(FREE, "FREE", 37) \
+    CHANNEL_TOKEN(FREQUENCY, "FREQUENCY", 38) \
+    CHANNEL_TOKEN(REMOTE, "REMOTE", 39) \
+    CHANNEL_TOKEN(CAPTURE, "CAPTURE", 40) \
+    CHANNEL_TOKEN(CONTROL, "CONTROL", 41) \
+    CHANNEL_TOKEN(TAKE_REC, "TAKE_REC", 42) \
+    CHANNEL_TOKEN(END, "_END", 43)
+// clang-format on
+
+enum ChannelToken : int32_t {
+    CHN_TOK_NONE = 0,  // not a token: the word is passed over
+#define CHANNEL_TOKEN(name, word, id) CHN_TOK_##name = id,
+    CHANNEL_TOKEN_ROWS
+#undef CHANNEL_TOKEN
+};
+
+int channelTokenId(const char *word);  // id of a word, CHN_TOK_NONE for any other
+const char *channelTokenWord(int id);  // first word with that id, null for none
+
+constexpr float CHANNEL_FILE_VERSION = 3.51f;  // version a setup file is written with
+
+// Reads a channel setup file into `setup`, adding its drivers and connections
+// to those it holds. With `loading`, the .drv of each driver is read again and
+// checked against the file. 1 when the file read cleanly; 0 after any failure
+// (reported), with what was read kept.
+int channelFileRead(const char *path, ChannelSetup *setup, int loading);
+// Writes the setup as a channel setup file of version 3.51. 1 on success.
+int channelFileWrite(const char *path, const ChannelSetup *setup);
+
+struct Database;
+// The channel setup file of the scene in `dict`: the element of SETUP_CHANNELS
+// that the scene names, else the newest version of the element named after
+// the scene in SETUP_CHANNELS; "" when there is none.
+std::string channelSetupFileForScene(Dictionary *dict);
+// The current scene's setup: the one it has, else the one its setup file
+// gives (channelSetupFileForScene), else channelSetupInit's default.
+ChannelSetup *channelSetupLoadForScene();
+// Writes `setup` as the channel setup of the scene `sceneName` in `db`: the
+// next version of the element named after the scene in SETUP_CHANNELS, where
+// channelSetupFileForScene finds it. The path written, or "" on failure.
+std::string channelSetupWriteForScene(Database *db, const char *sceneName, const ChannelSetup *setup);

@@ -228,55 +228,6 @@ const char *channelDriverDirectory() {
     return access(CHANNEL_DEFAULT_DRIVER_DIR, R_OK) == 0 ? CHANNEL_DEFAULT_DRIVER_DIR : nullptr;
 }
 
-int driverFileRead(const char *directory, const char *name, ChannelDriver *driver) {
-    const std::string exe = std::string(directory) + "/" + name;
-    if (access(exe.c_str(), X_OK) != 0) return 0;
-    FILE *f = fopen((exe + ".drv").c_str(), "r");
-    if (!f) return 0;
-    ChannelDriver d;
-    d.name = name;
-    d.directory = directory;
-    char token[1024];
-    float version = 0;
-    bool ok = fscanf(f, "%1023s", token) == 1 && strcmp(token, "CHANNEL_DRIVER") == 0 &&
-              fscanf(f, "%f", &version) == 1;
-    while (ok && fscanf(f, "%1023s", token) == 1) {
-        int index = 0;
-        if (strcmp(token, "#") == 0) {
-            int c;
-            while ((c = fgetc(f)) != EOF && c != '\n') {}
-        } else if (strcmp(token, "DOF_NUM") == 0) {
-            ok = fscanf(f, "%d", &d.dofCount) == 1 && d.dofCount > 0 && d.dofCount <= CHANNEL_SLOT_COUNT;
-            if (ok) d.dofs.assign(d.dofCount, ChannelDof{});
-        } else if (strcmp(token, "DOF_NAME") == 0) {
-            ok = fscanf(f, "%d %1023s", &index, token) == 2;
-            if (ok && index >= 0 && index < d.dofCount) d.dofs[index].name = token;
-        } else if (strcmp(token, "DOF_TYPE") == 0) {
-            char letter = 0, onOff[4] = {};
-            ok = fscanf(f, "%d %c %3s", &index, &letter, onOff) == 3 && (letter == 'I' || letter == 'O');
-            if (ok && index >= 0 && index < d.dofCount) {
-                d.dofs[index].direction = letter == 'I' ? CHANNEL_DIR_INPUT : CHANNEL_DIR_OUTPUT;
-                d.dofs[index].active = strcmp(onOff, "ON") == 0;
-            }
-        } else if (strcmp(token, "ERROR_NUM") == 0) {
-            ok = fscanf(f, "%d", &d.errorCount) == 1 && d.errorCount > 0 && d.errorCount <= 1000;
-            if (ok) d.errors.assign(d.errorCount, std::string());
-        } else if (strcmp(token, "ERROR") == 0) {
-            char text[1024] = {};
-            ok = fscanf(f, "%d %1023[^\n]", &index, text) >= 1;
-            if (ok && index >= 0 && index < d.errorCount) d.errors[index] = text;
-        } else if (strcmp(token, "_END") == 0) {
-            break;
-        }
-    }
-    fclose(f);
-    if (!ok) return 0;
-    d.slots.assign(d.dofCount, ChannelSlot{});
-    d.configRead = 1;
-    *driver = d;
-    return 1;
-}
-
 std::string channelConnectionText(int kind, const ChannelConnectionParts &p) {
     char text[4096];
     if (kind == CHANNEL_CONN_OUTPUT)

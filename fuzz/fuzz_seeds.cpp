@@ -124,5 +124,20 @@ int main(int argc, char *argv[]) {
               "EndOfRELATIONS\n", f);
         fclose(f);
     }
+    // A channel setup with every kind of line, and a driver configuration.
+    if (FILE *f = fopen((dir + "/setup.chn").c_str(), "wb")) {
+        fputs("SCHN 3.51\nCHANNELS   3.51\nBrackwood Studio Environment\n# title\nFAST_INPUT OFF\n"
+              "CAPTURE ON\nCONTROL OFF\nTAKE_REC /tmp shot\nFRAMERATE ON\nDRIVER_SYNC ON\n"
+              "DRIVER ON wave 2\nREMOTE 0 DRIVER_EMPTY_STRING\tDEFAULT_DRIVER_LOCATION\n"
+              "RUNMODE FREQUENCY 60.0000\nCHANNEL 0 0.5 2 1 -1 ON I IN sine\n"
+              "CHANNEL 1 0 1 9999 -9999 OFF O OUT\nITEM MODEL \"cube.ty = 2 * CHN wave.sine + 0.5\"\n"
+              "CALIBRATE\n   ON OFF 0 0 0\n", f);
+        fclose(f);
+    }
+    if (FILE *f = fopen((dir + "/driver.drv").c_str(), "wb")) {
+        fputs("CHANNEL_DRIVER 1.0\nDOF_NUM 2\nDOF_NAME 0 sine\nDOF_TYPE 0 I ON\nDOF_TYPE 1 O OFF\n"
+              "ERROR_NUM 1\nERROR 0 no device\n_END\n", f);
+        fclose(f);
+    }
     return 0;
 }

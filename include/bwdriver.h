@@ -106,6 +106,7 @@ typedef enum {
 typedef enum { BW_TAKE_FILE_TYPES(BW_X_TAKE_ENUM) } BW_TakeFileType;
 #undef BW_X_TAKE_ENUM
 #define BW_TAKE_BINARY_RECORD_SIZE 16 /* bytes of one BINARY record */
+#define BW_TAKE_LINE_MAX 256          /* characters of a line of a take file, its end not counted */
 
 typedef struct BW_Driver BW_Driver;
 

@@ -564,3 +564,71 @@ ChannelSetup *channelSetupLoadForScene();
 // next version of the element named after the scene in SETUP_CHANNELS, where
 // channelSetupFileForScene finds it. The path written, or "" on failure.
 std::string channelSetupWriteForScene(Database *db, const char *sceneName, const ChannelSetup *setup);
+// Take files: a driver's data of one take, a text header, then its records
+// (lines "time DOF status value", or 16-byte records in network order) and a
+// line "END-OF-DATA". The reader stands in a library of its own (channel_take)
+// that needs nothing but the C and C++ libraries, so that drivers and tools
+// link it without the rest of the channel code.
+
+#include <cstdio>
+
+#include "bwdriver.h"  // BW_TAKE_FILE_TYPES: the table of file types
+
+constexpr int TAKE_LINE_MAX = BW_TAKE_LINE_MAX;     // characters of a line, its end not counted
+constexpr float TAKE_VERSION_TYPED = 1.1f;          // from this version on the header has FILE_TYPE
+constexpr const char *TAKE_END_OF_DATA = "END-OF-DATA";
+
+struct TakeFile {
+    FILE *stream = nullptr;            // the open file, owned; null when none
+    std::string path;                  // its name, for messages
+    int32_t line = 0;                  // lines read so far, comments and empty ones counted
+    float version = 0.0f;              // of the first line, "%s V%f"
+    int32_t type = BW_TAKE_FILE_ASCII; // BW_TakeFileType: FILE_TYPE, ASCII before version 1.1
+    std::string takeFile;              // TAKE_FILE: name of the take
+    std::string sceneName;             // SCENE_NAME
+    std::string driverName;            // DRIVER_NAME
+    int32_t dofCount = 0;              // NUM_DOFS
+    float minTime = 0.0f;              // MIN_TIME, seconds
+    float maxTime = 0.0f;              // MAX_TIME, seconds
+    std::string startTc;               // START_TC, time code of the first record
+    std::string endTc;                 // END_TC, time code of the last record
+    int32_t dofGrouped = 0;            // DOF_GROUPED: 1 "TRUE", 0 "FALSE"
+    int32_t dofCounted = 0;            // DOF_COUNTED: 1 "TRUE", 0 "FALSE"
+};
+
+// Reads the header up to and with "START-OF-DATA", opening `fileName` when the
+// take has no stream yet (`fileName` names the file in messages either way).
+// 1, or 0 after "<file> (line N): Error -- expecting ..." on standard error.
+int takeFileReadHeader(TakeFile *take, const char *fileName);
+// The next record: BINARY records for a BINARY file, lines for every other type.
+// 1, or 0 at "END-OF-DATA", at the end of the file or at anything that is not a
+// whole record; the stream then stands at the end of the last record read.
+int takeFileReadRecord(TakeFile *take, void *reserved, int32_t *dof, int32_t *status, float *value,
+                       float *time);
+// Reads a line from where the records stopped: 1 when it is "END-OF-DATA".
+int takeFileIsComplete(FILE *stream);
+void takeFileClose(TakeFile *take);    // closes the stream; the fields stay
+const char *takeFileTypeName(int type);  // FILE_TYPE word of a type, null out of the table
+
+// Where a take lies: "<dir>/<name>.CHD/TAKE.%04d", and in it the data of the
+// driver of index `driver`: "<driverName>.%02d.chd".
+std::string takeDirPath(const char *takeDir, const char *takeName, int takeNumber);
+std::string takeDataPath(const char *takeDir, const char *takeName, int takeNumber,
+                         const char *driverName, int driver);
+
+// Loading a take into the DOFs' curves (the editor's use; tools may call it).
+struct TakeLoadRange {
+    float start = 0.0f;      // in: first second of the setup's range
+    float end = -1.0f;       // in: its last second; below `start`: the take's own range
+    float takeStart = 0.0f;  // out: smallest MIN_TIME of the files read
+    float takeEnd = 0.0f;    // out: largest MAX_TIME of the files read
+    int32_t files = 0;       // out: driver files read
+    int32_t points = 0;      // out: points put into curves
+    int32_t clipped = 0;     // out: records outside the range, left out
+};
+// Reads take `takeNumber` of the setup's take set: every DOF of each driver
+// whose file is read gets its curve (made when it has none) emptied and one
+// linear key per record inside the range. 1 when at least one file was read.
+int takeLoad(ChannelSetup *setup, int takeNumber, TakeLoadRange *range);
+// Frees the curves of the setup's DOFs and sets them to null.
+void takeCurvesFree(ChannelSetup *setup);

@@ -98,3 +98,16 @@ int takeNextNumber(const char *path, int startNumber) {
 std::string takeSetPath(const char *takeDir, const char *takeName) {
     return std::string(takeDir ? takeDir : "") + "/" + (takeName ? takeName : "") + ".CHD";
 }
+
+std::string takeDirPath(const char *takeDir, const char *takeName, int takeNumber) {
+    char leaf[32];
+    snprintf(leaf, sizeof leaf, "TAKE.%04d", takeNumber);
+    return takeSetPath(takeDir, takeName) + "/" + leaf;
+}
+
+std::string takeDataPath(const char *takeDir, const char *takeName, int takeNumber,
+                         const char *driverName, int driver) {
+    char index[16];
+    snprintf(index, sizeof index, ".%02d.chd", driver);
+    return takeDirPath(takeDir, takeName, takeNumber) + "/" + (driverName ? driverName : "") + index;
+}

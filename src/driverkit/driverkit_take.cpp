@@ -38,6 +38,24 @@ void appendf(std::string &out, const char *format, ...) {
     out += line;
 }
 
+// A header line of text: "NONE" for an empty value, and the value cut so that
+// the line keeps to the readers' length. A line end or a blank at either end of
+// the value would not read back: line ends become blanks, and "NONE" stands in
+// for a value of blanks only.
+void appendText(std::string &out, const char *key, const std::string &value) {
+    std::string text = value;
+    for (char &c : text)
+        if (c == '\n' || c == '\r') c = ' ';
+    const size_t from = text.find_first_not_of(" \t");
+    text = from == std::string::npos ? "" : text.substr(from, text.find_last_not_of(" \t") - from + 1);
+    if (text.empty()) text = "NONE";
+    const size_t room = BW_TAKE_LINE_MAX - strlen(key);
+    if (text.size() > room) text.resize(room);
+    out += key;
+    out += text;
+    out += '\n';
+}
+
 const char *typeWord(int type) {
 #define BW_X_TAKE_WORD(name, value, word) if (type == value) return word;
     BW_TAKE_FILE_TYPES(BW_X_TAKE_WORD)
@@ -74,13 +92,12 @@ std::string takeText(const Take &take) {
             maxTime = std::fmax(maxTime, r.time);
         }
     }
-    auto word = [](const std::string &s) { return s.empty() ? std::string("NONE") : s; };
     std::string out;
     appendf(out, "%s V%f\n", "BRAK_TAKE", 1.1);
     appendf(out, "\tFILE_TYPE  : %s\n", typeWord(take.type));
-    appendf(out, "\tTAKE_FILE   : %s\n", word(take.path).c_str());
-    appendf(out, "\tSCENE_NAME  : %s\n", word(take.sceneName).c_str());
-    appendf(out, "\tDRIVER_NAME : %s\n", word(take.driverName).c_str());
+    appendText(out, "\tTAKE_FILE   : ", take.path);
+    appendText(out, "\tSCENE_NAME  : ", take.sceneName);
+    appendText(out, "\tDRIVER_NAME : ", take.driverName);
     appendf(out, "\tNUM_DOFS    : %d\n", take.dofCount);
     appendf(out, "\tMIN_TIME    : %f\n", double(minTime));
     appendf(out, "\tMAX_TIME    : %f\n", double(maxTime));

@@ -191,9 +191,12 @@ int channelDofLookup(const ChannelSetup *setup, const char *driverName, const ch
 int channelDofNames(const ChannelSetup *setup, int driver, int dof, char *driverName,
                     char *dofName);
 
-// Directory of the driver executables: BW_CHNLDRIVER, else the installed one
-// when it can be read (with a warning), else null.
+// Directory of the driver executables: BW_CHNLDRIVER, else the build's beside
+// the program, else the installed one when it can be read (with a warning),
+// else null.
 const char *channelDriverDirectory();
+// The drivers a build installs beside its programs (bin/drivers), or null.
+const char *channelBuildDriverDirectory();
 constexpr const char *CHANNEL_DEFAULT_DRIVER_DIR = "/usr/brackwood/chnlDriver/bin";
 
 // Reads the driver's configuration into its DOFs and errors, after checking

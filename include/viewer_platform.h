@@ -52,6 +52,8 @@ int viewerKeyHeld(int keyCode);
 // Closes the window as its close button does: the next viewerProcessEvents
 // destroys it and returns 0.
 void viewerRequestClose();
+// Prints the draw side's models, camera and channel slots as numbers (script "dump").
+void viewerDumpScene();
 
 // ---------------------------------------------------------------------------
 // Viewer side (src/viewer): what window events turn into.

@@ -39,11 +39,6 @@ void usage() {
             "       bwchan run [--frames N --csv] DRIVER [ARGS...]\n");
 }
 
-bool isDirectory(const std::string &path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 bool isFile(const std::string &path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
@@ -51,17 +46,6 @@ bool isFile(const std::string &path) {
 
 // The directory the drivers are looked for in; empty when there is none.
 std::string driverDirectory() {
-    const char *set = envGet(ENV_BW_CHNLDRIVER);
-    if (!set || !*set) {
-        char self[4096];
-        const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-        if (n > 0) {
-            self[n] = 0;
-            std::string dir(self);
-            dir = dir.substr(0, dir.rfind('/')) + "/drivers";
-            if (isDirectory(dir)) return dir;
-        }
-    }
     const char *dir = channelDriverDirectory();
     return dir ? dir : "";
 }

@@ -4,7 +4,7 @@
 // chapters: one model file with a small hierarchy of every surface kind the
 // display handles, a second with a row of props, stand-alone materials of
 // clearly different colours and finishes, two generated pictures and the
-// textures that map them, lights, and three scenes. "intro", the oldest,
+// textures that map them, lights, and five scenes. "intro", the oldest,
 // shows the cube alone. "gallery" shows the props: a checkered globe, a
 // glass drum with a band round it whose colour drifts from cyan to violet
 // and back, a sign and a chrome bead. "demo", the
@@ -14,10 +14,14 @@
 // in steps and eases back. A key light at infinity, a spot on the floor and
 // a warm lamp that circles the stage light it. Its camera looks at the cube
 // from above and in front. The viewer picks "demo" when no scene is named.
+// "wave" and "steer" come with channel setups: in a capture (viewer -c) the
+// wave driver moves the cube from side to side, and the pointer (the mouse
+// driver) steers the camera.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -25,6 +29,7 @@
 #include <string>
 #include <utility>
 
+#include "channel.h"
 #include "testdata.h"
 
 namespace {
@@ -192,6 +197,24 @@ Light light(uint16_t type, float r, float g, float b, std::initializer_list<floa
 }
 
 }  // namespace
+
+// The channel setup of scene `scene`: one driver of the driver directory and
+// its connections. False, with the reason on stderr, when it cannot be written.
+bool writeChannelSetup(Database *db, const char *scene, const char *driverName,
+                       std::initializer_list<const char *> connections) {
+    const char *dir = channelDriverDirectory();
+    ChannelSetup *setup = channelSetupCreate(4);
+    ChannelDriver driver;
+    bool ok = dir && driverFileRead(dir, driverName, &driver);
+    if (ok) {
+        channelSetupAddDriver(setup, driver);
+        for (const char *c : connections) channelSetupAddConnection(setup, CHANNEL_CONN_INPUT, c);
+        ok = !channelSetupWriteForScene(db, scene, setup).empty();
+    }
+    if (!ok) fprintf(stderr, "bwdemo: cannot write the channel setup of \"%s\" (driver %s)\n", scene, driverName);
+    channelSetupFree(setup);
+    return ok;
+}
 
 int main(int argc, char *argv[]) {
     if (argc != 2) {
@@ -388,6 +411,23 @@ int main(int argc, char *argv[]) {
         for (const std::string &file : curveFile) demo.add(CHP_ANIMATION, file);
         demo.add(CHP_CAMERAS, eyeFile);
         ok = ok && !tdWriteScene(db, "demo", demo, now).empty();
+    }
+    {
+        // Scenes driven by devices: the cube rides the wave driver's sine
+        // from side to side; the pointer steers the camera over the stage.
+        TdScene wave;
+        int cube = wave.add(CHP_MODELS, worldFile);
+        dress(wave, cube, 3, -1);
+        wave.add(CHP_CAMERAS, eyeFile);
+        ok = ok && !tdWriteScene(db, "wave", wave, now - 1200).empty();
+        TdScene steer;
+        int root = steer.add(CHP_MODELS, worldFile);
+        dress(steer, root, 0, -1);
+        steer.add(CHP_CAMERAS, eyeFile);
+        ok = ok && !tdWriteScene(db, "steer", steer, now - 600).empty();
+        ok = ok && writeChannelSetup(db, "wave", "wave", {"demo-world.transx = 2 * CHN wave.sine + 0"}) &&
+             writeChannelSetup(db, "steer", "mouse",
+                               {"demo-eye.posx = 8 * CHN mouse.x + -4", "demo-eye.posy = -6 * CHN mouse.y + 7"});
     }
     if (!ok) return 1;
     printf("Demo database written to %s\n", dbPath.c_str());

@@ -23,6 +23,8 @@ void title(FILE *f, const char *text) {
 // still finds its drivers where that directory is elsewhere.
 bool isDriverDirectory(const std::string &dir) {
     if (dir.empty() || dir == CHANNEL_DEFAULT_DRIVER_DIR) return true;
+    const char *build = channelBuildDriverDirectory();
+    if (build && dir == build) return true;
     const char *env = envGet(ENV_BW_CHNLDRIVER);
     return env && dir == env;
 }

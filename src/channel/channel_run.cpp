@@ -337,10 +337,10 @@ int channelRunStart(ChannelSetup *setup) {
     setup->closed = 0;
     setup->deadList.clear();
     msgShow("Please wait - starting drivers...", TOL_CLASS_STATUS);
-    const char *directory = channelDriverDirectory();
     for (int i = 0; i < setup->driverCount; ++i) {
         ChannelDriver &d = setup->drivers[size_t(i)];
         if (!d.selected) continue;
+        const char *directory = d.directory.empty() ? channelDriverDirectory() : nullptr;
         const std::string dir = !d.directory.empty() ? d.directory : directory ? directory : ".";
         const std::string exe = dir + "/" + d.name;
         if (setup->takeEnable) {

@@ -221,9 +221,28 @@ int channelDofNames(const ChannelSetup *setup, int driver, int dof, char *driver
     return 1;
 }
 
+const char *channelBuildDriverDirectory() {
+    // A build installs its drivers in bin/drivers beside its programs.
+    static const std::string beside = [] {
+        char self[4096];
+        const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+        if (n <= 0) return std::string();
+        self[n] = 0;
+        std::string path(self);
+        path = path.substr(0, path.rfind('/'));
+        if (path.size() < 4 || path.compare(path.size() - 4, 4, "/bin") != 0) return std::string();
+        path += "/drivers";
+        struct stat st;
+        return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? path : std::string();
+    }();
+    return beside.empty() ? nullptr : beside.c_str();
+}
+
 const char *channelDriverDirectory() {
     const char *dir = envGet(ENV_BW_CHNLDRIVER);
     if (dir && *dir) return dir;
+    // Drivers found beside the program need no setting.
+    if (const char *beside = channelBuildDriverDirectory()) return beside;
     msgShow("Channels environment variable, BW_CHNLDRIVER, has not been set.", TOL_CLASS_WARNING);
     return access(CHANNEL_DEFAULT_DRIVER_DIR, R_OK) == 0 ? CHANNEL_DEFAULT_DRIVER_DIR : nullptr;
 }

@@ -14,6 +14,7 @@
 #include "database.h"
 #include "dictionary.h"
 #include "graphic.h"
+#include "model.h"
 #include "tol.h"
 #include "view.h"
 #include "viewer.h"
@@ -253,6 +254,24 @@ void updateHiPriority() {
     }
 }
 
+namespace {
+
+// With two threads, the other side acknowledges a stop at its next look at
+// the flag: only then are the capture's lists no longer walked.
+void awaitStopAck() {
+    if (!viewer.parallel || loadAcquire(viewer.channelStopAck)) return;
+    const double start = viewerClock();
+    while (!loadAcquire(viewer.channelStopAck)) {
+        if (viewerClock() - start >= 2.0) {
+            fprintf(stderr, "WARNING: Channel stop not acknowledged by draw process.\n");
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+}  // namespace
+
 int channelsActive() {
     if (!loadAcquire(viewer.channelsRunning)) {
         storeRelease(viewer.channelStopAck, 1u);
@@ -312,16 +331,7 @@ void channelStop() {
     storeRelease(viewer.listDumpKey, 0u);
     if (loadAcquire(viewer.channelsRunning)) {
         storeRelease(viewer.channelsRunning, 0u);
-        if (viewer.parallel && !loadAcquire(viewer.channelStopAck)) {
-            double start = viewerClock();
-            while (!loadAcquire(viewer.channelStopAck)) {
-                if (viewerClock() - start >= 2.0) {
-                    fprintf(stderr, "WARNING: Channel stop not acknowledged by draw process.\n");
-                    break;
-                }
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            }
-        }
+        awaitStopAck();
         storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
         channelCaptureEnd(viewer.channelSetup, viewer.sceneCtx, viewer.processCount);
         storeRelease(viewer.takeRecording, 0u);
@@ -379,6 +389,7 @@ void viewerExit() {
     if (channelsActive()) {
         storeRelease(viewer.channelsRunning, 0u);
         storeRelease(viewer.channelCommand, CHANNEL_CMD_NONE);
+        awaitStopAck();
         channelCaptureEnd(viewer.channelSetup, viewer.sceneCtx, viewer.processCount);
     }
     viewer.gprops.texture.video = 0;
@@ -388,4 +399,26 @@ void viewerExit() {
     // under its feet.
     fflush(nullptr);
     _exit(0);
+}
+
+void viewerDumpScene() {
+    const int d = viewer.drawIndex;
+    Dictionary *dict = dictGet(static_cast<int>(viewer.sceneCtx[d].dict));
+    if (!dict) return;
+    printf("dump frame %ld\n", viewerFrameNumber());
+    if (Chapter *models = dictChapter(dict, CHP_MODELS))
+        for (int i = 0; i < models->elementCount; ++i) {
+            const Element &e = models->elements[i];
+            const Model *m = static_cast<const Model *>(e.data);
+            if (e.deleted != ELEM_LIVE || !m || !e.name) continue;
+            printf("model %s %.6f %.6f %.6f\n", e.name->name.c_str(), double(m->globalMatrix[3][0]),
+                   double(m->globalMatrix[3][1]), double(m->globalMatrix[3][2]));
+        }
+    if (const Camera *c = cameraOf(d))
+        printf("camera %.6f %.6f %.6f\n", double(c->position[0]), double(c->position[1]), double(c->position[2]));
+    if (const ChannelSetup *setup = viewer.channelSetup[d])
+        for (const ChannelDriver &drv : setup->drivers)
+            for (size_t k = 0; k < drv.slots.size(); ++k)
+                printf("slot %s %zu %.6f %.6f\n", drv.name.c_str(), k, double(drv.slots[k].value),
+                       double(drv.slots[k].time));
 }

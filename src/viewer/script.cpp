@@ -17,7 +17,7 @@
 
 namespace {
 
-enum ScriptOp { OP_PRESS, OP_RELEASE, OP_BUTTON_DOWN, OP_BUTTON_UP, OP_DRAG, OP_SNAPSHOT, OP_QUIT };
+enum ScriptOp { OP_PRESS, OP_RELEASE, OP_BUTTON_DOWN, OP_BUTTON_UP, OP_DRAG, OP_SNAPSHOT, OP_DUMP, OP_QUIT };
 
 struct ScriptCommand {
     long frame;
@@ -155,6 +155,12 @@ std::string parseLine(const std::string &raw, long *frame, std::vector<ScriptCom
         out->push_back(c);
         return "";
     }
+    if (name == "dump") {
+        if (std::string e = argCount(0, 0); !e.empty()) return e;
+        c.op = OP_DUMP;
+        out->push_back(c);
+        return "";
+    }
     if (name == "quit") {
         if (std::string e = argCount(0, 0); !e.empty()) return e;
         c.op = OP_QUIT;
@@ -191,6 +197,7 @@ void runCommand(const ScriptCommand &c) {
                               viewerKeyHeld(VKEY_CONTROL));
         break;
     case OP_SNAPSHOT: snapshots.push_back(c.file); break;
+    case OP_DUMP: viewerDumpScene(); break;
     case OP_QUIT: viewerRequestClose(); break;
     }
 }

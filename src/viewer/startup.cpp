@@ -72,7 +72,7 @@ int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, in
         g_loadMatteScene = 0;
         if (status != 0) return 0;
     }
-    ChannelSetup *setup = channelSetupInit();
+    ChannelSetup *setup = channelSetupLoadForScene();
     if (!setup) return 0;
     viewer.channelSetup[i] = setup;
     setup->sceneName = scenes[0];
@@ -219,6 +219,9 @@ int viewerMain(int argc, char *argv[]) {
     }
     if (const char *script = envGet(ENV_BW_VIEWER_SCRIPT)) viewerScriptLoad(script);
     viewerMessageLoop();
+    // Closed by the window: a capture still running ends as a stop ends it,
+    // so that its drivers and arena do not outlive the viewer.
+    if (loadAcquire(viewer.channelsRunning)) channelStop();
     storeRelease(viewer.quit, 1u);
     return 0;
 }

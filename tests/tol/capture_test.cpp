@@ -35,6 +35,7 @@ protected:
         ASSERT_EQ(driverFileRead(WAVE_DIR, "wave", &wave), 1);
         channelSetupAddDriver(setup, wave);
         channelSetupAddConnection(setup, CHANNEL_CONN_INPUT, "cube.transx = 2 * CHN wave.sine + 1");
+        channelSetupAddConnection(setup, CHANNEL_CONN_INPUT, "cube.rotz = 45 * CHN wave.square + 45");
         channelSetupAddConnection(setup, CHANNEL_CONN_INPUT,
                                   (cameraName + ".posy = 1 * CHN wave.square + 0").c_str());
         channelRunInit(setup, CHANNEL_MODE_CONTROL, 0);
@@ -83,6 +84,8 @@ TEST_F(Capture, ConnectionsDriveTheModelOnTheMainListAndTheCameraOnTheHighPriori
         const double t = slotTime();
         EXPECT_NEAR(cube->translation[0], 2 * std::sin(2 * std::numbers::pi * t) + 1, 1e-5) << t;
         EXPECT_NEAR(cube->globalMatrix[3][0], cube->translation[0], 1e-5) << "the hierarchy step followed";
+        const bool high = t - std::floor(t) < 0.5;  // the square: degrees in, radians inside
+        EXPECT_NEAR(cube->rotation[2], high ? std::numbers::pi / 2 : 0.0, 1e-6) << t;
         ASSERT_EQ(channelRunList(setup, dict, &setup->hiPriorityList), 1);
         const double u = slotTime();
         EXPECT_EQ(camera->position[1], u - std::floor(u) < 0.5 ? 1.0f : -1.0f) << u;
@@ -144,10 +147,10 @@ TEST_F(Capture, NothingConnectedOrADeadDriverEndsTheRunWithItsText) {
 
     ASSERT_EQ(channelRunStart(setup), 1);
     ASSERT_EQ(channelRunList(setup, dict, &setup->mainList), 1);
-    kill(setup->drivers[0].pid, SIGKILL);
     std::string text;
     {
         bwtest::OutputCapture capture;
+        kill(setup->drivers[0].pid, SIGKILL);
         int result = 1;
         for (int cycle = 0; cycle < 100 && result; ++cycle) result = channelRunList(setup, dict, &setup->mainList);
         EXPECT_EQ(result, 0);

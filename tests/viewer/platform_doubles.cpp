@@ -28,3 +28,5 @@ void viewerMotionEvent(int x, int y, int left, int middle, int right, int contro
              right, control);
     bwtest::inputLog += line;
 }
+
+void viewerDumpScene() { bwtest::inputLog += "dump\n"; }

@@ -3,6 +3,9 @@
 // last record of that DOF whose time is t or earlier. The DOFs are the file's.
 //
 //   take [-BW_RUN] [-record file] TAKEFILE
+//   take [-BW_RUN] [-record file] [-file TAKEFILE]
+// A viewer starts a driver with its own words only, so the file may stand in
+// take.cfg beside the executable as "-file TAKEFILE".
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +15,7 @@
 
 #include "bwdriver.h"
 #include "channel.h"
+#include "driver_words.h"
 
 namespace {
 
@@ -91,12 +95,18 @@ int sample(BW_Driver *drv, double time, void *user) {
 int main(int argc, char **argv) {
     BW_DriverArgs args;
     if (!driverParseArgs(argc, argv, &args)) return 2;
-    if (args.restCount != 1) {
-        fprintf(stderr, "take: usage: take [-BW_RUN] [-record file] TAKEFILE\n");
+    Playback playback;
+    if (args.restCount == 1 && args.rest[0][0] != '-') {
+        playback.fileName = args.rest[0];
+    } else {
+        drivers::Options options;
+        if (!drivers::readOptions("take", argv[0], args, {"file"}, {}, options)) return 2;
+        playback.fileName = options.get("file", "");
+    }
+    if (playback.fileName.empty()) {
+        fprintf(stderr, "take: usage: take [-BW_RUN] [-record file] TAKEFILE (or -file TAKEFILE in take.cfg)\n");
         return 2;
     }
-    Playback playback;
-    playback.fileName = args.rest[0];
     if (!load(playback)) return 2;
     std::vector<int> directions(size_t(playback.dofCount), BW_DOF_INPUT);
     BW_DriverDesc desc{};

@@ -35,6 +35,20 @@ std::vector<std::string> bufferFiles;   // temporary files handed to the drivers
 std::atomic<bool> timeoutHintShown{false};  // the BW_DRIVER_TIMEOUT hint is printed once
 constexpr int kRemotePortBase = 1125;          // port of a remote driver: this plus its index
 constexpr const char *kNoCustomFile = "DRIVER_NO_CUS_FILE";  // custom file word without one
+constexpr int kCustomPipeBytes = 1024;  // asked for; the system rounds a pipe up to a page
+
+// The custom file into the driver's input; a driver that does not read it
+// must not hold the viewer, so the writes stop when the pipe is full.
+void sendCustomData(int fd, const std::string &path) {
+    fcntl(fd, F_SETFL, O_NONBLOCK);
+    FILE *in = fopen(path.c_str(), "rb");
+    if (!in) return;
+    char buf[1024];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, in)) > 0)
+        if (write(fd, buf, n) != ssize_t(n)) break;
+    fclose(in);
+}
 
 struct Monitor {
     std::thread thread;                  // the watching thread
@@ -169,7 +183,8 @@ std::vector<std::string> commDriverWords(int index, const char *executable, int 
                                                           : driver->directory.c_str();
         for (const std::string &w :
              {std::string("-mode"), std::string("LOCAL_SERVER"), driver->remoteHost,
-              std::to_string(kRemotePortBase + index), std::string(kNoCustomFile), std::string("-"),
+              std::to_string(kRemotePortBase + index),
+              driver->customFile.empty() ? std::string(kNoCustomFile) : driver->customFile, std::string("-"),
               std::string(directory ? directory : ""), std::to_string(channelCount)})
             words.push_back(w);
         return words;
@@ -197,7 +212,7 @@ std::vector<std::string> commDriverWords(int index, const char *executable, int 
 
 int commStartDriver(int index, int semaphoreIndex, const char *executable, int firstChannel,
                     int channelCount, int *pid, void *custom, ChannelDriver *driver, int *timedOut) {
-    (void)custom;  // the custom dialogue's pipes come with the custom dialogue
+    (void)custom;  // what a driver is given of its custom dialogue is its customFile
     *timedOut = 0;
     *pid = -1;
     if (!commBlock() || index < 0 || index >= CHANNEL_MAX_DRIVERS) return 0;
@@ -219,10 +234,32 @@ int commStartDriver(int index, int semaphoreIndex, const char *executable, int f
     std::vector<char *> argv;
     for (std::string &w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
+    // A driver with custom data reads it on its standard input, from a pipe
+    // the viewer fills with its custom file and closes.
+    int input[2] = {-1, -1};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (driver && !driver->customFile.empty()) {
+        if (pipe2(input, O_CLOEXEC) != 0) {
+            fprintf(stderr, "BRAK shmemStartDriver(): PIPE FAILED!!! TROUBLE AHEAD!!!\n");
+            posix_spawn_file_actions_destroy(&actions);
+            return 0;
+        }
+        fcntl(input[1], F_SETPIPE_SZ, kCustomPipeBytes);
+        posix_spawn_file_actions_adddup2(&actions, input[0], 0);
+    }
     pid_t child = -1;
-    if (posix_spawn(&child, executable, nullptr, nullptr, argv.data(), environ) != 0) {
+    const int spawned = posix_spawn(&child, executable, &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (input[0] >= 0) close(input[0]);
+    if (spawned != 0) {
+        if (input[1] >= 0) close(input[1]);
         msgShowf(TOL_CLASS_ERROR, "Cannot start '%s' driver.", name.c_str());
         return 0;
+    }
+    if (input[1] >= 0) {
+        sendCustomData(input[1], driver->customFile);
+        close(input[1]);
     }
     const int pidfd = pidfdOpen(child);
     if (!commAwaitDriver(index, name.c_str(), static_cast<uint32_t>(child), pidfd, timedOut)) {

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "capture.h"
@@ -84,6 +85,24 @@ TEST(ChannelDriver, TakeFileAndBroadcastFormOnTheCommandLine) {
     commUnlockAll(nullptr);
     ASSERT_EQ(commLockAll(nullptr), 1);  // a turn later the driver has written its file
     EXPECT_EQ(commandLine(drv.bufferFile), "-BW_RUN -record " + tmp / "take.chd" + " -mode BROAD_LOCAL 5000");
+}
+
+TEST(ChannelDriver, ACustomFileReachesTheDriverOnItsInput) {
+    bwtest::TempDir tmp;
+    bwtest::ScopedEnv mode("FAKE_DRIVER_MODE", "ok");
+    bwtest::ScopedEnv input("FAKE_DRIVER_STDIN", "1");
+    DriverRun run(1);
+    ASSERT_EQ(run.ok, 1);
+    ChannelDriver drv;
+    drv.customFile = tmp.write("tracker.cus", "CHANNEL_DRIVER 1.0\nDOF_NUM 1\n_END\n");
+    int pid = 0, timedOut = -1;
+    ASSERT_EQ(commStartDriver(0, 0, FAKE_DRIVER, 0, 1, &pid, nullptr, &drv, &timedOut), 1);
+    commUnlockAll(nullptr);
+    ASSERT_EQ(commLockAll(nullptr), 1);  // a turn later the driver has written its file
+    std::ifstream in(drv.bufferFile);
+    std::stringstream text;
+    text << in.rdbuf();
+    EXPECT_EQ(text.str(), "-BW_RUN|CHANNEL_DRIVER 1.0\nDOF_NUM 1\n_END\n");
 }
 
 TEST(ChannelDriver, MissingNotExecutableAndSilentDrivers) {

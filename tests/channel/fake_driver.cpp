@@ -39,6 +39,12 @@ int main(int argc, char **argv) {
     if (const char *buffer = getenv("CHNL_BUFFER_FILE")) {
         if (FILE *f = fopen(buffer, "w")) {  // its command line, for the test to check
             for (int i = 1; i < argc; ++i) fprintf(f, i > 1 ? " %s" : "%s", argv[i]);
+            if (getenv("FAKE_DRIVER_STDIN")) {  // and what came on its input
+                char input[4096];
+                ssize_t n;
+                fputc('|', f);
+                while ((n = read(0, input, sizeof input)) > 0) fwrite(input, 1, size_t(n), f);
+            }
             fclose(f);
         }
     }

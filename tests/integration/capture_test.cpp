@@ -179,3 +179,17 @@ TEST_F(CaptureRun, ATakeIsRecordedWithTheNextNumberAndPlaysBackThroughTheTakeDri
     }
     EXPECT_GE(seen.size(), 2u) << replay.out << replay.err;
 }
+
+TEST_F(CaptureRun, ABadSetupFileIsNamedAndTheViewerPlaysOnWithoutACapture) {
+    dir.write("demo/SETUP_CHANNELS/wave.1-0.chn", "CHANNELS three\nDRIVER ON wave 6\n");
+    RunResult r = run("at 30\ndump\nat 40\nquit\n", {});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(bwtest::contains(r.err, "Channel setup file '")) << r.err;
+    EXPECT_TRUE(bwtest::contains(r.err, "wave.1-0.chn' has a bad version number.")) << r.err;
+    EXPECT_TRUE(bwtest::contains(r.err, "No valid channel items to update")) << r.err;
+    EXPECT_FALSE(bwtest::contains(r.out, "End Capture")) << "no capture ran";
+    const std::vector<Dump> all = dumps(r.out);
+    ASSERT_EQ(all.size(), 1u);
+    EXPECT_EQ(all[0].cubeX, 0.0);
+    EXPECT_FALSE(arenaLeft());
+}

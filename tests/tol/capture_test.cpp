@@ -161,3 +161,43 @@ TEST_F(Capture, NothingConnectedOrADeadDriverEndsTheRunWithItsText) {
     channelRunClose(setup);
     EXPECT_FALSE(arenaLeft(tmp.path()));
 }
+
+TEST_F(Capture, ADriverKilledDuringATakeLeavesTheOthersRecordingToTheEnd) {
+    ChannelDriver second;
+    ASSERT_EQ(driverFileRead(WAVE_DIR, "wave", &second), 1);
+    channelSetupAddDriver(setup, second);
+    channelSetupAddConnection(setup, CHANNEL_CONN_INPUT, "cube.transy = 1 * CHN wave_1.sine + 0");
+    bwtest::TempDir takes;
+    snprintf(setup->takeDir, sizeof setup->takeDir, "%s", takes.path().c_str());
+    snprintf(setup->takeName, sizeof setup->takeName, "t");
+    setup->takeEnable = 1;
+    bwtest::OutputCapture quiet;
+    ASSERT_EQ(channelRunStart(setup), 1);
+    ASSERT_EQ(takeRecordStart(setup, "s", 0.0), 1);
+    for (int cycle = 0; cycle < 5; ++cycle) ASSERT_EQ(channelRunList(setup, dict, &setup->mainList), 1);
+    kill(setup->drivers[1].pid, SIGKILL);
+    // The run goes on with the driver that lives; its take ends whole.
+    for (int cycle = 0; cycle < 30; ++cycle) ASSERT_EQ(channelRunList(setup, dict, &setup->mainList), 1);
+    takeRecordStop(setup);
+    ASSERT_EQ(channelRunList(setup, dict, &setup->mainList), 1);
+    channelRunClose(setup);
+    channelRunStop(setup);
+    std::ifstream file(takes / "t.CHD/TAKE.0001/wave.00.chd");
+    std::stringstream text;
+    text << file.rdbuf();
+    EXPECT_TRUE(text.str().size() > 12 && text.str().substr(text.str().size() - 12) == "END-OF-DATA\n") << text.str();
+    EXPECT_EQ(setup->deadList, "wave");
+}
+
+TEST_F(Capture, TheTableOfStartsAndStopsHoldsAThousand) {
+    channelTimesReset();
+    std::string err;
+    {
+        bwtest::StreamCapture capture(stderr);
+        for (int i = 0; i < CHANNEL_TIME_TABLE_SIZE + 1; ++i) channelRunClose(setup);
+        err = capture.text();
+    }
+    EXPECT_EQ(channelTimesCount(), CHANNEL_TIME_TABLE_SIZE);
+    EXPECT_TRUE(bwtest::contains(err, "Can't start/stop more than 1000 times.\n")) << err;
+    EXPECT_EQ(err.rfind("channel/chn_capt(", 0), 0u) << err;
+}

@@ -12,6 +12,7 @@
 
 #include "animation.h"
 #include "capture.h"
+#include "take_bytes.h"
 #include "channel.h"
 
 namespace {
@@ -60,26 +61,12 @@ std::string asciiRecords(const std::vector<Rec> &records) {
     return out;
 }
 
-void put32(std::string &out, uint32_t w) {
-    for (int shift = 24; shift >= 0; shift -= 8) out += char((w >> shift) & 0xff);
-}
-
-void putFloat(std::string &out, float f) {
-    uint32_t bits;
-    memcpy(&bits, &f, 4);
-    put32(out, bits);
-}
-
 // 16 bytes a record: u16 DOF, two unused, u32 status, f32 value, f32 time, all big-endian.
 std::string binaryRecords(const std::vector<Rec> &records) {
     std::string out;
     for (const Rec &r : records) {
-        out += char((r.dof >> 8) & 0xff);
-        out += char(r.dof & 0xff);
-        out += "\xAA\x55";  // unused: whatever stands there is passed over
-        put32(out, uint32_t(r.status));
-        putFloat(out, r.value);
-        putFloat(out, r.time);
+        // Unused bytes: whatever stands there is passed over.
+        bwtest::putTakeRecord(out, uint16_t(r.dof), uint32_t(r.status), r.value, r.time, "\xAA\x55");
     }
     return out;
 }

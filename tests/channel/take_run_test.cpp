@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "capture.h"
+#include "take_bytes.h"
 #include "channel.h"
 
 namespace {
@@ -43,16 +44,6 @@ std::string header(const char *versionLine, const char *typeLine) {
     return h;
 }
 
-void put32(std::string &out, uint32_t w) {
-    for (int shift = 24; shift >= 0; shift -= 8) out += char((w >> shift) & 0xff);
-}
-
-void putFloat(std::string &out, float f) {
-    uint32_t bits;
-    memcpy(&bits, &f, 4);
-    put32(out, bits);
-}
-
 // A version 1.0 header has no FILE_TYPE line and is ASCII.
 std::string asciiTake() {
     std::string t = header("BRAK_TAKE V1.000000\n", nullptr);
@@ -68,12 +59,7 @@ std::string asciiTake() {
 std::string binaryTake() {
     std::string t = header("BRAK_TAKE V1.100000\n", "\tFILE_TYPE  : BINARY\n");
     for (size_t i = 0; i < kRecords.size(); ++i) {
-        t += char(0);
-        t += char(kRecords[i].dof);  // u16 DOF, big-endian
-        t += std::string(2, '\0');   // unused
-        put32(t, uint32_t(i));       // status
-        putFloat(t, kRecords[i].value);
-        putFloat(t, kRecords[i].time);
+        bwtest::putTakeRecord(t, uint16_t(kRecords[i].dof), uint32_t(i), kRecords[i].value, kRecords[i].time);
     }
     return t + "END-OF-DATA\n";
 }

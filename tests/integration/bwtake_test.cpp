@@ -6,6 +6,7 @@
 #include <string>
 
 #include "capture.h"
+#include "take_bytes.h"
 #include "run_viewer.h"
 
 using bwtest::RunResult;
@@ -39,22 +40,6 @@ std::string header(const char *type) {
 }
 
 const char kRecords[] = "0.000000 0 7 1.250000\n0.500000 1 8 -3.000000\n";
-
-void put32(std::string &out, uint32_t w) {
-    for (int shift = 24; shift >= 0; shift -= 8) out += char((w >> shift) & 0xff);
-}
-
-void putBinary(std::string &out, uint16_t dof, uint32_t status, float value, float time) {
-    out += char(dof >> 8);
-    out += char(dof & 0xff);
-    out += std::string(2, '\0');
-    put32(out, status);
-    uint32_t bits;
-    memcpy(&bits, &value, 4);
-    put32(out, bits);
-    memcpy(&bits, &time, 4);
-    put32(out, bits);
-}
 
 const char kShownHeader[] =
     "  VERSION     : 1.100000\n"
@@ -90,8 +75,8 @@ TEST(Bwtake, PrintsTheHeaderAndRecordsOfEachType) {
     EXPECT_EQ(r.err, "");
 
     std::string bytes = header("BINARY");
-    putBinary(bytes, 0, 7, 1.25f, 0.0f);
-    putBinary(bytes, 1, 8, -3.0f, 0.5f);
+    bwtest::putTakeRecord(bytes, 0, 7, 1.25f, 0.0f);
+    bwtest::putTakeRecord(bytes, 1, 8, -3.0f, 0.5f);
     const std::string binary = tmp.write("b.chd", bytes + "END-OF-DATA\n");
     r = bwtake({binary}, tmp);
     EXPECT_EQ(r.status, 0) << r.err;
@@ -130,7 +115,7 @@ TEST(Bwtake, IncompleteFilesSayWhatIsMissing) {
     EXPECT_TRUE(bwtest::contains(r.out, "incomplete: line 17, after record 2, is neither a record nor END-OF-DATA\n"))
         << r.out;
     std::string bytes = header("BINARY");
-    putBinary(bytes, 0, 7, 1.25f, 0.0f);
+    bwtest::putTakeRecord(bytes, 0, 7, 1.25f, 0.0f);
     const std::string half = tmp.write("half.chd", bytes + bytes.substr(bytes.size() - 16, 9));
     r = bwtake({half}, tmp);
     EXPECT_EQ(r.status, 1);

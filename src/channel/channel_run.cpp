@@ -532,6 +532,8 @@ void channelRunStop(ChannelSetup *setup) {
 void channelRunAbort(ChannelSetup *setup, int reportIt) {
     if (!setup || setup->closed) return;
     setup->closed = 1;
+    // The monitor writes the list of dead drivers: it ends before that is read.
+    commMonitorStop();
     if (setup->useDrivers) {
         if (reportIt) {
             if (commAllDriversDead() && !setup->deadList.empty())
@@ -542,7 +544,6 @@ void channelRunAbort(ChannelSetup *setup, int reportIt) {
     }
     for (int i = 0; i < CHANNEL_MAX_DRIVERS; ++i)
         if (ChannelCommDriver *row = commDriver(i)) row->holdsLock = 0;
-    commMonitorStop();
     if (setup->useDrivers) {
         commStopDrivers();
         commClose();

@@ -150,7 +150,7 @@ TEST_F(Capture, NothingConnectedOrADeadDriverEndsTheRunWithItsText) {
     std::string text;
     {
         bwtest::OutputCapture capture;
-        kill(setup->drivers[0].pid, SIGKILL);
+        kill(commDriver(0)->pid, SIGKILL);  // the row's pid: the monitor clears the setup's
         int result = 1;
         for (int cycle = 0; cycle < 100 && result; ++cycle) result = channelRunList(setup, dict, &setup->mainList);
         EXPECT_EQ(result, 0);
@@ -175,7 +175,7 @@ TEST_F(Capture, ADriverKilledDuringATakeLeavesTheOthersRecordingToTheEnd) {
     ASSERT_EQ(channelRunStart(setup), 1);
     ASSERT_EQ(takeRecordStart(setup, "s", 0.0), 1);
     for (int cycle = 0; cycle < 5; ++cycle) ASSERT_EQ(channelRunList(setup, dict, &setup->mainList), 1);
-    kill(setup->drivers[1].pid, SIGKILL);
+    kill(commDriver(1)->pid, SIGKILL);
     // The run goes on with the driver that lives; its take ends whole.
     for (int cycle = 0; cycle < 30; ++cycle) ASSERT_EQ(channelRunList(setup, dict, &setup->mainList), 1);
     takeRecordStop(setup);

@@ -55,6 +55,8 @@ struct ViewerState {
     uint32_t channelsRunning, channelStopAck;  // channel run hand-shake
     uint32_t keysOffInRun;               // -k
     uint32_t playing;                    // key RIGHT sequence running
+    uint32_t paused;                     // key y paused the sequence: y resumes it
+    uint32_t frameShown;                 // the transport moved: the status text shows the frame
     uint32_t walkMode;                   // key W
     uint32_t adjustWalkSpeed;            // left double click in walk mode, held
     uint32_t adjustElevatorSpeed;        // right double click in walk mode, held
@@ -160,6 +162,11 @@ double viewerClock();             // seconds since the first call, millisecond s
 float timeFromFrame(int frame);   // frame / frames per second of the scene
 void viewerStartSequence();       // key RIGHT
 void viewerStopSequence();
+// Frame transport: a step of `frames` frames (the play range holds it), a
+// jump to a frame, pause and resume of a playing sequence.
+void viewerStepFrames(int frames);
+void viewerGotoFrame(int frame);
+void viewerPauseSequence();
 long viewerFrameNumber();         // viewerFrame calls so far
 int viewerStartUpdateThread();    // 0 when the thread could not be started
 
@@ -197,4 +204,5 @@ extern ViewerPickFn viewerModelPick;
 
 extern const char *const viewerUsageLines[];  // null-terminated
 extern const char *const keysHelp[];          // null-terminated
+extern const char *const transportHelp[];     // the transport keys, after keysHelp on `?`; null-terminated
 void viewerPrintKeysHelp();

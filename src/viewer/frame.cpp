@@ -3,6 +3,7 @@
 // two indices that hands a finished copy of the scene from one side to the other.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -348,9 +349,36 @@ void channelStop() {
 
 void viewerStartSequence() {
     if (loadAcquire(viewer.playing)) return;
+    viewer.paused = 0;
     storeRelease(viewer.curFrame, viewer.startFrame);
     storeRelease(viewer.playing, 1u);
     printf("Start Animation (%d frames)...\n", viewer.endFrame - viewer.startFrame + 1);
+}
+
+void viewerGotoFrame(int frame) {
+    // A sequence stops where the transport takes it; the frame stays shown.
+    storeRelease(viewer.playing, 0u);
+    viewer.paused = 0;
+    viewer.frameShown = 1;
+    storeRelease(viewer.curFrame, std::clamp(frame, viewer.startFrame, viewer.endFrame));
+    storeRelease(viewer.forceEval[0], 1u);
+    storeRelease(viewer.forceEval[1], 1u);
+}
+
+void viewerStepFrames(int frames) { viewerGotoFrame(loadAcquire(viewer.curFrame) + frames); }
+
+void viewerPauseSequence() {
+    if (loadAcquire(viewer.playing)) {
+        storeRelease(viewer.playing, 0u);
+        viewer.paused = 1;
+        viewer.frameShown = 1;
+        // The two copies may stand a frame apart: both show the paused one.
+        storeRelease(viewer.forceEval[0], 1u);
+        storeRelease(viewer.forceEval[1], 1u);
+    } else if (viewer.paused) {
+        viewer.paused = 0;
+        storeRelease(viewer.playing, 1u);
+    }
 }
 
 void viewerStopSequence() {
@@ -411,8 +439,19 @@ void viewerDumpScene() {
             const Element &e = models->elements[i];
             const Model *m = static_cast<const Model *>(e.data);
             if (e.deleted != ELEM_LIVE || !m || !e.name) continue;
-            printf("model %s %.6f %.6f %.6f\n", e.name->name.c_str(), double(m->globalMatrix[3][0]),
-                   double(m->globalMatrix[3][1]), double(m->globalMatrix[3][2]));
+            const float(*g)[4] = m->globalMatrix;
+            printf("model %s %.6f %.6f %.6f", e.name->name.c_str(), double(g[3][0]), double(g[3][1]), double(g[3][2]));
+            for (int r = 0; r < 3; ++r) printf(" %.6f %.6f %.6f", double(g[r][0]), double(g[r][1]), double(g[r][2]));
+            printf("\n");
+        }
+    if (Chapter *lights = dictChapter(dict, CHP_LIGHTS))
+        for (int i = 0; i < lights->elementCount; ++i) {
+            const Element &e = lights->elements[i];
+            const Light *l = static_cast<const Light *>(e.data);
+            if (e.deleted != ELEM_LIVE || !l || !e.name) continue;
+            printf("light %s %.6f %.6f %.6f at %.6f %.6f %.6f\n", e.name->name.c_str(), double(l->position[0]),
+                   double(l->position[1]), double(l->position[2]), double(l->interest[0]),
+                   double(l->interest[1]), double(l->interest[2]));
         }
     if (const Camera *c = cameraOf(d))
         printf("camera %.6f %.6f %.6f\n", double(c->position[0]), double(c->position[1]), double(c->position[2]));

@@ -119,3 +119,14 @@ const char *const keysHelp[] = {
     " \n",
     nullptr,
 };
+
+// Keys of this viewer beyond the list above: the frame transport.
+const char *const transportHelp[] = {
+    "Frame transport (keys of this viewer)\n",
+    "  <j> key    - one frame forward (by the scene's step)\n",
+    "  <h> key    - one frame back\n",
+    "  <u> key    - to the first frame\n",
+    "  <b> key    - to the last frame\n",
+    "  <y> key    - pause or resume a playing sequence\n",
+    nullptr,
+};

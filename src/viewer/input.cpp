@@ -149,6 +149,22 @@ void keyW(int shift, MouseState &mouse) {
 void keyX(int shift, MouseState &) {
     if (!shift) viewer.showCross = flip(viewer.showCross);
 }
+// The frame transport: keys the original list leaves free.
+void keyB(int shift, MouseState &) {
+    if (!shift) viewerGotoFrame(viewer.endFrame);
+}
+void keyH(int shift, MouseState &) {
+    if (!shift) viewerStepFrames(-viewer.frameStep);
+}
+void keyJ(int shift, MouseState &) {
+    if (!shift) viewerStepFrames(viewer.frameStep);
+}
+void keyU(int shift, MouseState &) {
+    if (!shift) viewerGotoFrame(viewer.startFrame);
+}
+void keyY(int shift, MouseState &) {
+    if (!shift) viewerPauseSequence();
+}
 void keyZ(int shift, MouseState &) {
     if (shift) return;
     if (!viewer.zoomPanMode) viewer.zoomPanMode = 1;
@@ -156,10 +172,10 @@ void keyZ(int shift, MouseState &) {
 }
 
 const LetterCommand letterPress[26] = {
-    keyA,      noCommand, keyC,      keyD,      noCommand, keyF,      keyG,       // a-g
-    noCommand, keyI,      noCommand, keyK,      keyL,      keyM,      keyN,       // h-n
-    keyO,      keyP,      noCommand, keyR,      keyS,      keyT,      noCommand,  // o-u
-    keyV,      keyW,      keyX,      noCommand, keyZ,                             // v-z
+    keyA,      keyB,      keyC,      keyD,      noCommand, keyF,      keyG,       // a-g
+    keyH,      keyI,      keyJ,      keyK,      keyL,      keyM,      keyN,       // h-n
+    keyO,      keyP,      noCommand, keyR,      keyS,      keyT,      keyU,       // o-u
+    keyV,      keyW,      keyX,      keyY,      keyZ,                             // v-z
 };
 
 // Releases end the modes held by their key.
@@ -197,7 +213,10 @@ void keyEyesCloser(int, int) {
     viewer.gprops.interOcular -= 0.01f;
     if (viewer.gprops.interOcular < 0.0f) viewer.gprops.interOcular = 0.0f;
 }
-void keyHelp(int, int) { viewerPrintKeysHelp(); }
+void keyHelp(int, int) {
+    viewerPrintKeysHelp();
+    for (const char *const *line = transportHelp; *line; ++line) fputs(*line, stdout);
+}
 void keyPlay(int, int) { viewerStartSequence(); }
 void keySelect(int, int) { viewer.selectMode = 1; }
 void keySelectUp(int, int) { viewer.selectMode = 0; }

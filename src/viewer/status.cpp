@@ -45,7 +45,7 @@ void viewerStatusText() {
     }
     if (!viewer.showInfo) return;
 
-    if (loadAcquire(viewer.playing)) {
+    if (loadAcquire(viewer.playing) || viewer.frameShown) {
         snprintf(text, sizeof text, "Frame: %4d ", loadAcquire(viewer.curFrame));
         line(text, red, y);
     }

@@ -77,14 +77,43 @@ TEST_F(Interaction, DisplayModeKeysChangeThePictureAndTheHelpKeysPrintTheKeyList
     EXPECT_FALSE(same("3.png", "4.png"));  // textured
     EXPECT_TRUE(same("4.png", "5.png"));   // Shift+W walks, and draws as it did
 
-    // ? and / print the key list, the same text twice at the end of the output.
+    // ? and / print the key list, the same text twice at the end of the output,
+    // each time with this viewer's transport keys after the list's own lines.
     const std::string head = "\n\nKeys: \n \n  <a> key    - Frame all. Fit all objects to the viewport.\n",
-                      tail = "  Escape key - exit the program \n  <?> key    - help, prints this info \n \n";
+                      tail = "  Escape key - exit the program \n  <?> key    - help, prints this info \n \n"
+                             "Frame transport (keys of this viewer)\n";
     size_t first = r.out.find(head, at), second = r.out.find(head, first + 1);
     ASSERT_EQ(first, at + modes.size()) << r.out;
     ASSERT_NE(second, std::string::npos);
-    EXPECT_EQ(r.out.substr(second - tail.size(), tail.size()), tail);
+    EXPECT_NE(r.out.find(tail, first), std::string::npos);
+    const std::string last = "  <y> key    - pause or resume a playing sequence\n";
+    EXPECT_EQ(r.out.substr(r.out.size() - last.size()), last);
     EXPECT_EQ(second - first, r.out.size() - second);
+}
+
+TEST_F(Interaction, TransportKeysStepThroughTheFrames) {
+    // Three frames forward, one back, then the first and two forward: the
+    // sheet rises 0.125 a frame from frame 1.
+    RunResult r = run("at 3\nsnapshot 1.png\ndump\nkey j\nat 4\nkey j\nat 5\nkey j\nat 7\nsnapshot 4.png\ndump\n"
+                      "key h\nat 9\nsnapshot 3.png\ndump\nkey u\nat 11\nkey j\nat 12\nkey j\n"
+                      "at 14\ndump\nkey b\nat 16\ndump\nat 17\nkey Escape\n",
+                      {"-s", "400x300"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    std::vector<double> sheetY;
+    size_t at = 0;
+    while ((at = r.out.find("model sheet ", at)) != std::string::npos) {
+        double x, y, z;
+        ASSERT_EQ(sscanf(r.out.c_str() + at, "model sheet %lf %lf %lf", &x, &y, &z), 3);
+        sheetY.push_back(y);
+        ++at;
+    }
+    ASSERT_EQ(sheetY.size(), 5u) << r.out;
+    EXPECT_NEAR(sheetY[0], 0.0, 1e-5);
+    EXPECT_NEAR(sheetY[1], 0.375, 1e-5);
+    EXPECT_NEAR(sheetY[2], 0.25, 1e-5);
+    EXPECT_NEAR(sheetY[3], 0.25, 1e-5);  // the first frame and two forward
+    EXPECT_FALSE(same("1.png", "4.png"));
+    EXPECT_FALSE(same("4.png", "3.png"));
 }
 
 TEST_F(Interaction, OrbitDragMovesThePictureOfBothCopies) {

@@ -499,3 +499,78 @@ constexpr uint32_t DISPLAY_ITEM_PRESENT = 1;
 constexpr uint32_t DISPLAY_ITEM_SELECTED = 2;
 constexpr uint32_t DISPLAY_ITEM_HIGHLIGHTED = 4;
 constexpr uint32_t DISPLAY_ITEM_HIDDEN = 8;
+
+// ---------------------------------------------------------------------------
+// Constraints and paths: handlers that set a model, camera or light from the
+// global state of its partners, through the local setters so that the subtree
+// follows at once.
+
+// The element type word of a partner: 2 model, 4 camera, 6 light (interests,
+// 5 and 7, are parts of their camera or light here); 0 for anything else.
+int elementTypeOf(int chapter, const void *data);
+// World position of a partner by its type word; 0 when it has none.
+int elementPosition(int type, const void *data, float position[3]);
+// Orientation of a partner as Euler angles (radians); 0 when it has none.
+int elementOrientation(int type, const void *data, float angles[3]);
+// Whether source `index` of the record counts at `time`: its entry is active
+// and its activation curve, if any, steps to at least 1.
+int constraintSourceOn(const UpdateRecord *record, int index, float time);
+
+// The common handler of 102, 103, 111, 114, 115, 116, 124, 125, 128, 129, 238
+// and 806; `selectedIndex` is -1 in the list walk.
+void constraintEval(UpdateRecord *record, float time, int selectedIndex);
+// Aims the model's X axis along `direction` (world), keeping the roll of its
+// x rotation. 0 when the aim fails (a direction below the 0.0001 bound).
+int constraintDirection(Model *model, const float direction[3], const Dictionary *dict,
+                        int32_t modelIndex);
+// The aim matrix: rows d, up-side, side (X along d, Z along up x d). 0 with
+// the identity when d is too short.
+int constraintAimMatrix(const float direction[3], const float up[3], float m[4][4]);
+void constraintThreePoints(UpdateRecord *record, float time);    // 119
+void constraintTwoPoints(UpdateRecord *record, float time);      // 127
+void constraintClusterCentre(UpdateRecord *record, float time);  // 126
+void constraintTransformCopy(UpdateRecord *record, float time);  // 150
+void curveSample(UpdateRecord *record, float time);              // 160
+void cameraPositionConstraint(UpdateRecord *record, float time); // 1111, 1116
+void lightPositionConstraint(UpdateRecord *record, float time);  // 2111, 2116
+// 117, 118: the subtree is brought up to date and the collision routine of
+// the relation runs per partner (ConstraintHooks); `point` may be null.
+void constraintHierarchy(UpdateRecord *record, float time, int selectedIndex, const float *point);
+// Sets the model's orientation from two world vectors: X along `first`, Z
+// along the part of `normal` square to it. Then the rotation setter.
+void modelSetPlane(Model *model, const float first[3], const float normal[3]);
+// Scales the model along its X axis so that the axis has the length of
+// `vector` and points along it.
+void modelSetAxisScale(Model *model, const float vector[3]);
+
+// Points of curves: a spline model (type 6) or a NURBS curve model (type 9),
+// in the curve's own coordinates.
+double curveLength(const Model *curve);  // arc length; 0 for no curve
+// The point at arc length `s` from the start; beyond the ends the end
+// segments go on straight. 0 for no curve.
+int curvePointAtLength(const Model *curve, double s, float point[3]);
+// The point at a parameter counted in vertices (spline) or CVs (NURBS).
+int curvePointAtParameter(const Model *curve, double parameter, float point[3]);
+// A curve point for `model`'s local position: see pathToParent.
+void pathToParent(const Model *model, const Model *curve, const float point[3], float out[3]);
+// Places the target of a path relation (112, 612, 1112, 1114, 2112, 2114) at
+// `percentage` of the curve's length. `target` is a Model, or the Camera or
+// Light of the camera and light relations.
+void pathEval(int32_t relation, Model *curve, void *target, float percentage,
+              const Dictionary *dict, int32_t targetIndex);
+void pathRecord(UpdateRecord *record, float time);  // the handler of the path relations
+
+// What the walk hands to modules this library does not carry. Each may be null.
+struct ConstraintHooks {
+    // Chain parts: a rotation limit on a joint or effector (103).
+    void (*chainRotationLimit)(Model *model, const float reference[3], void *limits);
+    // The up vector of a chain's resolution plane, mode 2 (128) or 1 (129).
+    void (*chainSetUpVector)(Model *joint, int mode, const float point[3], float time);
+    // Collision routines of 117 (tolerance as parameter) and 118.
+    void (*collision)(Model *model, Model *partner, float tolerance);
+    void (*collisionAlternate)(Model *model, Model *partner);
+    // Surface normal (124) and curve tangent (125) alignment of a model.
+    void (*alignNormal)(Model *model, Model *partner);
+    void (*alignTangent)(Model *model, Model *partner);
+};
+extern ConstraintHooks g_constraintHooks;

@@ -677,3 +677,5 @@ void relDataFree(int32_t relid, void *data);  // g_relDataFree while a scene is 
 float *relDataValues(RelData *data, const char *token);  // a field's numbers, or null
 const char *relDataWord(const RelData *data, const char *token);  // a word field, or null
 void relDataFixup(Dictionary *dict, int chapterId, int32_t index, RelationInst *inst);
+// The fix-up of every relation instance of the MODELS chapter, after a load.
+void relDataFixupModels(Dictionary *dict);

@@ -3,6 +3,7 @@
 // walk calls through the record without any search.
 #include <mutex>
 
+#include "constraint_internal.h"
 #include "updatelist_internal.h"
 
 namespace {
@@ -79,6 +80,29 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_TRANSFO, REL_EXPRESSION, REL_EXPRESSION, evalExpression},
     {RELGR_GEOM, REL_EXPRESSION, REL_EXPRESSION, evalExpression},
     {RELGR_OTHER, REL_EXPRESSION, REL_EXPRESSION, evalExpression},
+    // Constraints and paths.
+    {RELGR_TRANSFO, 102, 103, evalConstraint},
+    {RELGR_TRANSFO, 111, 111, evalConstraint},
+    {RELGR_TRANSFO, 114, 116, evalConstraint},
+    {RELGR_TRANSFO, 124, 125, evalConstraint},
+    {RELGR_TRANSFO, 128, 129, evalConstraint},
+    {RELGR_TRANSFO, 238, 238, evalConstraint},
+    {RELGR_TRANSFO, 806, 806, evalConstraint},
+    {RELGR_TRANSFO, 117, 118, evalConstraintHierarchy},
+    {RELGR_TRANSFO, 119, 119, evalConstraintPoints},
+    {RELGR_TRANSFO, 126, 127, evalConstraintPoints},
+    {RELGR_TRANSFO, 150, 150, evalConstraintPoints},
+    {RELGR_TRANSFO, 160, 160, evalConstraintPoints},
+    {RELGR_TRANSFO, 1111, 1111, evalCameraLightConstraint},
+    {RELGR_TRANSFO, 1116, 1116, evalCameraLightConstraint},
+    {RELGR_TRANSFO, 2111, 2111, evalCameraLightConstraint},
+    {RELGR_TRANSFO, 2116, 2116, evalCameraLightConstraint},
+    {RELGR_TRANSFO, 112, 112, evalPath},
+    {RELGR_TRANSFO, 612, 612, evalPath},
+    {RELGR_TRANSFO, 1112, 1112, evalPath},
+    {RELGR_TRANSFO, 1114, 1114, evalPath},
+    {RELGR_TRANSFO, 2112, 2112, evalPath},
+    {RELGR_TRANSFO, 2114, 2114, evalPath},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

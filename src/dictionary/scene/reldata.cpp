@@ -189,12 +189,14 @@ RelData *relDataNew(int32_t relid) {
     d->values = static_cast<float *>(calloc(static_cast<size_t>(n > 0 ? n : 1), sizeof(float)));
     int w = wordCount(f);
     if (w > 0) d->words = static_cast<char **>(calloc(static_cast<size_t>(w), sizeof(char *)));
-    // Limits default to the widest range, inactive.
+    // Limits default to the widest range, inactive, as a box: a block in the
+    // short form, which stops at DAMPING, then keeps its box.
     if (f == &kFamilies[FAM_LIMITS]) {
         for (int i = 0; i < 3; ++i) {
             d->values[i] = -1.0e6f;
             d->values[3 + i] = 1.0e6f;
         }
+        d->values[valueOffset(f, fieldIndex(f, "IS_AREA_BOX"))] = 1;
     }
     if (f == &kFamilies[FAM_CUSTOM]) d->values[valueOffset(f, fieldIndex(f, "AOCC"))] = 1;
     if (f == &kFamilies[FAM_BOOLEAN]) d->values[0] = 1;  // ACTIVE
@@ -204,11 +206,12 @@ RelData *relDataNew(int32_t relid) {
 void relDataFree(int32_t relid, void *data) {
     if (!data) return;
     RelData *d = static_cast<RelData *>(data);
+    // Every record is of this one form, so it is freed whatever the id says;
+    // an id without a kind is still reported, as it names no data at all.
+    if (!relDataFamilyOf(relid)) fprintf(stderr, "Data of Relid %d needs to be freed\n", relid);
     if (d->family) {
         int w = wordCount(d->family);
         for (int i = 0; d->words && i < w; ++i) free(d->words[i]);
-    } else {
-        fprintf(stderr, "Data of Relid %d needs to be freed\n", relid);
     }
     free(d->words);
     free(d->values);
@@ -254,8 +257,23 @@ void relDataWrite(FILE *stream, int32_t relid, const RelData *data) {
     if (!stream || !data || !data->family) return;
     (void)relid;
     const RelDataFamily *f = data->family;
+    // The short form when the fields behind it hold their defaults: a reader
+    // makes the same record of it.
+    int fields = f->fieldCount;
+    if (f->shortCount > 0) {
+        RelData *fresh = relDataNew(data->relid);
+        bool defaults = fresh != nullptr;
+        for (int i = f->shortCount; defaults && i < f->fieldCount; ++i) {
+            if (f->fields[i].isWord) continue;
+            const int at = valueOffset(f, i);
+            for (int k = 0; k < f->fields[i].count; ++k)
+                if (data->values[at + k] != fresh->values[at + k]) defaults = false;
+        }
+        relDataFree(data->relid, fresh);
+        if (defaults) fields = f->shortCount;
+    }
     fprintf(stream, "RELDATA ");
-    for (int i = 0; i < f->fieldCount; ++i) {
+    for (int i = 0; i < fields; ++i) {
         const RelDataField &fd = f->fields[i];
         fprintf(stream, "%s ", fd.token);
         if (fd.isWord) {
@@ -284,22 +302,33 @@ const char *relDataWord(const RelData *data, const char *token) {
 }
 
 void relDataFixup(Dictionary *dict, int chapterId, int32_t index, RelationInst *inst) {
-    if (!inst || inst->relid == REL_EXPRESSION || inst->relid == 247) return;
-    if (inst->relid < 800 || inst->relid > 807) return;
-    if (!inst->data) inst->data = relDataNew(inst->relid);
-    RelData *d = static_cast<RelData *>(inst->data);
-    if (!d) return;
-    Element *other = elemGet(dict, inst->chp, inst->elem);
     (void)chapterId;
     (void)index;
+    if (!inst || inst->relid == REL_EXPRESSION || inst->relid == 247) return;
+    if (inst->data) return;  // the file's data stands
+    RelData *d = relDataNew(inst->relid);
+    if (!d) return;  // a relation without a kind of data
+    inst->data = d;
+    Element *other = elemGet(dict, inst->chp, inst->elem);
     if (!other || !other->data) return;
     if (inst->relid == 807 && inst->chp == CHP_MATERIALS) {
-        // The material's transparency stands for the stiffness of a flexible object.
+        // The one value a material gives a flexible object: its transparency.
         const Material *m = static_cast<const Material *>(other->data);
         if (float *v = relDataValues(d, "SENSITIVITY")) v[0] = m->transparency;
     } else if (inst->relid == 800 && inst->chp == CHP_MODELS) {
-        // The node's geometry type selects the mode of the stretch.
+        // The one value the node's geometry gives: its type.
         const Model *m = static_cast<const Model *>(other->data);
         if (float *v = relDataValues(d, "MODE")) v[0] = static_cast<float>(m->type);
+    }
+}
+
+void relDataFixupModels(Dictionary *dict) {
+    Chapter *models = dictChapter(dict, CHP_MODELS);
+    for (int i = 0; models && i < models->elementCount; ++i) {
+        Element &e = models->elements[i];
+        if (e.deleted == ELEM_FREE_SLOT || !e.childGroups) continue;
+        for (int g = 0; g < e.childGroupCount; ++g)
+            for (int k = 0; k < e.childGroups[g].count; ++k)
+                relDataFixup(dict, CHP_MODELS, i, &e.childGroups[g].items[k]);
     }
 }

@@ -619,6 +619,7 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     sortHierarchies(dict);
     sceneConnectAnimation(dict, table);
     for (const Connection &c : kConnections) relConnect(dict, c.chapter, c.group, c.relid);
+    relDataFixupModels(dict);
 
     // 8-9
     dictCleanupAfterLoad(dict);

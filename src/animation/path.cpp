@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr int SAMPLES_PER_SPAN = 32;  // arc length samples per spline segment or knot span
+constexpr int SAMPLES_PER_SPAN = 128;  // arc length samples per spline segment or knot span
 constexpr int MAX_DEGREE = 31;
 
 // ---------------------------------------------------------------------------

@@ -16,7 +16,9 @@
 // from above and in front. The viewer picks "demo" when no scene is named.
 // "wave" and "steer" come with channel setups: in a capture (viewer -c) the
 // wave driver moves the cube from side to side, and the pointer (the mouse
-// driver) steers the camera.
+// driver) steers the camera. "rig" shows constraints and a path: a cube rides
+// a round track at a percentage from a curve, an arrow points at it, the
+// camera's interest follows it and a lamp stands at the lantern above it.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -58,6 +60,37 @@ Model *makeWorld() {
 // facing +z and a bead.
 constexpr float SIGN_HALF[2] = {1.0f, 0.6f};
 constexpr float DRUM_HEIGHT = 1.6f;
+
+// The rig: a closed spline track round the stage, a rider that goes round
+// it with a lantern above it, and an arrow that keeps pointing at the rider.
+// Room is left beside them for a wheel driven by an expression.
+Model *makeRig() {
+    Model *root = modelNew("set", MODEL_BARE, nullptr);
+    Spline *track = static_cast<Spline *>(calloc(1, sizeof(Spline)));
+    track->closed = 1;
+    track->vertexCount = 4;
+    track->vertices = static_cast<SplineVertex *>(calloc(4, sizeof(SplineVertex)));
+    // A round loop of radius 3: each vertex's handles lie along the circle.
+    const float at[4][3] = {{3, 0, 0}, {0, 0, -3}, {-3, 0, 0}, {0, 0, 3}};
+    const float along[4][3] = {{0, 0, -1.66f}, {-1.66f, 0, 0}, {0, 0, 1.66f}, {1.66f, 0, 0}};
+    for (int i = 0; i < 4; ++i)
+        for (int k = 0; k < 3; ++k) {
+            track->vertices[i].pos[k] = at[i][k];
+            track->vertices[i].tanOut[k] = along[i][k];
+            track->vertices[i].tanIn[k] = -along[i][k];
+        }
+    Model *path = modelNew("track", MODEL_SPLINE, track);
+    Model *rider = modelNew("rider", MODEL_MESH, meshMakeCube(0.8f));
+    Model *lantern = modelNew("lantern", MODEL_MESH, meshMakeCube(0.2f));
+    lantern->translation[1] = 1.2f;
+    modelAddChild(rider, lantern);
+    Model *arrow = modelNew("arrow", MODEL_MESH, meshMakeCube(1.0f));
+    const float arrowScale[3] = {1.6f, 0.25f, 0.25f};
+    memcpy(arrow->scaling, arrowScale, sizeof arrowScale);
+    arrow->translation[1] = 1.5f;
+    for (Model *child : {path, rider, arrow}) modelAddChild(root, child);
+    return root;
+}
 
 Model *makeProps() {
     Model *root = modelNew("props", MODEL_BARE, nullptr);
@@ -428,6 +461,45 @@ int main(int argc, char *argv[]) {
         ok = ok && writeChannelSetup(db, "wave", "wave", {"demo-world.transx = 2 * CHN wave.sine + 0"}) &&
              writeChannelSetup(db, "steer", "mouse",
                                {"demo-eye.posx = 8 * CHN mouse.x + -4", "demo-eye.posy = -6 * CHN mouse.y + 7"});
+    }
+    {
+        // The rig: the rider goes round its track at a percentage from a
+        // curve, the camera's interest and the arrow follow it, the lamp
+        // stands at its lantern.
+        Model *rig = makeRig();
+        const std::string rigFile = tdFullName(tdWriteModel(db, "rig-set", rig));
+        modelFree(rig);
+        AnimItem *lap = chain({curve(112, 113, FCV_LINEAR, {{1, 0}, {101, 100}}, FCV_EXTRA_PERIODIC)});
+        const std::string lapFile = tdFullName(tdWriteAnimation(db, "rig-rider", lap));
+        animItemsFree(lap);
+        Camera watcher;
+        const float from[3] = {0.0f, 7.0f, 9.0f};
+        memcpy(watcher.position, from, sizeof from);
+        const std::string watcherFile = tdFullName(tdWriteCamera(db, "rig-eye", watcher));
+        const std::string lampFile =
+            tdFullName(tdWriteLight(db, "rig-lamp", light(1, 1.0f, 0.85f, 0.5f, {0.0f, 2.0f, 0.0f})));
+        ok = ok && !rigFile.empty() && !lapFile.empty() && !watcherFile.empty() && !lampFile.empty();
+        TdScene rigScene;
+        int root = rigScene.add(CHP_MODELS, rigFile);
+        const char *nodes[4] = {"rig-track.1-0", "rig-rider.1-0", "rig-lantern.1-0", "rig-arrow.1-0"};
+        int node[4];
+        for (int i = 0; i < 4; ++i) node[i] = rigScene.add(CHP_MODELS, nodes[i], false);
+        ok = ok && rigScene.relate(CHP_MODELS, node[0], CHP_MODELS, root, 110) &&
+             rigScene.relate(CHP_MODELS, node[1], CHP_MODELS, root, 110) &&
+             rigScene.relate(CHP_MODELS, node[2], CHP_MODELS, node[1], 110) &&
+             rigScene.relate(CHP_MODELS, node[3], CHP_MODELS, root, 110) &&
+             rigScene.relate(CHP_MODELS, node[1], CHP_MODELS, node[0], 112) &&
+             rigScene.relate(CHP_MODELS, node[3], CHP_MODELS, node[1], 116);
+        dress(rigScene, node[1], 0, -1);
+        dress(rigScene, node[2], 3, -1);
+        dress(rigScene, node[3], 2, -1);
+        rigScene.add(CHP_ANIMATION, lapFile);
+        int eye = rigScene.add(CHP_CAMERAS, watcherFile);
+        int lamp = rigScene.add(CHP_LIGHTS, lampFile);
+        rigScene.add(CHP_LIGHTS, lightFile[0]);
+        ok = ok && rigScene.relate(CHP_CAMERAS, eye, CHP_MODELS, node[1], 1116) &&
+             rigScene.relate(CHP_LIGHTS, lamp, CHP_MODELS, node[2], 2111);
+        ok = ok && !tdWriteScene(db, "rig", rigScene, now - 300).empty();
     }
     if (!ok) return 1;
     printf("Demo database written to %s\n", dbPath.c_str());

@@ -76,3 +76,31 @@ TEST_F(Bweval, TheDemoSceneMovesAsItsCurvesSay) {
     EXPECT_NEAR(frames[1]["demo-world"].r[1], 0.0, 1e-3);
     EXPECT_GT(std::fabs(frames[26]["demo-world"].r[1]), 10.0);
 }
+
+TEST_F(Bweval, TheRigRiderGoesRoundItsTrackAndTheArrowFollowsIt) {
+    bwtest::RunResult r = bwtest::runProgram(BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "rig", "--frames", "1:100:3"},
+                                             dir.path(), {"BW_DBDIR"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto frames = parse(r.out);
+    ASSERT_EQ(frames.size(), 34u) << r.out;
+    double travelled = 0;
+    const Pose *last = nullptr;
+    for (auto &[frame, models] : frames) {
+        const Pose &rider = models["rig-rider"], &lantern = models["rig-lantern"], &arrow = models["rig-arrow"];
+        // Round the loop of radius 3 (four cubic arcs: within 1 %), the lantern above it.
+        EXPECT_NEAR(std::hypot(rider.t[0], rider.t[2]), 3.0, 0.03) << frame;
+        EXPECT_NEAR(rider.t[1], 0.0, 1e-4);
+        EXPECT_NEAR(lantern.t[1] - rider.t[1], 1.2, 1e-4);
+        EXPECT_NEAR(lantern.t[0], rider.t[0], 1e-4);
+        // The arrow's X axis, from its Euler angles, points from it at the rider.
+        double rx = arrow.r[0] * M_PI / 180, ry = arrow.r[1] * M_PI / 180, rz = arrow.r[2] * M_PI / 180;
+        (void)rx;
+        double axis[3] = {cos(rz) * cos(ry), sin(rz) * cos(ry), -sin(ry)};
+        double to[3] = {rider.t[0] - arrow.t[0], rider.t[1] - arrow.t[1], rider.t[2] - arrow.t[2]};
+        double len = std::hypot(to[0], to[1], to[2]);
+        for (int k = 0; k < 3; ++k) EXPECT_NEAR(axis[k], to[k] / len, 1e-3) << frame;
+        if (last) travelled += std::hypot(rider.t[0] - last->t[0], rider.t[2] - last->t[2]);
+        last = &rider;
+    }
+    EXPECT_GT(travelled, 15.0);  // most of one lap of 18.85
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "tol_handle.h"
 #include "tol_status.h"
@@ -189,6 +190,12 @@ extern int g_keepOrientation;  // 1 (default): triangles as generated; 0 swaps c
 // `precision` is glbVar.patch_lod at the callers. 0, or 9 for a null model.
 // Drops the old geometry first.
 int tessellateModel(Model *model, int chooseShape, int shapeIndex, int precision);
+// Frees the model's vertex and triangle arrays (not its strips, which the
+// draw owns: they are flagged stale).
+void tessArraysDrop(Model *model);
+// The dictionary the tessellation and the strip build look ids up in for this
+// thread; null gives back the thread's current one.
+void tessDictionarySet(Dictionary *dict);
 // Tessellates, then (at the next call) builds the strip stream. 0, 23 for a
 // null model, 97 when stopFct stopped it.
 int modelPreprocess(Model *model, BW_GraphicProps *gprops);
@@ -316,6 +323,14 @@ struct GrStateInitMark {
 extern GrStateInitMark g_grStateInit;
 extern int g_optimizeEditing;  // BW_SHADE_OPTIMIZE_EDITING: textures keep their flags at state init
 
+// The light of a type: where it stands and whether it is a spot. Unknown
+// types light as points.
+struct LightForm {
+    float w;    // fourth coordinate of the light's position: 0 at infinity
+    bool spot;  // aims at its interest within its cone
+};
+const LightForm &lightFormOf(uint16_t type);
+
 // GL_LIGHT0 from the default light, not enabled.
 void grDefaultLightSet();
 // Local or infinite viewer (BW_OGL_LIGHT_VIEWER_INFINITE, read once), the
@@ -344,6 +359,18 @@ const Texture2D *modelLocalTexture(const Model *model, const BW_GlbVar &g);
 // Which texture applies to the triangles of `material` on `model`.
 const Texture2D *textureResolve(const Model *model, const Material *material, const Texture2D *local,
                                 const BW_GlbVar &g);
+
+// The first of a material's own 2D textures; null for none.
+const Texture2D *materialTexture(const Material *material);
+// Whether a texture repeats (else it is clamped at its edges): every texture
+// with `repeatAll` (BW_SHADE_TEXTURE_REPEAT), one that uses its picture's
+// alpha, and one that takes the surface's UV as given.
+int textureRepeats(const Texture2D *texture, int repeatAll);
+// The file that holds the picture of a texture: a path as it stands (".pic"
+// added when it has no suffix), else a picture of the database's PICTURES
+// chapter. A sequence (sequenceName) names its frames "<name>.<frame>". 1 if
+// a file was found.
+int texturePicturePath(Dictionary *dict, const Texture2D *texture, int32_t frame, std::string *path);
 
 // Texture UV. UV of a point for the texture's method, the point first turned
 // by the texture's rotation (`matrix`, row vector times rows); returns the seam side

@@ -202,11 +202,6 @@ TOL_Status texturesDefineSome(TOL_Scene *scene, int count, const int32_t *indice
 int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops);
 // The flag word of texture `index`; 0 for none.
 uint16_t textureFlags(const Dictionary *dict, int32_t index);
-// The file that holds the picture of a texture: a path as it stands (".pic"
-// added when it has no suffix), else a picture of the database's PICTURES
-// chapter. A sequence (sequenceName) names its frames "<name>.<frame>". 1 if
-// a file was found.
-int texturePicturePath(Dictionary *dict, const Texture2D *texture, int32_t frame, std::string *path);
 // The frame of the pictures of sequence textures, as the evaluation gives it:
 // a texture whose frame changed loads its picture again at the next bind.
 void textureSequenceFrameSet(const Texture2D *texture, int32_t frame);

@@ -31,6 +31,8 @@ HEADER_RANK = {
     "channel.h": 1,
     "graphic.h": 2, "view.h": 2,
     "tol.h": 3,
+    # The exporter stands beside the draw: it reads the display form, no hardware.
+    "export.h": 2,
     "viewer.h": 4, "viewer_platform.h": 4,
     # The driver kit's header stands apart: drivers link nothing else of ours.
     "bwdriver.h": 0,

@@ -30,15 +30,7 @@ constexpr uint16_t MAP_CYLINDER = 5, MAP_SPHERE = 6;
 constexpr int32_t KIND_SKIPPED_A = 13, KIND_SKIPPED_B = 15;  // model kinds without strips
 constexpr float COLOUR_SCALE = 0.00392156862745098f;  // 1 / 255
 
-// The dictionary whose models are being preprocessed; ids are looked up in
-// it, else in the calling thread's.
-thread_local Dictionary *s_preprocessDict = nullptr;
-
 Dictionary *lookupDict() { return tessDictionary(); }
-
-const Texture2D *materialTexture(const Material *material) {
-    return material && !material->textures.empty() ? &material->textures[0] : nullptr;
-}
 
 int materialIdDefault(const Material *material) { return grMaterialId(lookupDict(), material); }
 
@@ -46,47 +38,8 @@ int textureIdDefault(const Texture2D *texture) { return grTextureId(lookupDict()
 
 }  // namespace
 
-Dictionary *tessDictionary() { return s_preprocessDict ? s_preprocessDict : dictCurrent(); }
-
 int (*g_stripMaterialId)(const Material *material) = materialIdDefault;
 int (*g_stripTextureId)(const Texture2D *texture) = textureIdDefault;
-
-const Material &materialDefault() {
-    static const Material material;  // the record's defaults are the default material's
-    return material;
-}
-
-bool modelMirrored(const Model *m) {
-    return static_cast<double>(m->globalScale[0]) * m->globalScale[1] * m->globalScale[2] < 0.0;
-}
-
-int modelExtraScale(const Model *m, float scale[3]) {
-    if (m->type != MODEL_MESH || !m->geometry.mesh || (m->geometry.mesh->flags & MESH_FLAG_SCALED)) return 0;
-    for (int k = 0; k < 3; ++k) scale[k] = m->scaling[k];
-    return 1;
-}
-
-Material *modelMaterial(const Model *m) {
-    for (const Model *n = m; n; n = n->parent)
-        if (n->materials && n->materialCount > 0) return n->materials[0];
-    return nullptr;
-}
-
-const Texture2D *modelLocalTexture(const Model *m, const BW_GlbVar &g) {
-    if (!g.useLocalTexture) return nullptr;
-    for (int i = 0; m->textures2D && i < m->texture2DCount; ++i)
-        if (m->textures2D[i]) return m->textures2D[i];
-    return nullptr;
-}
-
-const Texture2D *textureResolve(const Model *model, const Material *material, const Texture2D *local,
-                                const BW_GlbVar &g) {
-    const Texture2D *own = materialTexture(material);
-    if (!own || !g.useMaterialTexture) return local;
-    if (local && g.materialOverLocal != 1) return local;
-    if (!g.currentMaterialOnly) return own;
-    return material == modelMaterial(model) ? own : local;
-}
 
 namespace {
 
@@ -671,11 +624,7 @@ void modelDropGeometry(Model *model, int recurse) {
     while (!stack.empty()) {
         Model *m = stack.back();
         stack.pop_back();
-        free(m->vertices);  // the UV slots go with it
-        free(m->triangles);
-        m->vertices = nullptr;
-        m->triangles = nullptr;
-        m->vertexCount = m->triangleCount = 0;
+        tessArraysDrop(m);
         modelDropStrips(m);
         if (!recurse) break;
         for (Model *c = m->firstChild; c; c = c->nextSibling) stack.push_back(c);
@@ -687,7 +636,7 @@ TOL_Status grPreprocessAll(TOL_Scene *scene, BW_GraphicProps *gprops) {
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));
     Chapter *models = dict ? dictChapter(dict, CHP_MODELS) : nullptr;
     if (!models) return 0;
-    s_preprocessDict = dict;
+    tessDictionarySet(dict);
     TOL_Status status = 0;
     for (int32_t i = 0; i < models->elementCount && status == 0; ++i) {
         const Element &e = models->elements[i];
@@ -695,6 +644,6 @@ TOL_Status grPreprocessAll(TOL_Scene *scene, BW_GraphicProps *gprops) {
         if (e.deleted != ELEM_LIVE || !m || !m->visible) continue;
         status = modelPreprocess(m, gprops);
     }
-    s_preprocessDict = nullptr;
+    tessDictionarySet(nullptr);
     return status == TOL_ST_STOPPED ? TOL_ST_STOPPED : 0;
 }

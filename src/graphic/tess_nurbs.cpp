@@ -395,7 +395,7 @@ int tessellateNurbs(Model *model, NurbsSurface *shape, NurbsSurface *reference, 
 
 int tessellateNurbsTrimmed(Model *model, const TessTrimLoop *loops, int loopCount, int precision) {
     if (!model || model->type != MODEL_NURBS_SURFACE) return 9;
-    modelDropGeometry(model, 0);
+    tessArraysDrop(model);
     if (!model->geometry.surface) return 0;
     return nurbsRun(model, model->geometry.surface, model->geometry.surface, precision, loops, loopCount);
 }

@@ -162,7 +162,7 @@ int tessellateBox(Model *model) {
 
 int tessellateModel(Model *model, int chooseShape, int shapeIndex, int precision) {
     if (!model) return 9;
-    modelDropGeometry(model, 0);
+    tessArraysDrop(model);
     // Shape animation blocks are kept as read and not decoded into records,
     // so the model's own geometry serves as the shape and the reference
     // whatever shape is asked for.

@@ -157,21 +157,6 @@ TOL_Status materialListUpdate(const Material *m, int id, float alpha, bool check
 // ---------------------------------------------------------------------------
 // Lights
 
-// The light of a type: where it stands and whether it is a spot.
-struct LightForm {
-    float w;    // fourth coordinate of GL_POSITION: 0 at infinity
-    bool spot;  // aims at its interest within its cone
-};
-constexpr LightForm LIGHT_POINT = {1.0f, false};
-constexpr LightForm LIGHT_SPOT = {1.0f, true};
-constexpr LightForm LIGHT_INFINITE = {0.0f, false};
-
-// By light type: 1 point, 2 spot, 3 and 4 infinite, 5 area (lit as a point).
-constexpr int LIGHT_TYPES = 6;
-const LightForm lightForms[LIGHT_TYPES] = {LIGHT_POINT,    LIGHT_POINT,    LIGHT_SPOT,
-                                           LIGHT_INFINITE, LIGHT_INFINITE, LIGHT_POINT};
-
-const LightForm &lightFormOf(uint16_t type) { return lightForms[type < LIGHT_TYPES ? type : 1]; }
 
 // Every light reaches every model, and no cone.
 void lightRoundAbout(GLenum gl) {

@@ -21,9 +21,7 @@
 
 namespace {
 
-constexpr uint16_t MAP_UV = 4;
 constexpr uint16_t DEFINE_FLAGS = TEXTURE_FLAG_LOAD | TEXTURE_FLAG_COMPILE;
-constexpr const char *PICTURE_SUFFIX = ".pic";
 
 int stopped(const BW_GraphicProps *gprops) { return gprops && gprops->stopFct && gprops->stopFct() ? TOL_ST_STOPPED : 0; }
 
@@ -138,11 +136,6 @@ void textureListMade(int id, const Texture2D &t, int32_t frame) {
     inputsOf(t, frame, c.inputs);
 }
 
-bool endsWith(const std::string &text, const char *tail) {
-    const std::string t = tail;
-    return text.size() >= t.size() && text.compare(text.size() - t.size(), t.size(), t) == 0;
-}
-
 }  // namespace
 
 void textureSequenceFrameSet(const Texture2D *texture, int32_t frame) {
@@ -153,32 +146,6 @@ void textureSequenceFrameSet(const Texture2D *texture, int32_t frame) {
             return;
         }
     sequenceFrames.emplace_back(texture, frame);
-}
-
-int texturePicturePath(Dictionary *dict, const Texture2D *t, int32_t frame, std::string *path) {
-    if (!t || !path) return 0;
-    std::string name = t->pictureName;
-    if (!t->sequenceName.empty() && frame >= 0) name = t->sequenceName + "." + std::to_string(frame);
-    if (name.empty()) return 0;
-    if (name.find('/') != std::string::npos || name[0] == '$') {
-        char expanded[BW_PATH_MAX];
-        dbExpandPath(name.c_str(), expanded);
-        for (const std::string &candidate : {std::string(expanded), std::string(expanded) + PICTURE_SUFFIX})
-            if (access(candidate.c_str(), R_OK) == 0) {
-                *path = candidate;
-                return 1;
-            }
-        return 0;
-    }
-    Database *db = dict ? dict->database : nullptr;
-    if (!db) return 0;
-    if (endsWith(name, PICTURE_SUFFIX)) name.resize(name.size() - 4);
-    Element probe{};
-    probe.name = elemNameParse(name.c_str(), nullptr, 0);
-    const int found = probe.name && elemFindFile(db, dict, "PICTURES", CHP_PICTURES, &probe, nullptr, 0);
-    if (found) *path = g_elemPath;
-    elemNameFree(probe.name);
-    return found;
 }
 
 uint16_t textureFlags(const Dictionary *dict, int32_t index) {
@@ -204,7 +171,7 @@ int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops) {
     if (stopped(gprops)) return TOL_ST_STOPPED;
     // A picture of its own alpha, or textures that modulate, go as RGB.
     const int components = t->alpha || !g.blending ? 3 : 4;
-    const int repeat = repeatAll || t->alpha || (t->method == MAP_UV && t->explicitUV == 1);
+    const int repeat = textureRepeats(t, repeatAll);
     // Whatever happens now, a texture that fails says so once.
     state.flags &= static_cast<uint16_t>(~DEFINE_FLAGS);
     textureListMade(index + 2, *t, state.frame);

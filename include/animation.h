@@ -476,6 +476,14 @@ struct EvalHooks {
     void (*channelRecord)(UpdateRecord *record, float time);
     // Any other expression record.
     void (*expressionRecord)(UpdateRecord *record, float time);
+    // Channels as expressions see them, by the names of the current scene's
+    // setup: the driver and DOF of "driver.dof" with the DOF's ChannelDirection
+    // (1 when found), the value of an input DOF at a time, and a value put
+    // into an output DOF.
+    int (*channelDofFind)(const char *driver, const char *dof, int *driverIndex, int *dofIndex,
+                          int *direction);
+    float (*channelDofRead)(int driverIndex, int dofIndex, float time);
+    void (*channelDofWrite)(int driverIndex, int dofIndex, float value);
 };
 extern EvalHooks g_evalHooks;
 

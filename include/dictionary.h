@@ -626,6 +626,7 @@ struct SceneLoadHooks {
     int (*buildUpdateLists)(Dictionary *dict);          // the main update list; 0 on a cycle
     void (*updateScene)(Dictionary *dict, float time);  // the first scene update
     void (*select)(Dictionary *dict, int chapter, int index);  // onto the current select list
+    int (*connectExpressions)(Dictionary *dict);  // compiles and connects the loaded expressions
 };
 extern SceneLoadHooks g_sceneLoadHooks;
 

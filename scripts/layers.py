@@ -27,7 +27,7 @@ from pathlib import Path
 HEADER_RANK = {
     "tol_status.h": 0, "tol_handle.h": 0, "tol_codes.h": 0, "bw_env.h": 0,
     "database.h": 1, "fileio.h": 1, "geometry.h": 1, "material.h": 1, "model.h": 1,
-    "camera.h": 1, "animation.h": 1, "dictionary.h": 1,
+    "camera.h": 1, "animation.h": 1, "dictionary.h": 1, "expr.h": 1,
     "channel.h": 1,
     "graphic.h": 2, "view.h": 2,
     "tol.h": 3,

@@ -79,8 +79,38 @@ std::string fromNone(const char *s) { return strcmp(s, "NONE") == 0 ? std::strin
 
 }  // namespace
 
+namespace {
+
+// Expressions reach channels by name through the current scene's setup.
+ChannelDriver *expressionDriver(int driverIndex) {
+    ChannelSetup *setup = sceneStateCurrent().channelSetup;
+    if (!setup || driverIndex < 0 || driverIndex >= setup->driverCount) return nullptr;
+    return &setup->drivers[static_cast<size_t>(driverIndex)];
+}
+
+int expressionDofFind(const char *driver, const char *dof, int *driverIndex, int *dofIndex, int *direction) {
+    const ChannelSetup *setup = sceneStateCurrent().channelSetup;
+    if (!setup || !channelDofLookup(setup, driver, dof, driverIndex, dofIndex)) return 0;
+    *direction = setup->drivers[static_cast<size_t>(*driverIndex)].dofs[static_cast<size_t>(*dofIndex)].direction;
+    return 1;
+}
+
+float expressionDofRead(int driverIndex, int dofIndex, float time) {
+    ChannelDriver *d = expressionDriver(driverIndex);
+    return d ? channelDofValue(d, dofIndex, time) : 0.0f;
+}
+
+void expressionDofWrite(int driverIndex, int dofIndex, float value) {
+    if (ChannelDriver *d = expressionDriver(driverIndex)) channelDofSet(d, dofIndex, value);
+}
+
+}  // namespace
+
 ChannelSetup *channelSetupCreate(int maxDrivers) {
     if (maxDrivers < 1) return nullptr;
+    g_evalHooks.channelDofFind = expressionDofFind;
+    g_evalHooks.channelDofRead = expressionDofRead;
+    g_evalHooks.channelDofWrite = expressionDofWrite;
     ChannelSetup *setup = new ChannelSetup;
     setup->driverMax = maxDrivers;
     setup->drivers.reserve(maxDrivers);

@@ -8,6 +8,7 @@
 #include "camera.h"
 #include "database.h"
 #include "dictionary.h"
+#include "expr.h"
 #include "tol.h"
 #include "tol_internal.h"
 #include "view.h"
@@ -30,6 +31,8 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     g_sceneLoadHooks.updateScene = updatelistSceneUpdate;
     // Elements a file marks selected join the loading scene's select list.
     g_sceneLoadHooks.select = selectListAddCurrent;
+    // Expressions: their chapter's reader, their connection after a load, their handler.
+    exprInstall();
 
     char cwd[BW_PATH_MAX];
     g_workDir = getcwd(cwd, sizeof cwd) ? cwd : "";

@@ -623,6 +623,7 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
 
     // 8-9
     dictCleanupAfterLoad(dict);
+    if (g_sceneLoadHooks.connectExpressions) g_sceneLoadHooks.connectExpressions(dict);
     sortHierarchies(dict);
     if (g_sceneLoadHooks.buildUpdateLists) g_sceneLoadHooks.buildUpdateLists(dict);
     if (Chapter *animation = dictChapter(dict, CHP_ANIMATION)) elemHierSort(animation);

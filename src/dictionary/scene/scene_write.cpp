@@ -23,10 +23,11 @@ bool hierarchicalChapter(int chapterId) {
 }
 
 // A curve's own element is made by the load from its file's element: the
-// file is written, not the curves, nor their relations.
+// file is written, not the curves, nor their relations. Expressions alike:
+// their file is written, and the load connects its members again.
 bool live(const Element &e) { return e.deleted == ELEM_LIVE && e.name; }
 bool written(int chapterId, const Element &e) {
-    return live(e) && !(chapterId == CHP_ANIMATION && e.lev > 0);
+    return live(e) && !((chapterId == CHP_ANIMATION || chapterId == CHP_EXPRESSIONS) && e.lev > 0);
 }
 
 }  // namespace
@@ -79,6 +80,10 @@ int sceneWrite(Dictionary *dict, const char *path, float version) {
                     if (r.chp >= position.size() || r.elem < 0 ||
                         static_cast<size_t>(r.elem) >= position[r.chp].size() ||
                         position[r.chp][r.elem] < 0)
+                        continue;
+                    // The elements an expression reads join its run at the load.
+                    if (r.relid == REL_EXPRESSION && r.chp != CHP_EXPRESSIONS && c != CHP_EXPRESSIONS &&
+                        r.chp != CHP_CHANNEL_DRIVERS && c != CHP_CHANNEL_DRIVERS)
                         continue;
                     // A relation standing in several groups is written once.
                     if (r.relid == REL_EXPRESSION || r.relid == REL_CUSTOM) {

@@ -123,6 +123,13 @@ std::string tdWriteAnimation(Database *db, const std::string &name, const AnimIt
     return finish(db, CHP_ANIMATION, t, animFileWrite((t.stem + "." + t.suffix).c_str(), items));
 }
 
+std::string tdWriteExpressions(Database *db, const std::string &name,
+                               const std::vector<ExprFileEntry> &entries) {
+    Target t;
+    if (!targetFor(db, CHP_EXPRESSIONS, name, t)) return "";
+    return finish(db, CHP_EXPRESSIONS, t, exprFileWrite((t.stem + "." + t.suffix).c_str(), entries));
+}
+
 std::string tdWriteScene(Database *db, const std::string &name, const std::string &text,
                          time_t mtime) {
     Target t;

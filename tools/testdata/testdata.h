@@ -8,11 +8,13 @@
 
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "animation.h"
 #include "camera.h"
 #include "database.h"
 #include "dictionary.h"
+#include "expr.h"
 #include "material.h"
 #include "model.h"
 
@@ -39,6 +41,10 @@ std::string tdWriteLight(Database *db, const std::string &name, const Light &lig
 // ANIMATION: an ".ani" file of the items' curves; the element of the same
 // name (without version) is the one they animate.
 std::string tdWriteAnimation(Database *db, const std::string &name, const AnimItem *items);
+// EXPRESSIONS: an ".exp" file of named expressions; the scene names it as
+// a ROOT element and the load makes each expression an element of its own.
+std::string tdWriteExpressions(Database *db, const std::string &name,
+                               const std::vector<ExprFileEntry> &entries);
 // SCENES: a ".dsc" file holding `text` as given, its modification time set to
 // `mtime` so that the newest scene is the one the caller chose.
 std::string tdWriteScene(Database *db, const std::string &name, const std::string &text,

@@ -94,7 +94,7 @@ Fcurve *curveOf(ExprCall &c, const ExprNode *node) {
             if (r.chp != CHP_ANIMATION) continue;
             Element *curve = elemGet(c.scene->dict, CHP_ANIMATION, r.elem);
             Fcurve *f = curve ? static_cast<Fcurve *>(curve->data) : nullptr;
-            if (f && curve->lev > 0 && f->type == ref.curveType) return f;
+            if (f && f->type == ref.curveType) return f;
         }
     return nullptr;
 }

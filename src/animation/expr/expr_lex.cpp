@@ -158,6 +158,40 @@ int exprLex(const char *text, std::vector<ExprLexeme> *out, std::string *error) 
             return 1;
         }
         const char c = text[i];
+        // A number: digits, a point, an exponent; a word character right
+        // behind it makes it a word instead.
+        if (isdigit(static_cast<unsigned char>(c)) ||
+            (c == '.' && isdigit(static_cast<unsigned char>(text[i + 1])))) {
+            size_t end = i;
+            while (isdigit(static_cast<unsigned char>(text[end]))) ++end;
+            bool real = false;
+            if (text[end] == '.') {
+                real = true;
+                ++end;
+                while (isdigit(static_cast<unsigned char>(text[end]))) ++end;
+            }
+            if ((text[end] == 'e' || text[end] == 'E') &&
+                (isdigit(static_cast<unsigned char>(text[end + 1])) ||
+                 ((text[end + 1] == '+' || text[end + 1] == '-') && isdigit(static_cast<unsigned char>(text[end + 2]))))) {
+                real = true;
+                end += 2;
+                while (isdigit(static_cast<unsigned char>(text[end]))) ++end;
+            }
+            if (!wordChar(text[end])) {
+                const std::string number(text + i, end - i);
+                if (real) {
+                    lx.token = T_REAL;
+                    lx.rval = atof(number.c_str());
+                } else {
+                    lx.token = T_INT;
+                    lx.ival = static_cast<int32_t>(strtol(number.c_str(), nullptr, 10));
+                }
+                lx.length = static_cast<int32_t>(end - i);
+                i = end;
+                out->push_back(lx);
+                continue;
+            }
+        }
         if (wordChar(c)) {
             // The longest run of word characters; a run that starts with a
             // digit and holds no dot is a digit string only.

@@ -347,11 +347,15 @@ int expressionsLoadScene(Dictionary *dict) {
 // Evaluation in the update
 
 void expressionEvalRecord(UpdateRecord *record, float time) {
-    if (!record || !record->data || record->sourceCount < 1 || !record->sources[0].active) return;
-    const UpdateSource &first = record->sources[0];
-    if (first.fcurve && fcurveStepValue(first.fcurve, time, 1, 0) < 1) return;
-    if (first.chapter != CHP_EXPRESSIONS || !first.data) return;
-    Expression *x = static_cast<Expression *>(first.data);
+    if (!record || !record->data || record->sourceCount < 1) return;
+    // The entries of one run stand in chapter order: the expression's own is
+    // the one of the expressions chapter, the others are what it reads.
+    const UpdateSource *own = nullptr;
+    for (int i = 0; i < record->sourceCount && !own; ++i)
+        if (record->sources[i].chapter == CHP_EXPRESSIONS) own = &record->sources[i];
+    if (!own || !own->active || !own->data) return;
+    if (own->fcurve && fcurveStepValue(own->fcurve, time, 1, 0) < 1) return;
+    Expression *x = static_cast<Expression *>(own->data);
     int status = 0;
     expressionRun(x, exprEvalSceneOf(walkState().dict), time, &status);
     if (status) msgShow(exprStatusMessage(status), TOL_CLASS_WARNING);

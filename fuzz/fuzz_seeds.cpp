@@ -83,6 +83,22 @@ int main(int argc, char *argv[]) {
               "EndOfPLAYCTRL\nEndOfENVIRONMENT\n", f);
         fclose(f);
     }
+    // Expressions: every operator, leaf form and function once.
+    const char *const kExpressions[] = {
+        "cube.G.rotz += -Fc * 2 % 3 / (1 + T) - PI * E",
+        "= \"abc\" LIKE \"b\" || MOD == CAM && !FALSE != TRUE <= 1 >= 0 < 2 > 1",
+        "MOD cube.L.transx = cond(Fs < Fe, rand_0_1(3), RAND(-, -1.5, 2.5)) + randBool() + RAND(2, 1, 9)",
+        "= sin(1) + cos(2) + tan(90) + asin(2) + acos(1) + atan(1) + log(0) + exp(1) + abs(-1) + sqrt(-1)",
+        "= pow(0, 0) + MIN( + MAX(1, 2) + av(3) + at_time(1, a.transx) + at_frame(2, a.transx)",
+        "= ctr_dist(a.transx, b.transx) + ctr_dist_cam(a.transx) + ctr_dist_cam_int(a.transx) + sinus(10, 2)",
+        "= oscil(1, 9, 2, 4, 1, 1, 3, 2) + ease_in(1, 9, 1) + ease_out(1, 9, 2) + noise(1.5, 2e-3, .5)",
+        "CHN mouse.x -= fmod(7, 2) * has_relation(a.transx, 20011, FORWARD) + LinearInterp + SplineInterp",
+    };
+    for (size_t i = 0; i < sizeof kExpressions / sizeof kExpressions[0]; ++i)
+        if (FILE *f = fopen((dir + "/expr" + std::to_string(i) + ".txt").c_str(), "wb")) {
+            fputs(kExpressions[i], f);
+            fclose(f);
+        }
     // A picture with alpha, both packings.
     {
         uint8_t planes[4][24];

@@ -438,3 +438,7 @@ int textureListCompile(int id, const Texture2D *texture, const TexturePicture *p
 int textureBindList(const Texture2D *texture, int id, const BW_GraphicProps *gprops);
 // Texturing off, sphere mapping off, nothing bound.
 void textureUnbind(BW_GlbVar &g);
+
+// Writes the current colour buffer (the back buffer when double-buffered) as an
+// 8-bit RGB PNG, bottom row last. Returns 1 on success.
+int snapshotWritePng(const char *file, int width, int height);

@@ -133,6 +133,10 @@ void displayModePassEnd(const BW_GraphicProps *gprops, const DisplayPassState *s
 // off by BW_SHADE_DISABLE_OFFSET. Looked up once.
 using PolygonOffsetFn = void (*)(float factor, float units);
 PolygonOffsetFn grPolygonOffset();
+// How GL entry points are looked up: the window system's (GLX) unless the
+// program that made the context says otherwise, before the first draw.
+using GrProcAddressFn = void *(*)(const char *name);
+void grSetProcAddress(GrProcAddressFn lookup);
 
 // ---------------------------------------------------------------------------
 // Materials and lights on the hardware. Each material is a display list

@@ -114,6 +114,18 @@ struct ViewerOptions {
     const char *geometry = nullptr;                     // -s text
 };
 
+// What the viewer does to a scene before drawing it, shared with the other
+// programs that draw as it does (library viewer_scene, no window in it).
+// -a, -d and -l: 1 when `letter` is one of them, with its argument applied.
+int viewerDisplayOption(int letter, const char *arg, BW_GraphicProps *gprops, int *patchLod);
+// Bounds for culling, display mode and colour of every model; returns the
+// scene's first camera (null without one). Leaves the scene current.
+TOL_Elem *viewerPrepareScene(TOL_Scene *scene);
+// Sets the camera's aspect (width / height), keeping the current scene.
+void viewerSceneAspect(TOL_Scene *scene, TOL_Elem *camera, float aspect);
+// Time in seconds of a frame at the scene's frame rate (30 when it has none).
+float viewerSceneTime(TOL_Scene *scene, int frame);
+
 // The option reader's own getopt, with the standard library's names.
 namespace viewer_getopt {
 extern int optind;     // next argument; starts at 1

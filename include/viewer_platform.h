@@ -80,6 +80,3 @@ void viewerScriptBeforeSwap();           // writes the snapshot asked for this f
 // the commands and snapshots to the frame that ran it.
 int viewerScriptPending();
 
-// Writes the current colour buffer (the back buffer when double-buffered) as an
-// 8-bit RGB PNG, bottom row last. Returns 1 on success.
-int snapshotWritePng(const char *file, int width, int height);

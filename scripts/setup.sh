@@ -8,7 +8,7 @@ set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 
 packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libx11-dev libgl1-mesa-dev libglu1-mesa-dev libpng-dev libtinygltf-dev
+          libx11-dev libgl1-mesa-dev libglu1-mesa-dev libpng-dev libtinygltf-dev libosmesa6-dev libegl-dev
           xvfb xauth xdotool clang libclang-rt-14-dev
           libevdev-dev liblo-dev liblo-tools libasound2-dev)
 missing=()

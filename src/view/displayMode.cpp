@@ -98,12 +98,19 @@ void displayModePassEnd(const BW_GraphicProps *gprops, const DisplayPassState *s
     modeGL[displayModeOf(gprops)].end(state);
 }
 
+namespace {
+GrProcAddressFn procAddress = nullptr;
+}
+
+void grSetProcAddress(GrProcAddressFn lookup) { procAddress = lookup; }
+
 PolygonOffsetFn grPolygonOffset() {
     static int looked = 0;
     static PolygonOffsetFn offset = nullptr;
     if (looked) return offset;
     looked = 1;
     auto find = [](const char *name) {
+        if (procAddress) return reinterpret_cast<PolygonOffsetFn>(procAddress(name));
         return reinterpret_cast<PolygonOffsetFn>(
             glXGetProcAddressARB(reinterpret_cast<const GLubyte *>(name)));
     };

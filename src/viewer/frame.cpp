@@ -80,9 +80,7 @@ double viewerClock() {
 }
 
 float timeFromFrame(int frame) {
-    const TOL_PlayCtrl *play = tol_sidPlayCtrl(&viewer.sceneCtx[viewer.updateIndex]);
-    float fps = play && play->framesPerSecond > 0.0f ? play->framesPerSecond : 30.0f;
-    return static_cast<float>(frame) / fps;
+    return viewerSceneTime(&viewer.sceneCtx[viewer.updateIndex], frame);
 }
 
 long viewerFrameNumber() { return frameNumber; }

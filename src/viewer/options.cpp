@@ -154,23 +154,10 @@ ViewerOptions viewerParseOptions(int argc, char *argv[]) {
         }
         case 'T': parseTake(viewer_getopt::optarg); break;
         case 'a':
-            viewer.gprops.antialias = 1;
-            if (sscanf(viewer_getopt::optarg, "%d", &viewer.gprops.anti_lev) != 1) viewer.gprops.anti_lev = 0;
-            break;
+        case 'd':
+        case 'l': viewerDisplayOption(c, viewer_getopt::optarg, &viewer.gprops, &o.patchLod); break;
         case 'b': viewer.singleBuffer = 1; break;
         case 'c': viewer.channelCommand = CHANNEL_CMD_START; break;
-        case 'd':
-            switch (atoi(viewer_getopt::optarg)) {
-            case 1: viewer.gprops.material.shade = 0; break;
-            case 2: viewer.gprops.material.shade = 1; break;
-            case 3:
-                viewer.gprops.material.shade = 1;
-                viewer.gprops.texture.active = 1;
-                viewer.gprops.texture.selected = 0;
-                break;
-            default: break;
-            }
-            break;
         case 'e': viewer.expandInstances = 1; break;
         case 'f': {
             int multiple = 0;
@@ -187,7 +174,6 @@ ViewerOptions viewerParseOptions(int argc, char *argv[]) {
             break;
         }
         case 'k': viewer.keysOffInRun = 1; break;
-        case 'l': o.patchLod = atoi(viewer_getopt::optarg); break;
         case 'o': animationOptimise = 0; break;
         case 'p':
             if (sscanf(viewer_getopt::optarg, "%d", &o.processCount) != 1) o.processCount = 0;

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "graphic.h"
 #include "viewer_platform.h"
 
 namespace {

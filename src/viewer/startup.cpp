@@ -98,29 +98,10 @@ int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, in
     return 1;
 }
 
-// Display mode and colour of every model, and the camera the context is seen through.
-void viewerPrepareContext(int i) {
-    TOL_Scene *scene = &viewer.sceneCtx[i];
-    TOL_sceneSetCurrent(scene);
-    boundsBuild(dictGet(static_cast<int>(scene->dict)));
-    static const float colour[3] = {0.1f, 0.7f, 0.1f};
-    TOL_Elem model;
-    for (TOL_Elem *m = TOL_elemGetFirstInChap(scene->dict, CHP_MODELS, 0, &model); m;
-         m = TOL_elemGetNextInChap(m, 0, &model)) {
-        TOL_elemSetDisplayMode(m, 8);
-        TOL_elemSetParams(m, 6, 0, 3, colour);
-    }
-    viewer.camera[i] = TOL_elemGetFirstInChap(scene->dict, CHP_CAMERAS, 0, nullptr);
-}
-
 }  // namespace
 
 void viewerSetAspect(float aspect) {
-    for (int i = 0; i < viewer.processCount; ++i) {
-        if (!viewer.camera[i]) continue;
-        TolSceneFrame frame(&viewer.sceneCtx[i]);
-        TOL_elemSetParams(viewer.camera[i], 22, 0, 1, &aspect);
-    }
+    for (int i = 0; i < viewer.processCount; ++i) viewerSceneAspect(&viewer.sceneCtx[i], viewer.camera[i], aspect);
 }
 
 int viewerStartup(const ViewerOptions &o) {
@@ -162,7 +143,7 @@ int viewerStartup(const ViewerOptions &o) {
     glbVar.listEnable = 0;
     viewer.gprops.stereoEye = 0;
 
-    for (int i = 0; i < viewer.processCount; ++i) viewerPrepareContext(i);
+    for (int i = 0; i < viewer.processCount; ++i) viewer.camera[i] = viewerPrepareScene(&viewer.sceneCtx[i]);
     viewerSetAspect(static_cast<float>(o.width) / static_cast<float>(o.height > 0 ? o.height : 1));
     // What key R goes back to.
     for (int i = 0; i < viewer.processCount; ++i)

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "capture.h"
+#include "graphic.h"
 #include "platform_doubles.h"
 #include "viewer.h"
 #include "viewer_platform.h"

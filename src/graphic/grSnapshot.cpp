@@ -1,4 +1,5 @@
-// Writes the picture of the frame being drawn into a PNG file.
+// Writes the picture of the frame being drawn into a PNG file: the viewer's
+// snapshots and bwrender's frames.
 #include <GL/gl.h>
 #include <png.h>
 
@@ -6,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "viewer_platform.h"
+#include "graphic.h"
 
 int snapshotWritePng(const char *file, int width, int height) {
     if (!file || !*file) {

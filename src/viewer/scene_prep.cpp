@@ -1,0 +1,56 @@
+// What the viewer does to a loaded scene before it draws it, and the display
+// options, for every program that draws scenes as the viewer does.
+#include <cstdio>
+#include <cstdlib>
+
+#include "dictionary.h"
+#include "view.h"
+#include "viewer.h"
+
+int viewerDisplayOption(int letter, const char *arg, BW_GraphicProps *gprops, int *patchLod) {
+    switch (letter) {
+    case 'a':
+        gprops->antialias = 1;
+        if (sscanf(arg, "%d", &gprops->anti_lev) != 1) gprops->anti_lev = 0;
+        return 1;
+    case 'd':
+        switch (atoi(arg)) {
+        case 1: gprops->material.shade = 0; break;
+        case 2: gprops->material.shade = 1; break;
+        case 3:
+            gprops->material.shade = 1;
+            gprops->texture.active = 1;
+            gprops->texture.selected = 0;
+            break;
+        default: break;
+        }
+        return 1;
+    case 'l': *patchLod = atoi(arg); return 1;
+    default: return 0;
+    }
+}
+
+TOL_Elem *viewerPrepareScene(TOL_Scene *scene) {
+    TOL_sceneSetCurrent(scene);
+    boundsBuild(dictGet(static_cast<int>(scene->dict)));
+    static const float colour[3] = {0.1f, 0.7f, 0.1f};
+    TOL_Elem model;
+    for (TOL_Elem *m = TOL_elemGetFirstInChap(scene->dict, CHP_MODELS, 0, &model); m;
+         m = TOL_elemGetNextInChap(m, 0, &model)) {
+        TOL_elemSetDisplayMode(m, 8);
+        TOL_elemSetParams(m, 6, 0, 3, colour);
+    }
+    return TOL_elemGetFirstInChap(scene->dict, CHP_CAMERAS, 0, nullptr);
+}
+
+void viewerSceneAspect(TOL_Scene *scene, TOL_Elem *camera, float aspect) {
+    if (!camera) return;
+    TolSceneFrame frame(scene);
+    TOL_elemSetParams(camera, 22, 0, 1, &aspect);
+}
+
+float viewerSceneTime(TOL_Scene *scene, int frame) {
+    const TOL_PlayCtrl *play = tol_sidPlayCtrl(scene);
+    float fps = play && play->framesPerSecond > 0.0f ? play->framesPerSecond : 30.0f;
+    return static_cast<float>(frame) / fps;
+}

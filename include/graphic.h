@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tol_handle.h"
 #include "tol_status.h"
@@ -442,3 +443,8 @@ void textureUnbind(BW_GlbVar &g);
 // Writes the current colour buffer (the back buffer when double-buffered) as an
 // 8-bit RGB PNG, bottom row last. Returns 1 on success.
 int snapshotWritePng(const char *file, int width, int height);
+// Its two halves: the colour buffer read back as RGB rows, bottom row first
+// (0 for an empty size), and such rows written as the PNG file (1 on success;
+// a failure is reported on standard error). The second knows no GL.
+int grReadFrameRgb(int width, int height, std::vector<unsigned char> *pixels);
+int pngWriteRgb(const char *file, int width, int height, const unsigned char *pixels);

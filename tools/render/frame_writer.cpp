@@ -40,12 +40,10 @@ void FrameWriter::run() {
         if (jobs_.empty()) return;  // closing, and nothing left
         Job job = std::move(jobs_.front());
         jobs_.pop_front();
-        ++busy_;
         changed_.notify_all();
         lock.unlock();
         const bool ok = !failed_ && pngWriteRgb(job.file.c_str(), width_, height_, job.pixels.data());
         lock.lock();
-        --busy_;
         if (!ok) failed_ = true;
         changed_.notify_all();
     }

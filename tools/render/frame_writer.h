@@ -36,7 +36,6 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;  // a job came, went or ended
     std::deque<Job> jobs_;
-    int busy_ = 0;               // jobs being written
     bool failed_ = false;        // a file could not be written
     bool closing_ = false;       // no more jobs come
     std::vector<std::thread> threads_;

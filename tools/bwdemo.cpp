@@ -63,7 +63,7 @@ constexpr float DRUM_HEIGHT = 1.6f;
 
 // The rig: a closed spline track round the stage, a rider that goes round
 // it with a lantern above it, and an arrow that keeps pointing at the rider.
-// Room is left beside them for a wheel driven by an expression.
+// A wheel in front rolls across the stage: an expression turns it by its travel.
 Model *makeRig() {
     Model *root = modelNew("set", MODEL_BARE, nullptr);
     Spline *track = static_cast<Spline *>(calloc(1, sizeof(Spline)));
@@ -88,7 +88,13 @@ Model *makeRig() {
     const float arrowScale[3] = {1.6f, 0.25f, 0.25f};
     memcpy(arrow->scaling, arrowScale, sizeof arrowScale);
     arrow->translation[1] = 1.5f;
-    for (Model *child : {path, rider, arrow}) modelAddChild(root, child);
+    // A flat square that rolls in front of the track: its curve moves it, an
+    // expression turns it by the distance it went.
+    Model *wheel = modelNew("wheel", MODEL_MESH, meshMakeCube(0.7f));
+    wheel->scaling[2] = 0.2f;
+    wheel->translation[1] = 0.35f;
+    wheel->translation[2] = 4.0f;
+    for (Model *child : {path, rider, arrow, wheel}) modelAddChild(root, child);
     return root;
 }
 
@@ -472,6 +478,15 @@ int main(int argc, char *argv[]) {
         AnimItem *lap = chain({curve(112, 113, FCV_LINEAR, {{1, 0}, {101, 100}}, FCV_EXTRA_PERIODIC)});
         const std::string lapFile = tdFullName(tdWriteAnimation(db, "rig-rider", lap));
         animItemsFree(lap);
+        AnimItem *roll = chain({curve(113, 139, FCV_LINEAR, {{1, -4}, {101, 4}}),
+                                curve(113, 140, FCV_LINEAR, {{1, 0.35f}}),
+                                curve(113, 141, FCV_LINEAR, {{1, 4}})});
+        const std::string rollFile = tdFullName(tdWriteAnimation(db, "rig-wheel", roll));
+        animItemsFree(roll);
+        // A roll without slip: the turn in degrees is the travel over the radius.
+        const std::string spinFile = tdFullName(
+            tdWriteExpressions(db, "rig-spin", {{"spin", "wheel.rotz = -this.transx * 180 / (PI * 0.35)"}}));
+        ok = ok && !rollFile.empty() && !spinFile.empty();
         Camera watcher;
         const float from[3] = {0.0f, 7.0f, 9.0f};
         memcpy(watcher.position, from, sizeof from);
@@ -481,19 +496,23 @@ int main(int argc, char *argv[]) {
         ok = ok && !rigFile.empty() && !lapFile.empty() && !watcherFile.empty() && !lampFile.empty();
         TdScene rigScene;
         int root = rigScene.add(CHP_MODELS, rigFile);
-        const char *nodes[4] = {"rig-track.1-0", "rig-rider.1-0", "rig-lantern.1-0", "rig-arrow.1-0"};
-        int node[4];
-        for (int i = 0; i < 4; ++i) node[i] = rigScene.add(CHP_MODELS, nodes[i], false);
+        const char *nodes[5] = {"rig-track.1-0", "rig-rider.1-0", "rig-lantern.1-0", "rig-arrow.1-0", "rig-wheel.1-0"};
+        int node[5];
+        for (int i = 0; i < 5; ++i) node[i] = rigScene.add(CHP_MODELS, nodes[i], false);
         ok = ok && rigScene.relate(CHP_MODELS, node[0], CHP_MODELS, root, 110) &&
              rigScene.relate(CHP_MODELS, node[1], CHP_MODELS, root, 110) &&
              rigScene.relate(CHP_MODELS, node[2], CHP_MODELS, node[1], 110) &&
              rigScene.relate(CHP_MODELS, node[3], CHP_MODELS, root, 110) &&
              rigScene.relate(CHP_MODELS, node[1], CHP_MODELS, node[0], 112) &&
-             rigScene.relate(CHP_MODELS, node[3], CHP_MODELS, node[1], 116);
+             rigScene.relate(CHP_MODELS, node[3], CHP_MODELS, node[1], 116) &&
+             rigScene.relate(CHP_MODELS, node[4], CHP_MODELS, root, 110);
+        dress(rigScene, node[4], 1, -1);
         dress(rigScene, node[1], 0, -1);
         dress(rigScene, node[2], 3, -1);
         dress(rigScene, node[3], 2, -1);
         rigScene.add(CHP_ANIMATION, lapFile);
+        rigScene.add(CHP_ANIMATION, rollFile);
+        rigScene.add(CHP_EXPRESSIONS, spinFile);
         int eye = rigScene.add(CHP_CAMERAS, watcherFile);
         int lamp = rigScene.add(CHP_LIGHTS, lampFile);
         rigScene.add(CHP_LIGHTS, lightFile[0]);

@@ -77,7 +77,7 @@ TEST_F(Bweval, TheDemoSceneMovesAsItsCurvesSay) {
     EXPECT_GT(std::fabs(frames[26]["demo-world"].r[1]), 10.0);
 }
 
-TEST_F(Bweval, TheRigRiderGoesRoundItsTrackAndTheArrowFollowsIt) {
+TEST_F(Bweval, TheRigRiderGoesRoundItsTrackTheArrowFollowsItAndTheWheelRolls) {
     bwtest::RunResult r = bwtest::runProgram(BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "rig", "--frames", "1:100:3"},
                                              dir.path(), {"BW_DBDIR"});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -101,6 +101,13 @@ TEST_F(Bweval, TheRigRiderGoesRoundItsTrackAndTheArrowFollowsIt) {
         for (int k = 0; k < 3; ++k) EXPECT_NEAR(axis[k], to[k] / len, 1e-3) << frame;
         if (last) travelled += std::hypot(rider.t[0] - last->t[0], rider.t[2] - last->t[2]);
         last = &rider;
+        // The wheel rolls without slip: its turn about z, in degrees, is its
+        // travel over its radius of 0.35, against the direction it goes.
+        const Pose &wheel = models["rig-wheel"];
+        const double turn = -wheel.t[0] * 180 / (M_PI * 0.35);
+        EXPECT_NEAR(std::remainder(wheel.r[2] - turn, 360.0), 0.0, 1e-2) << frame;
     }
     EXPECT_GT(travelled, 15.0);  // most of one lap of 18.85
+    EXPECT_NEAR(frames[1]["rig-wheel"].t[0], -4.0, 1e-4);
+    EXPECT_NEAR(frames[100]["rig-wheel"].t[0], 3.92, 1e-4);
 }

@@ -191,6 +191,10 @@ TOL_Status TOL_databaseIsExistent(const char *nameOrPath, int *exists);
 TOL_Status TOL_databaseLoad(const char *path, TOL_Database *handle);
 TOL_Status TOL_databaseTOL2BRAK(TOL_Database handle, Database **db);
 TOL_Database TOL_dbGet(const char *name);  // 0 when no database has that name
+// A tool's database: by name from the database directory, else loaded from
+// the path, and valid. 0, with "<tool>: no valid database '<name>'" on
+// standard error, when neither gives one.
+TOL_Database TOL_toolDatabase(const char *tool, const char *nameOrPath);
 
 // Start of the layer: finds Relations.rsrc (working directory, then
 // `resourcePath`) and, with `readDatabases` set, reads the database directory.

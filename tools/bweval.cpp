@@ -94,11 +94,8 @@ int main(int argc, char *argv[]) {
     }
 
     if (TOL_Init(rsrc.c_str(), 0, TOL_SDK_VERSION) != 0) return 1;
-    TOL_Database db = TOL_dbGet(database.c_str());
-    if (db == 0 && TOL_databaseLoad(database.c_str(), &db) != 0) {
-        fprintf(stderr, "bweval: no database %s\n", database.c_str());
-        return 1;
-    }
+    TOL_Database db = TOL_toolDatabase("bweval", database.c_str());
+    if (db == 0) return 1;
     Database *record = nullptr;
     if (TOL_databaseTOL2BRAK(db, &record) != 0 || !record) return 1;
     if (scenes.empty()) {

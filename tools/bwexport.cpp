@@ -79,11 +79,8 @@ int main(int argc, char *argv[]) {
     }
 
     if (TOL_Init(rsrc.c_str(), 0, TOL_SDK_VERSION) != 0) return 1;
-    TOL_Database db = TOL_dbGet(database.c_str());
-    if (db == 0 && TOL_databaseLoad(database.c_str(), &db) != 0) {
-        fprintf(stderr, "bwexport: no database %s\n", database.c_str());
-        return 1;
-    }
+    TOL_Database db = TOL_toolDatabase("bwexport", database.c_str());
+    if (db == 0) return 1;
     TOL_Scene scene;
     if (TOL_sceneCreate(&scene) != 0 || TOL_sceneSetCurrent(&scene) != 0) return 1;
     if (TOL_sceneLoad(&db, sceneName.c_str(), &scene) != 0) {

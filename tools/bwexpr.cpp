@@ -43,11 +43,8 @@ Dictionary *loadScene(const std::string &rsrc, const char *database, const char 
         return nullptr;
     }
     if (TOL_Init(rsrc.c_str(), 0, TOL_SDK_VERSION) != 0) return nullptr;
-    TOL_Database db = TOL_dbGet(database);
-    if (db == 0 && TOL_databaseLoad(database, &db) != 0) {
-        fprintf(stderr, "bwexpr: no database %s\n", database);
-        return nullptr;
-    }
+    TOL_Database db = TOL_toolDatabase("bwexpr", database);
+    if (db == 0) return nullptr;
     static TOL_Scene scene;
     if (TOL_sceneCreate(&scene) != 0 || TOL_sceneSetCurrent(&scene) != 0) return nullptr;
     if (TOL_sceneLoad(&db, sceneName, &scene) != 0) {

@@ -93,3 +93,12 @@ TOL_Database TOL_dbGet(const char *name) {
     if (dbFindByName(g_dbList, name, &db, nullptr) == DB_FOUND) return dbIndexOf(db) + 1;
     return 0;
 }
+
+TOL_Database TOL_toolDatabase(const char *tool, const char *nameOrPath) {
+    TOL_Database handle = TOL_dbGet(nameOrPath);
+    if (handle == 0 && TOL_databaseLoad(nameOrPath, &handle) != 0) handle = 0;
+    Database *db = nullptr;
+    if (handle && (TOL_databaseTOL2BRAK(handle, &db) != 0 || !db || !db->valid)) handle = 0;
+    if (!handle) fprintf(stderr, "%s: no valid database '%s'\n", tool, nameOrPath);
+    return handle;
+}

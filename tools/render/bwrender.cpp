@@ -152,20 +152,6 @@ bool isDirectory(const char *path) {
     return stat(path, &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-// The database by path, or by name from the database directory; 0 when none.
-TOL_Database openDatabase(const char *nameOrPath) {
-    TOL_Database handle = 0;
-    Database *db = nullptr;
-    if (isDirectory(nameOrPath)) {
-        if (TOL_databaseLoad(nameOrPath, &handle) != 0) handle = 0;
-    } else {
-        handle = TOL_dbGet(nameOrPath);
-    }
-    if (handle && (TOL_databaseTOL2BRAK(handle, &db) != 0 || !db || !db->valid)) handle = 0;
-    if (!handle) fprintf(stderr, "bwrender: no valid database '%s'\n", nameOrPath);
-    return handle;
-}
-
 // The progress line on a terminal: frame, count and rate so far.
 void progress(int frame, int done, int total, double seconds) {
     fprintf(stderr, "\rframe %d  %d/%d  %.1f frames/s ", frame, done, total,
@@ -194,7 +180,7 @@ int main(int argc, char *argv[]) {
 
     // The scene, loaded and prepared as the viewer's start-up does it.
     if (TOL_Init(o.resourcePath, !isDirectory(o.database), VIEWER_SDK_VERSION) != 0) return 1;
-    TOL_Database db = openDatabase(o.database);
+    TOL_Database db = TOL_toolDatabase("bwrender", o.database);
     if (!db) return 1;
     TOL_Scene scene;
     if (TOL_sceneCreate(&scene) != 0 || TOL_sceneSetCurrent(&scene) != 0) return 1;

@@ -488,6 +488,30 @@ struct EvalHooks {
 extern EvalHooks g_evalHooks;
 
 // ---------------------------------------------------------------------------
+// Deformed geometry: what shapes, clusters, envelopes and deformers share.
+
+// A model's points at rest, as loaded: each frame's deformation starts from
+// them. Values as geometryPointsRead gives them.
+struct DeformRest {
+    int32_t type;    // ModelType the copy was made from
+    int32_t count;   // points
+    int32_t width;   // values per point (geometryPointWidth)
+    double *values;  // count x width, malloc'd
+};
+// The rest copy of the model's points, made from its geometry on the first
+// call; null for a model without points or when out of memory.
+const DeformRest *modelRestPoints(Model *model);
+// Puts the rest points back into the geometry. 0 without a rest copy or when
+// the geometry no longer has the copy's point count.
+int modelRestore(Model *model);
+// The model's points moved this frame: normals are made again and the display
+// form is rebuilt before its next draw.
+void modelGeometryChanged(Model *model);
+// Releases what the evaluation attached to one node (chain, envelope, shapes,
+// clusters, rest copy); installed as g_modelExtraFree.
+void modelExtraFree(Model *model);
+
+// ---------------------------------------------------------------------------
 // Animated parameters by name ("transx", "rotz", "posy"...), per chapter.
 
 struct ParamInfo {

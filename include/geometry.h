@@ -310,6 +310,31 @@ void metaGroupFree(MetaGroup *meta);
 void modelRefFree(ModelRef *ref);
 void geometryFree(int32_t type, void *geometry);  // by node type; null is fine
 
+// ---------------------------------------------------------------------------
+// Points: what shapes, clusters, envelopes and deformers move. A point is
+// `geometryPointWidth` values: 3 for a mesh vertex (position), 4 for the CVs of
+// patches and NURBS curves and surfaces (x y z w), 9 for spline vertices
+// (position, incoming tangent, outgoing tangent). A face's points are its
+// boundary's vertices, then each hole's: spline vertices, or the CVs of curve
+// holes in the first four values (the other five read 0 and are not written).
+// Point numbers follow this order: mesh vertices; patch CVs row by row; spline
+// vertices; NURBS CVs as stored.
+
+int geometryPointWidth(int32_t type);  // 0 for a type without points
+int32_t geometryPointCount(int32_t type, const void *geometry);  // 0 for none
+// Every value of every point into `values` (count x width). Returns the count.
+int32_t geometryPointsRead(int32_t type, const void *geometry, double *values);
+// The reverse; the record keeps its point count. Returns the count written.
+int32_t geometryPointsWrite(int32_t type, void *geometry, const double *values);
+// Positions alone: x y z of each point (count x 3).
+int32_t geometryPositionsRead(int32_t type, const void *geometry, float *xyz);
+int32_t geometryPositionsWrite(int32_t type, void *geometry, const float *xyz);
+// After points moved: a mesh's polygon normals are made again from its
+// vertices, and each corner that had a normal of its own gets the mean of
+// the polygons around its vertex that lie within the mesh's discontinuity
+// angle of its polygon. Other types keep no normals.
+void geometryRefresh(int32_t type, void *geometry);
+
 // Small shapes for tests and generated scenes; null when out of memory.
 Mesh *meshMakeCube(float size);                  // 8 vertices, 6 quads, 12 linked edges
 Patch *patchMakeGrid(uint16_t uCount, uint16_t vCount, float size);  // flat grid in XZ

@@ -134,7 +134,20 @@ struct Model {
     int32_t wireColour;              // WIRECOL: wire colour code; 0 when not given
     uint16_t renderFlags;            // bits 0 to 3, driven by relations 4000 to 4003: the
                                      // renderer's switches of the model, kept, not drawn
+    // Skeletons and deformations: records of the evaluation, made at load or
+    // on first use; null or 0 for none. modelFree releases them through
+    // g_modelExtraFree, which the evaluation library installs.
+    struct ChainData *chain;         // joint or chain-root data of the solver
+    int32_t envelopeRole;            // modelEnvelopeRole: 0 none, 4 to 11 its part in an envelope
+    struct EnvelopeData *envelope;   // a deformer's side of envelopes: assignments, poses
+    struct ShapeAnim *shapeAnim;     // shape keys of SHAPES elements and their interpolation
+    struct Cluster *clusterList;     // clusters of CLUSTERS elements, in load order
+    struct DeformRest *rest;         // the points at rest that deformations start from
 };
+
+// Releases the evaluation records of one node (the fields above); null while
+// no evaluation library is linked in. Called by modelFree for every node.
+extern void (*g_modelExtraFree)(Model *node);
 
 // Reading modes.
 constexpr int MODEL_READ_NEW = 0;   // makes new nodes

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "constraint_internal.h"
+#include "model.h"
 #include "updatelist_internal.h"
 
 namespace {
@@ -126,6 +127,7 @@ std::once_flag s_builtins;
 
 void updateHandlersInit() {
     std::call_once(s_builtins, [] {
+        g_modelExtraFree = modelExtraFree;
         for (const BuiltinHandler &b : BUILTINS)
             for (int32_t id = b.first; id <= b.last; ++id) insert(b.group, id, b.handler);
     });

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <vector>
 #include <cstring>
 
 #include "bytes.h"
@@ -515,5 +517,71 @@ TEST(GeometryMesh, HelperThreadReadsAlikeWholeCutOrInPieces) {
         EXPECT_EQ(readBack(in, proto), whole) << cut;
     }
     protoFree(proto);
+    meshFree(cube);
+}
+
+// Points keep one numbering across kinds: a face counts its boundary, then its
+// holes; writing back what was read changes nothing, and positions move only
+// the first three values of a point.
+TEST(GeometryPoints, NumberingWidthsAndRoundTrips) {
+    Face *face = faceMakeSquare(2.0f, 2);
+    ASSERT_NE(face, nullptr);
+    EXPECT_EQ(geometryPointWidth(MODEL_FACE), 9);
+    ASSERT_EQ(geometryPointCount(MODEL_FACE, face), 12);
+    face->holes[1].vertices[2].tanOut[1] = 7.0f;
+    std::vector<double> values(12 * 9);
+    ASSERT_EQ(geometryPointsRead(MODEL_FACE, face, values.data()), 12);
+    EXPECT_EQ(values[(4 + 4 + 2) * 9 + 7], 7.0);  // hole 2, vertex 3, outgoing y
+    std::vector<float> xyz(12 * 3);
+    geometryPositionsRead(MODEL_FACE, face, xyz.data());
+    xyz[3 * 5 + 1] = 4.0f;  // hole 1, vertex 2
+    geometryPositionsWrite(MODEL_FACE, face, xyz.data());
+    EXPECT_EQ(face->holes[0].vertices[1].pos[1], 4.0f);
+    EXPECT_EQ(face->holes[1].vertices[2].tanOut[1], 7.0f);
+    geometryPointsWrite(MODEL_FACE, face, values.data());
+    EXPECT_EQ(face->holes[0].vertices[1].pos[1], 0.0f);
+    faceFree(face);
+
+    NurbsSurface *surface = nurbsSurfaceMakePlane(1.0f);
+    ASSERT_EQ(geometryPointCount(MODEL_NURBS_SURFACE, surface), 4);
+    double cv[16];
+    geometryPointsRead(MODEL_NURBS_SURFACE, surface, cv);
+    EXPECT_EQ(cv[3 * 4 + 3], surface->cvs[3][3]);
+    cv[3 * 4 + 0] = 0.1234567890123;  // doubles stay doubles
+    geometryPointsWrite(MODEL_NURBS_SURFACE, surface, cv);
+    EXPECT_EQ(surface->cvs[3][0], 0.1234567890123);
+    nurbsSurfaceFree(surface);
+    EXPECT_EQ(geometryPointCount(MODEL_META, nullptr), 0);
+    EXPECT_EQ(geometryPointWidth(MODEL_REF), 0);
+}
+
+// A cube with one corner pulled out: the polygons at that corner tilt, and a
+// corner normal is the mean of its vertex's polygons within the smoothing
+// angle only (a cube's faces meet at 90 degrees, beyond 60).
+TEST(GeometryPoints, RefreshRemakesMeshNormals) {
+    Mesh *cube = meshMakeCube(2.0f);
+    ASSERT_NE(cube, nullptr);
+    cube->discontinuity = 60.0f;
+    cube->cosDiscontinuity = 0.5f;
+    for (int32_t p = 0; p < cube->polygonCount; ++p)
+        for (int k = 0; k < cube->polygons[p].nodeCount; ++k) cube->polygons[p].nodes[k].nrm[1] = 1.0f;
+    geometryRefresh(MODEL_MESH, cube);
+    for (int32_t p = 0; p < cube->polygonCount; ++p) {
+        const MeshPolygon &poly = cube->polygons[p];
+        float len = std::sqrt(poly.nrm[0] * poly.nrm[0] + poly.nrm[1] * poly.nrm[1] + poly.nrm[2] * poly.nrm[2]);
+        EXPECT_NEAR(len, 1.0f, 1e-6f);
+        // Every face of the unit cube points along one axis, away from the centre.
+        const float *v = cube->vertices[poly.nodes[0].vrt].pos;
+        EXPECT_GT(poly.nrm[0] * v[0] + poly.nrm[1] * v[1] + poly.nrm[2] * v[2], 0.0f);
+        for (int k = 0; k < poly.nodeCount; ++k)
+            for (int c = 0; c < 3; ++c) EXPECT_NEAR(poly.nodes[k].nrm[c], poly.nrm[c], 1e-6f);
+    }
+    // Smooth everything: a corner's normal leans towards the diagonal.
+    cube->cosDiscontinuity = -1.0f;
+    geometryRefresh(MODEL_MESH, cube);
+    const MeshNode &corner = cube->polygons[0].nodes[0];
+    const float *v = cube->vertices[corner.vrt].pos;
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(std::fabs(corner.nrm[c]), 1.0f / std::sqrt(3.0f), 1e-5f) << c;
+    EXPECT_GT(corner.nrm[0] * v[0], 0.0f);
     meshFree(cube);
 }

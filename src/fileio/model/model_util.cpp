@@ -106,7 +106,10 @@ void modelBlobFree(ModelBlob *blob) {
     free(blob);
 }
 
+void (*g_modelExtraFree)(Model *node) = nullptr;
+
 void modelClearFields(Model *n, int keepName) {
+    if (g_modelExtraFree) g_modelExtraFree(n);
     if (!keepName) { free(n->name); n->name = nullptr; }
     geometryFree(n->type, n->geometry.any);
     n->geometry.any = nullptr;

@@ -111,3 +111,35 @@ TEST_F(Bweval, TheRigRiderGoesRoundItsTrackTheArrowFollowsItAndTheWheelRolls) {
     EXPECT_NEAR(frames[1]["rig-wheel"].t[0], -4.0, 1e-4);
     EXPECT_NEAR(frames[100]["rig-wheel"].t[0], 3.92, 1e-4);
 }
+
+// Points of named models follow each frame's transform lines; an unknown name
+// is reported once and the rest goes on.
+TEST_F(Bweval, PointsOfNamedModelsFollowEachFrame) {
+    bwtest::RunResult r = bwtest::runProgram(
+        BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "--frames", "1:2:1", "--points", "demo-world", "--points", "nothere"},
+        dir.path(), {"BW_DBDIR"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("bweval: no model nothere in the scene\n"), std::string::npos) << r.err;
+    std::istringstream in(r.out);
+    std::string line;
+    int blocks = 0;
+    while (std::getline(in, line)) {
+        char name[64];
+        int count = 0;
+        if (sscanf(line.c_str(), "  points %63s %d", name, &count) != 2) continue;
+        ++blocks;
+        EXPECT_STREQ(name, "demo-world");
+        ASSERT_EQ(count, 8);  // the cube's corners, in its own frame
+        for (int i = 0; i < count; ++i) {
+            ASSERT_TRUE(std::getline(in, line));
+            double p[3];
+            ASSERT_EQ(sscanf(line.c_str(), "%lf %lf %lf", &p[0], &p[1], &p[2]), 3) << line;
+            for (double v : p) EXPECT_NEAR(std::fabs(v), 1.0, 1e-6);
+            EXPECT_NE(line.find(".000000"), std::string::npos);
+        }
+    }
+    EXPECT_EQ(blocks, 2);
+    bwtest::RunResult plain = bwtest::runProgram(BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "--frames", "1:2:1"},
+                                                 dir.path(), {"BW_DBDIR"});
+    EXPECT_EQ(plain.out.find("points"), std::string::npos);
+}

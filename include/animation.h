@@ -512,6 +512,79 @@ void modelGeometryChanged(Model *model);
 void modelExtraFree(Model *model);
 
 // ---------------------------------------------------------------------------
+// Shape and cluster animation: relation 200 blends the model's geometry from
+// stored shapes, relation 700 moves the points of its clusters. Both write the
+// current geometry and end with modelGeometryChanged.
+
+// Interpolations of the shape keys of a model.
+#define BW_SHAPE_INTERPOLATIONS(X)                                     \
+    X(SHAPE_INTERP_LINEAR, 0)    /* between the pair of the key index */ \
+    X(SHAPE_INTERP_CUBIC, 1)     /* Catmull-Rom over four keys */        \
+    X(SHAPE_INTERP_WEIGHTED, 2)  /* sum of all keys by their weights */
+enum ShapeInterpolation : int32_t {
+#define BW_SHAPE_INTERP_ENUM(name, value) name = value,
+    BW_SHAPE_INTERPOLATIONS(BW_SHAPE_INTERP_ENUM)
+#undef BW_SHAPE_INTERP_ENUM
+};
+constexpr int32_t SHAPE_CURVE_KEY = 201;     // fcurve type: key index, a real number
+constexpr int32_t SHAPE_CURVE_WEIGHT = 202;  // fcurve type: weight of one key, in key order
+constexpr double SHAPE_WEIGHT_EPSILON = 1e-05;  // weights at or below count as none
+
+// A model's shapes. The array has keys + 1 entries: index 0 is the current
+// geometry (the model's own record), 1 up the keys of the file. Each key's
+// points are read once when the keys are attached, so a frame reads no record.
+struct ShapeAnim {
+    int32_t shapeCount;     // entries of pointCounts and points: keys + 1
+    int32_t type;           // ModelType of the model the keys were made for
+    int32_t width;          // values per point (geometryPointWidth)
+    int32_t *pointCounts;   // shapeCount entries: points of each key; [0] the geometry's at attach; -1 for a key without record
+    double **points;        // shapeCount entries: each key's points, pointCounts x width; [0] null
+    int32_t interpolation;  // ShapeInterpolation; 3 and up are refused by the update
+    uint16_t absolute;      // 1: weights taken as they are; 0: normalised by their sum
+    uint16_t pending;       // set when keys are attached; cleared by each update
+    int32_t cubicBefore;    // cubic data: the key before the pair of the latest update
+    int32_t scratchCount;   // points the work arrays hold
+    double *scratch;        // scratchCount x width: the frame's result before it is written
+    int32_t weightCapacity; // entries of weights: the most keys of the shapes or of one cluster
+    double *weights;        // weightCapacity entries: the weighted form's weights
+    ShapeKeys *keys;        // the keys as read: records for the tessellation's reference shape
+};
+
+// The model's shape record, made empty (shapeCount 1, no keys) on first use,
+// with work arrays sized to its geometry and its rest copy made. Null for a
+// model without points or when out of memory.
+ShapeAnim *shapeAnimOf(Model *model);
+// Hands the keys read for `model` to its shape record (which owns them from
+// now on, also on failure) with the interpolation and `absolute` of the
+// model's shape settings (shapeSettingsRead). 1, or 0 when out of memory.
+int shapeAnimAttach(Model *model, ShapeKeys *keys);
+// Interpolation and `absolute` from the model node's shape block (token 17):
+// a u16 interpolation and a u16 absolute flag, big-endian; a block shorter
+// than a field leaves it at 0 (linear, normalised weights).
+void shapeSettingsRead(const Model *model, int32_t *interpolation, uint16_t *absolute);
+void shapeAnimFree(ShapeAnim *anim);
+// The geometry record of shape `index` (0 the model's own; a key's record,
+// null for a key without one or out of range).
+void *shapeGeometry(const Model *model, int32_t index);
+
+void animShapeUpdate(UpdateRecord *record, float time);   // relation 200
+// The weighted form: every key by its curve 202; nothing below the sum's bound.
+void shapeWeighted(Model *model, UpdateRecord *record, float time);
+void clusterAnimUpdate(UpdateRecord *record, float time); // relation 700
+// The offset of point `pointIndex` of the cluster (clusterPointFloats values
+// into `offset`) at key position `keyValue` (modes 0, 1) or by `weights`
+// (mode 2, one per key, `absolute` as for shapes). 0 when the cluster has no
+// keys or the point is out of range.
+int clusterKeyEval(const Cluster *cluster, int32_t pointIndex, int mode, double keyValue,
+                   const double *weights, int absolute, double *offset);
+// Appends the clusters read for `model` to its list (which owns them from
+// now on, also on failure) and readies the work arrays. 1, or 0 for a model
+// without points or when out of memory.
+int clusterAttach(Model *model, Cluster *chain);
+// Registers the SHAPES and CLUSTERS readers of the scene load.
+void shapeSceneInstall();
+
+// ---------------------------------------------------------------------------
 // Animated parameters by name ("transx", "rotz", "posy"...), per chapter.
 
 struct ParamInfo {

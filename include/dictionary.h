@@ -610,7 +610,9 @@ int sceneElemRef(Dictionary *dict, int chapterId, int sceneIndex, const char *re
 void sceneSubstitute(Database *db, Dictionary *dict, int chapterId, Element *elem, int index);
 
 // Element files are read through a table of readers by chapter. A reader
-// fills the element's data from the file at `path` (1 on success); the
+// fills the element's data from the file at `path` (1 on success, 2 for data
+// owned elsewhere, -1 for an element refused with its own report, which then
+// goes to the substitution without the header message); the
 // matching free releases it. Chapters read by other libraries register here.
 using SceneReadFn = int (*)(Dictionary *dict, int index, const char *path);
 using SceneFreeFn = void (*)(Element &elem);

@@ -57,4 +57,8 @@ void modelExtraFree(Model *model) {
     if (!model) return;
     restFree(model->rest);
     model->rest = nullptr;
+    shapeAnimFree(model->shapeAnim);
+    model->shapeAnim = nullptr;
+    clusterFree(model->clusterList);
+    model->clusterList = nullptr;
 }

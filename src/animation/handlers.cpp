@@ -35,6 +35,10 @@ void evalExpression(UpdateRecord *record, float time, int *) {
     }
 }
 
+// Shapes and clusters take no walk flags.
+void evalShape(UpdateRecord *record, float time, int *) { animShapeUpdate(record, time); }
+void evalCluster(UpdateRecord *record, float time, int *) { clusterAnimUpdate(record, time); }
+
 // The relations evaluated here, by group.
 struct BuiltinHandler {
     int16_t group;           // RelationGroupId
@@ -104,6 +108,9 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_TRANSFO, 1114, 1114, evalPath},
     {RELGR_TRANSFO, 2112, 2112, evalPath},
     {RELGR_TRANSFO, 2114, 2114, evalPath},
+    // Shape and cluster animation.
+    {RELGR_GEOM, 200, 200, evalShape},
+    {RELGR_GEOM, 700, 700, evalCluster},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

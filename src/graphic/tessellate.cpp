@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "animation.h"
 #include "tess_internal.h"
 
 void tessFatal() {
@@ -160,31 +161,50 @@ int tessellateBox(Model *model) {
     return 0;
 }
 
+namespace {
+
+// The shape to tessellate and the one its reference positions come from.
+// Mode 2 takes the pair of the current time: the current geometry, and the
+// model's first key as reference unless `shapeIndex` names another key. Any
+// other mode uses the chosen shape in both roles. A shape that does not
+// exist falls back on the current geometry.
+void tessShapes(const Model *model, int chooseShape, int shapeIndex, void **shape, void **reference) {
+    void *current = model->geometry.any;
+    if (chooseShape == 2) {
+        *shape = current;
+        void *ref = shapeGeometry(model, shapeIndex > 0 ? shapeIndex : 1);
+        *reference = ref ? ref : current;
+        return;
+    }
+    void *chosen = shapeGeometry(model, shapeIndex);
+    *shape = *reference = chosen ? chosen : current;
+}
+
+}  // namespace
+
 int tessellateModel(Model *model, int chooseShape, int shapeIndex, int precision) {
     if (!model) return 9;
     tessArraysDrop(model);
-    // Shape animation blocks are kept as read and not decoded into records,
-    // so the model's own geometry serves as the shape and the reference
-    // whatever shape is asked for.
-    (void)chooseShape;
-    (void)shapeIndex;
     if (model->box) {
         if (model->type == MODEL_NULL || model->type == MODEL_BARE || model->type == MODEL_BARE5) return 0;
         return tessellateBox(model);
     }
     if (!model->geometry.any) return 0;
+    void *shape = nullptr, *reference = nullptr;
+    tessShapes(model, chooseShape, shapeIndex, &shape, &reference);
     switch (model->type) {
     case MODEL_PATCH:
-        return tessellatePatch(model, model->geometry.patch, model->geometry.patch, precision);
+        return tessellatePatch(model, static_cast<Patch *>(shape), static_cast<Patch *>(reference), precision);
     case MODEL_FACE:
-        return tessellateFace(model, model->geometry.face, model->geometry.face);
+        return tessellateFace(model, static_cast<Face *>(shape), static_cast<Face *>(reference));
     case MODEL_MESH:
-        return tessellateMesh(model, model->geometry.mesh, model->geometry.mesh, model->materials,
+        return tessellateMesh(model, static_cast<Mesh *>(shape), static_cast<Mesh *>(reference), model->materials,
                               model->materials ? model->materialCount : 0, 0);
     case MODEL_META:
         return tessellateMeta(model);
     case MODEL_NURBS_SURFACE:
-        return tessellateNurbs(model, model->geometry.surface, model->geometry.surface, precision);
+        return tessellateNurbs(model, static_cast<NurbsSurface *>(shape),
+                               static_cast<NurbsSurface *>(reference), precision);
     default:
         return 0;
     }

@@ -33,6 +33,8 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     g_sceneLoadHooks.select = selectListAddCurrent;
     // Expressions: their chapter's reader, their connection after a load, their handler.
     exprInstall();
+    // Shapes and clusters: their chapters' readers give them to their models.
+    shapeSceneInstall();
 
     char cwd[BW_PATH_MAX];
     g_workDir = getcwd(cwd, sizeof cwd) ? cwd : "";

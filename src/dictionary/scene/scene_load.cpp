@@ -25,7 +25,9 @@
 
 namespace {
 
-// A reader fills elem->data (and aux) from the file at `path`; 1 on success.
+// A reader fills elem->data (and aux) from the file at `path`; 1 on success,
+// 2 when the data is owned elsewhere, -1 when it refused the element and said
+// why itself.
 using ChapterReadFn = int (*)(Dictionary *dict, int index, const char *path);
 
 // The elements that took nodes of a tree the load read.
@@ -82,13 +84,17 @@ constexpr auto readTexture2D = readRecord<Texture2D, texture2DFileRead, CHP_TEXT
 constexpr auto readTexture3D = readRecord<Texture3D, texture3DFileRead, CHP_TEXTURES3D>;
 
 // Curves: the file's items stay on its element until the load hands each
-// curve to an element of its own.
-int readAnimation(Dictionary *dict, int index, const char *path) {
+// curve to an element of its own. Structure keys (.key) are curve files too
+// and stay on their element as read.
+template <int chapterId>
+int readCurves(Dictionary *dict, int index, const char *path) {
     AnimItem *items = animFileRead(path);
     if (!items) return 0;
-    elemGet(dict, CHP_ANIMATION, index)->data = items;
+    elemGet(dict, chapterId, index)->data = items;
     return 1;
 }
+constexpr auto readAnimation = readCurves<CHP_ANIMATION>;
+constexpr auto readStructKeys = readCurves<CHP_STRUCT_KEYS>;
 
 void freeAnimation(Element &e) {
     if (e.lev == 0)
@@ -166,6 +172,7 @@ void readersInit() {
     s_readers[CHP_TEXTURES2D] = {readTexture2D, 1, freeTexture2D};
     s_readers[CHP_TEXTURES3D] = {readTexture3D, 1, freeTexture3D};
     s_readers[CHP_ANIMATION] = {readAnimation, 1, freeAnimation};
+    s_readers[CHP_STRUCT_KEYS] = {readStructKeys, 1, freeAnimation};
     s_readers[CHP_CAMERAS] = {readCamera, 1, nullptr};
     s_readers[CHP_LIGHTS] = {readLight, 1, freeLight};
     s_readers[CHP_LATTICES] = {readLattice, 1, freeLattice};
@@ -336,6 +343,10 @@ void readChapter(Database *db, Dictionary *dict, int chapterId) {
         std::string path = g_elemPath;
         if (!reader.read) continue;  // named and kept; read once the chapter has a reader
         int got = reader.read(dict, i, path.c_str());
+        if (got < 0) {
+            sceneSubstitute(db, dict, chapterId, elemGet(dict, chapterId, i), i);
+            continue;
+        }
         if (!got) {
             char text[BW_PATH_MAX + 64];
             snprintf(text, sizeof text, "Invalid file header or content: %s", path.c_str());

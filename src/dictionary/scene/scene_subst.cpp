@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "animation.h"
 #include "camera.h"
 #include "material.h"
 #include "model.h"
@@ -100,6 +101,22 @@ void *defaultLight(Dictionary *dict, Element *elem, int) {
     return lightNamed(elem->name->name);
 }
 
+// A missing cluster file is replaced by the cluster of its name that the
+// model owning the element (relation 700) already holds; null for none.
+void *ownersCluster(Dictionary *dict, Element *elem) {
+    for (int g = 0; elem->parentGroups && g < elem->parentGroupCount; ++g) {
+        const RelationGroup &group = elem->parentGroups[g];
+        for (int k = 0; k < group.count; ++k) {
+            const RelationInst &r = group.items[k];
+            Element *owner = r.relid == 700 && r.chp == CHP_MODELS ? elemGet(dict, CHP_MODELS, r.elem) : nullptr;
+            const Model *m = owner ? static_cast<const Model *>(owner->data) : nullptr;
+            for (Cluster *c = m ? m->clusterList : nullptr; c; c = c->next)
+                if (c->name && elem->name->name == c->name) return c;
+        }
+    }
+    return nullptr;
+}
+
 enum SubstituteKind {
     SUBST_KEEP,      // only the report: the element stays as it is
     SUBST_REMOVE,    // removed from the scene
@@ -161,7 +178,13 @@ void sceneSubstitute(Database *db, Dictionary *dict, int chapterId, Element *ele
     case SUBST_KEEP:
         return;
     case SUBST_CLUSTER:
-        // A cluster is read from its model; without one of its name there is nothing to keep.
+        if (void *kept = ownersCluster(dict, elem)) {
+            elem->data = kept;
+            elem->loaded = 0;  // the model's
+            report(kReplaced, label, name);
+            return;
+        }
+        [[fallthrough]];
     case SUBST_REMOVE:
         elemRemove(dict, chapterId, nullptr, index, -1, 0, 1);
         report(kRemoved, label, name);

@@ -458,12 +458,6 @@ void cameraViewUpdate(Camera *camera, const float *upPoint);
 struct EvalHooks {
     // Transform object of a wave element's data.
     Model *(*waveTransfo)(void *wave);
-    // A keyed joint rotation handed to its chain.
-    void (*chainJointRotation)(Model *joint, float time);
-    // The stored goal of a joint's or effector's chain into `goal`; 1 if there is one.
-    int (*chainGoalGet)(Model *model, float goal[3]);
-    // A new goal for a joint or effector.
-    void (*chainGoalSet)(Model *model, const float goal[3]);
     // State of the record's display item: DISPLAY_ITEM_* bits, 0 when it has none.
     uint32_t (*displayItem)(const UpdateRecord *record);
     // Fcurve type an expression record assigns; -1 when unknown. With
@@ -667,10 +661,6 @@ void pathRecord(UpdateRecord *record, float time);  // the handler of the path r
 
 // What the walk hands to modules this library does not carry. Each may be null.
 struct ConstraintHooks {
-    // Chain parts: a rotation limit on a joint or effector (103).
-    void (*chainRotationLimit)(Model *model, const float reference[3], void *limits);
-    // The up vector of a chain's resolution plane, mode 2 (128) or 1 (129).
-    void (*chainSetUpVector)(Model *joint, int mode, const float point[3], float time);
     // Collision routines of 117 (tolerance as parameter) and 118.
     void (*collision)(Model *model, Model *partner, float tolerance);
     void (*collisionAlternate)(Model *model, Model *partner);
@@ -679,3 +669,111 @@ struct ConstraintHooks {
     void (*alignTangent)(Model *model, Model *partner);
 };
 extern ConstraintHooks g_constraintHooks;
+
+// ---------------------------------------------------------------------------
+// Kinematic chains: a root (type 0, kind 1 or 2), joints (type 5, kind 1 or
+// 2) and an effector (type 0, kind 3 or 4). The solve turns the joints so
+// that the chain's tip reaches the goal handed in by the effector's
+// evaluators; it writes only the joints' local rotations, then recomputes the
+// strip. A bone runs along its joint's X axis, to the next joint or the
+// effector; a 2D chain bends about the joints' Z axes in its resolution plane.
+
+constexpr int32_t CHAIN_TYPE_3D = 40;        // root's Model::chainType: joints turn on three axes
+constexpr int CHAIN_MAX_JOINTS = 64;         // longer strips are not solved
+constexpr int CHAIN_GOAL_NONE = 0;           // ChainData::goalState: no goal handed in
+constexpr int CHAIN_GOAL_NEW = 1;            // a new goal waits for the solve
+constexpr int CHAIN_GOAL_USED = 2;           // the goal was solved for
+
+// Joint and chain data, held by each joint and by the root, made on first
+// use (or by the model reader for the values a file gives). Plain memory:
+// released with free. The root's chain type is Model::chainType.
+struct ChainData {
+    int32_t jointCount;              // joints the solver works with; a sub-chain's size during a step
+    float goal[3];                   // target, global coordinates
+    int32_t goalState;               // CHAIN_GOAL_*
+    float jointRollOffset;           // preferred roll about the bone, radians (old roll convention)
+    float prefRotationZ;             // preferred z rotation, radians: the bend a long chain starts from
+    float deltaRotation;             // scratch: the z change of the present step
+    float savedRotation[3];          // the joint's local rotation before the solve, radians
+    uint16_t free;                   // 1 when no limit flag is on, set before each solve
+    uint16_t locked;                 // scratch: 1 when the limits clamped all three axes
+    int32_t resolutionPlaneMode;     // 0 default plane, 1 point is a direction (129), 2 a position (128)
+    float resolutionPlanePoint[3];   // the up point of the resolution plane, global
+    int32_t solved;                  // root: reuse the previous frame's solution; cleared after a solve
+    uint16_t limitOn[6];             // minimum x, y, z, maximum x, y, z: 1 when that limit holds
+    float limit[6];                  // the six limit angles, radians, in the order of limitOn
+    uint16_t keyed;                  // 1: a keyed rotation was handed in since the last solve
+    float planeNormal[3];            // first joint: normal of the last resolution plane, global
+};
+
+// The model's record, made when missing; null for a null model or out of memory.
+ChainData *chainDataOf(Model *model);
+// Stores the goal of a joint or effector and marks it new (CHAIN_GOAL_NEW).
+void chainSetGoal(Model *model, float x, float y, float z);
+// The stored goal of a joint or effector: 1 and `goal` filled when it has one.
+int chainGoalGet(Model *model, float goal[3]);
+// The resolution plane of `joint`'s chain, on its first joint: mode 2 reads
+// the point as a position (128), 1 as a direction (129). An effector without
+// a goal yet keeps its present position as goal.
+void chainSetUpVector(Model *joint, int mode, float x, float y, float z, float time);
+// A keyed rotation of a joint of kind 1 (relation 101): the joint's values
+// become its rotation, and the next solve starts from them. `axis` names the
+// component the key set (0 x, 1 y, 2 z, -1 all).
+void chainSetJointRotation(Model *joint, int axis, float x, float y, float z);
+// Solves the chain of an effector of kind 3, or the stretch above a joint of
+// kind 1, for a global goal. Nothing happens for any other model.
+void chainSolve(Model *model, float x, float y, float z, float time);
+// The handler of relation 120 on a chain part: solves when a new goal waits,
+// then evaluates the part's branch visibility (relation 11 curve).
+void chainSolveRecord(UpdateRecord *record, float time, int *flags);
+
+// A stretch of the strip, for the steps of the solve.
+struct ChainStretch {
+    Model *root;                      // chain root
+    Model *joints[CHAIN_MAX_JOINTS];  // first joint first
+    int count;                        // joints in the stretch
+    Model *tip;                       // the model after the last joint: a joint or the effector
+    int firstPass;                    // 1 on the first step of a solve
+    int abort;                        // set by a failed step: the joints go back as they were
+};
+// Bone lengths of the stretch: the total, and the largest and smallest bone.
+double chainLengths(const ChainStretch &s, double *largest, double *smallest);
+// One pass of the solve: the closed forms or the iteration by joint count,
+// then the limits. 0 when the step aborted.
+int chainStep(ChainStretch &s, const float goal[3]);
+// The solve of one stretch: a first step, then passes while limits or a 3D
+// chain leave the tip short of the goal.
+void chainSolveStretch(ChainStretch &s, const float goal[3]);
+// Moves a goal the stretch cannot take: returns 4 (goal at the first joint,
+// nothing to do), 2 (beyond reach: pulled in to the chain length), 3 (inside
+// the fold margin: pushed out to it) or 0.
+int chainClampGoal(const ChainStretch &s, float goal[3]);
+// The frame of the plane a 2D chain bends in: X from the first joint towards
+// the goal, Z the plane's normal, Y towards the up point; fourth row the first
+// joint. `code` 20 for two joints, 30 for longer and 3D chains. 0 when the
+// goal is on the first joint.
+int chainPlaneMatrix(ChainStretch &s, int code, int useGoal, const float goal[3], float out[4][4]);
+void chainOneJoint(ChainStretch &s, const float goal[3]);
+void chainTwoJoints(ChainStretch &s, const float goal[3]);
+void chainManyJoints(ChainStretch &s, const float goal[3]);
+void chainManyJoints3D(ChainStretch &s, const float goal[3]);
+// Rolls of the joints after the first, distributed along the chain.
+void chainPropagateRoll(ChainStretch &s);
+// Clamps the joint's local rotation to its limits; the number of axes clamped.
+int chainApplyLimits(Model *joint);
+// Reads the limits of the joint's relation 103 entries in `dict` into its
+// record and sets `free`. Without a dictionary the record's limits stay.
+void chainLimitsRead(Dictionary *dict, Model *joint);
+// The limits of one relation 103 record (its relation data) into the
+// joint's record, degrees on disk, radians kept.
+void chainLimitsTake(Model *joint, void *relationData);
+// Relation 103 evaluated on a joint or effector: its limits taken and
+// applied to its local rotation now, the subtree following.
+void chainRotationLimit(Model *model, void *relationData);
+// Relation 11 on a model: a chain root takes kind 2 (on) or 1 with all its
+// members; an object that can be dynamic kind 12 or 0.
+void modelDynamicsSwitch(Model *model, int on);
+// Whether old joint roll is asked for (BW_IK_OLD_JOINT_ROLL present).
+int chainOldJointRoll();
+// Solves counted since the start (for tests and statistics).
+extern std::atomic<long> g_chainSolveCount;

@@ -22,6 +22,7 @@
     ENV_VAR(BW_NO_OPTIM_UNTOLD_REL, "present: hidden models nobody reads are evaluated too") \
     ENV_VAR(BW_NO_ENVELOP_OPTIM, "present: envelope work is not deferred to the end") \
     ENV_VAR(BW_CLASSICAL_SCL_FIX, "present: classical scaling corrects every sheared child") \
+    ENV_VAR(BW_IK_OLD_JOINT_ROLL, "present: chains keep joint roll by the old method") \
     ENV_VAR(BW_OVERLOAD_HIDDEN, "present: hidden bits set matte alpha; visibility curves are integers") \
     ENV_VAR(BW_SHADE_HIGHLIGHT_WIDTH, "real number: line width of highlights") \
     ENV_VAR(BW_SHADE_OPTIMIZE_EDITING, "present: textures keep their flags at state init") \

@@ -351,20 +351,16 @@ void constraintEval(UpdateRecord *record, float time, int selectedIndex) {
             }
             case 102: positionLimit(model, taken, partnerModel, record->relationData); break;
             case 103:
-                if (g_constraintHooks.chainRotationLimit)
-                    g_constraintHooks.chainRotationLimit(model, taken, record->relationData);
-                else
-                    rotationLimit(model, taken, record->relationData);
+                chainRotationLimit(model, record->relationData);
                 break;
             case 806:
                 if (isDynamic(model)) break;
                 [[fallthrough]];
             case 111:
-                if (g_evalHooks.chainGoalSet) g_evalHooks.chainGoalSet(model, avg);
+                chainSetGoal(model, avg[0], avg[1], avg[2]);
                 break;
             case 128: case 129:
-                if (g_constraintHooks.chainSetUpVector)
-                    g_constraintHooks.chainSetUpVector(model, rel == 128 ? 2 : 1, taken, time);
+                chainSetUpVector(model, rel == 128 ? 2 : 1, taken[0], taken[1], taken[2], time);
                 break;
             default: break;
         }

@@ -108,7 +108,7 @@ void clusterCentre(UpdateRecord *record, Model *model, float time) {
     for (int k = 0; k < 3; ++k) local[k] = static_cast<float>(sum[k] * inv);
     pointMul(local, owner->globalMatrix, centre);
     if (isGoalDriven(model)) {
-        if (g_evalHooks.chainGoalSet) g_evalHooks.chainGoalSet(model, centre);
+        chainSetGoal(model, centre[0], centre[1], centre[2]);
     } else {
         modelSetLocalPosition(model, centre);
     }

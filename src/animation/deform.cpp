@@ -61,4 +61,6 @@ void modelExtraFree(Model *model) {
     model->shapeAnim = nullptr;
     clusterFree(model->clusterList);
     model->clusterList = nullptr;
+    free(model->chain);
+    model->chain = nullptr;
 }

@@ -338,9 +338,8 @@ void evalLocalRotation(UpdateRecord *record, float time, int *) {
         return true;
     });
     if (!whole) return;
-    if (keyed && m->type == MODEL_TYPE_JOINT && m->kind == MODEL_KIND_CHAIN &&
-        g_evalHooks.chainJointRotation)
-        g_evalHooks.chainJointRotation(m, time);
+    if (keyed && m->type == MODEL_TYPE_JOINT && m->kind == MODEL_KIND_CHAIN)
+        chainSetJointRotation(m, -1, m->rotation[0], m->rotation[1], m->rotation[2]);
     modelMarkDirty(m, TRANSFO_DIRTY_ROTATION);
 }
 
@@ -353,7 +352,7 @@ void evalLocalTranslation(UpdateRecord *record, float time, int *) {
     float pos[3];
     if (!throughGoal)
         copy3(pos, m->translation);
-    else if (!g_evalHooks.chainGoalGet || !g_evalHooks.chainGoalGet(m, pos))
+    else if (!chainGoalGet(m, pos))
         copy3(pos, m->globalPosition);
     int read = 0;
     bool outside = false;
@@ -370,8 +369,7 @@ void evalLocalTranslation(UpdateRecord *record, float time, int *) {
     if (m->kind == MODEL_KIND_CHAIN_DYNAMIC || m->kind == MODEL_KIND_DYNAMIC) return;
     if (chainPart && outside) return;
     if (throughGoal) {
-        if (!g_evalHooks.chainGoalSet) return;
-        g_evalHooks.chainGoalSet(m, pos);
+        chainSetGoal(m, pos[0], pos[1], pos[2]);
     } else {
         copy3(m->translation, pos);
     }
@@ -460,7 +458,11 @@ void evalDynamicsSwitch(UpdateRecord *record, float time, int *) {
     Model *m = static_cast<Model *>(record->data);
     double v;
     if (!m || !firstCurveValue(record, time, &v)) return;
-    bool on = v >= 1.0;
+    modelDynamicsSwitch(m, v >= 1.0);
+}
+
+void modelDynamicsSwitch(Model *m, int on) {
+    if (!m) return;
     if (isChainRoot(m)) {
         // A chain goes under dynamics as a whole.
         m->kind = on ? MODEL_KIND_CHAIN_DYNAMIC : MODEL_KIND_CHAIN;

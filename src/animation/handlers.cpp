@@ -111,6 +111,8 @@ const BuiltinHandler BUILTINS[] = {
     // Shape and cluster animation.
     {RELGR_GEOM, 200, 200, evalShape},
     {RELGR_GEOM, 700, 700, evalCluster},
+    // Kinematic chains.
+    {RELGR_TRANSFO, 120, 120, chainSolveRecord},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

@@ -210,7 +210,7 @@ void placeModel(Model *model, const Model *curve, const float point[3]) {
     if (goalDriven(model)) {
         float world[3];
         pointMul(point, curve->globalMatrix, world);
-        if (g_evalHooks.chainGoalSet) g_evalHooks.chainGoalSet(model, world);
+        chainSetGoal(model, world[0], world[1], world[2]);
         return;
     }
     pathToParent(model, curve, point, model->translation);

@@ -110,6 +110,10 @@ void (*g_modelExtraFree)(Model *node) = nullptr;
 
 void modelClearFields(Model *n, int keepName) {
     if (g_modelExtraFree) g_modelExtraFree(n);
+    // The chain record is plain memory that the reader may have made while
+    // no evaluation library is linked in.
+    free(n->chain);
+    n->chain = nullptr;
     if (!keepName) { free(n->name); n->name = nullptr; }
     geometryFree(n->type, n->geometry.any);
     n->geometry.any = nullptr;

@@ -85,10 +85,31 @@ bool subtreeHolds(Dictionary *dict, Model *m, int group, int32_t relid) {
     return found;
 }
 
+// Relations whose result a joint of kind 1 takes as its chain goal.
+bool givesGoal(int32_t relid) {
+    switch (relid) {
+        case 111: case 112: case 113: case 126: case 160: case 612: case 613: case 806:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// A joint constrained through its chain: one of kind 1 whose position comes
+// from a constraint, a path or translation curves, which all hand it to the
+// chain as a goal; the stretch above it is solved by its own record.
+bool constrainedThroughChain(const Element &e, const Model *m) {
+    if (!isJoint(m) || m->kind != MODEL_KIND_CHAIN || !e.childGroups || e.childGroupCount <= RELGR_TRANSFO) return false;
+    const RelationGroup &g = e.childGroups[RELGR_TRANSFO];
+    for (int i = 0; i < g.count; ++i)
+        if (givesGoal(g.items[i].relid)) return true;
+    return false;
+}
+
 void addForModel(Dictionary *dict, int32_t index, Model *m) {
     const Element &e = *elemGet(dict, CHP_MODELS, index);
     // Chains: the solve waits for the goal, children of joints for the solve.
-    if (isEffector(m)) {
+    if (isEffector(m) || constrainedThroughChain(e, m)) {
         int32_t root = elementOf(dict, chainRootOf(m));
         addVirtual(dict, CHP_MODELS, index, root, 120, 1);
         if (evalManipulationOptim()) addVirtual(dict, CHP_MODELS, root, index, -110, 1);

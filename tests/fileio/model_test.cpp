@@ -230,3 +230,52 @@ TEST(ModelFile, ElemLinkTiesNodesToElementsByName) {
     relDictClear(&table);
     modelFree(tree);
 }
+
+TEST(ModelFile, ChainBlockGivesKindTypePreferredAngleAndRoll) {
+    // Version 4.0 without a table: a root of kind 1 and chain type 40, a
+    // joint below with its preferred angle and roll; a block with two bytes
+    // past the fields, and an empty block on a third node.
+    Buf b;
+    b.header(4.0f).raw("HRCH", 4);
+    b.u16(1).raw("root", 5).u16(26).i32(18).i32(1).i32(40).f32(0).f32(0).u16(0);
+    b.u16(10).u16(1);
+    b.u16(1).raw("j1", 3).u16(2).i32(5).u16(26).i32(16).i32(1).i32(0).f32(0.5f).f32(-0.25f);
+    b.u16(10).u16(0).u16(11).u16(1);
+    b.u16(1).raw("plain", 6).u16(26).i32(0).u16(10).u16(0).u16(11).u16(0).u16(0);
+    b.u16(0).u16(11).u16(0).u16(0);
+    bwtest::TempDir dir;
+    Model *m = readBytes(dir, b.b);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->kind, 1);
+    EXPECT_EQ(m->chainType, 40);
+    EXPECT_EQ(m->chain, nullptr);  // nothing but zeros to keep
+    Model *j = m->firstChild;
+    ASSERT_TRUE(j && j->nextSibling);
+    EXPECT_EQ(j->type, 5);
+    EXPECT_EQ(j->kind, 1);
+    ASSERT_NE(j->chain, nullptr);
+    EXPECT_FLOAT_EQ(j->chain->prefRotationZ, 0.5f);
+    EXPECT_FLOAT_EQ(j->chain->jointRollOffset, -0.25f);
+    EXPECT_EQ(j->nextSibling->kind, 0);
+    // Written back with a table, every node carries the field; read again,
+    // the values stay.
+    Bytes again = writeTree(m, 1);
+    modelFree(m);
+    Model *back = readBytes(dir, again, "again");
+    ASSERT_TRUE(back && back->firstChild && back->firstChild->chain);
+    EXPECT_EQ(back->chainType, 40);
+    EXPECT_FLOAT_EQ(back->firstChild->chain->jointRollOffset, -0.25f);
+    modelFree(back);
+}
+
+TEST(ModelFile, ShortChainBlockFailsTheFileByName) {
+    Buf b;
+    b.header(4.0f).raw("HRCH", 4);
+    b.u16(1).raw("root", 5).u16(26).i32(8).i32(1).i32(40).u16(0);
+    bwtest::TempDir dir;
+    bwtest::OutputCapture cap;
+    modelFree(readBytes(dir, b.b, "short"));
+    std::string said = cap.err.text() + cap.out.text();
+    EXPECT_NE(said.find("short.hrc"), std::string::npos) << said;
+    EXPECT_NE(said.find("chain block shorter than its four fields"), std::string::npos) << said;
+}

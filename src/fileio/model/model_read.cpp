@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "../binary/bin_internal.h"
 #include "../geometry/geo_internal.h"
+#include "animation.h"
 #include "model_internal.h"
 
 namespace {
@@ -99,6 +101,31 @@ void readFlaggedBlock(BinReader &r, uint8_t *&data, int32_t &size) {
 std::vector<CustomBlock> *customBlocksOf(Model *n) {
     if (!n->customBlocks) n->customBlocks = new (std::nothrow) std::vector<CustomBlock>;
     return n->customBlocks;
+}
+
+// The chain block: i32 kind, i32 chain type, f32 preferred z rotation and
+// f32 roll offset (radians); an empty block leaves the node as it is, bytes
+// past the four fields are passed over.
+constexpr int32_t CHAIN_BLOCK_SIZE = 16;
+
+void readChainBlock(BinReader &r, Model *n) {
+    int32_t size = 0;
+    uint8_t *block = binReadBlock(r, &size);
+    if (block && size >= CHAIN_BLOCK_SIZE) {
+        n->kind = static_cast<int32_t>(binBig32(block));
+        n->chainType = static_cast<int32_t>(binBig32(block + 4));
+        const float preferred = binBigFloat(block + 8), roll = binBigFloat(block + 12);
+        if (preferred != 0.0f || roll != 0.0f) {
+            if (!n->chain) n->chain = static_cast<ChainData *>(calloc(1, sizeof(ChainData)));
+            if (n->chain) {
+                n->chain->prefRotationZ = preferred;
+                n->chain->jointRollOffset = roll;
+            }
+        }
+    } else if (size > 0 && !r.failed) {
+        binFail(r, "chain block shorter than its four fields");
+    }
+    free(block);
 }
 
 void readField(BinReader &r, const Prototype *proto, Model *n, uint16_t t, int mode) {
@@ -213,6 +240,7 @@ void readField(BinReader &r, const Prototype *proto, Model *n, uint16_t t, int m
         n->uvDomains = binReadBlock(r, &n->uvDomainsSize);
         if (!n->uvDomains) n->uvDomainsSize = 0;
         break;
+    case 26: readChainBlock(r, n); break;
     case 545: n->reserved[0] = binReadU16(r); break;
     case 546: n->reserved[1] = binReadU16(r); break;
     case 547: n->reserved[2] = binReadU16(r); break;

@@ -7,6 +7,7 @@
 #include "../geometry/geo_internal.h"
 #include "../binary/bin_internal.h"
 #include "model_internal.h"
+#include "animation.h"
 
 namespace {
 
@@ -16,7 +17,7 @@ constexpr float DEG_PER_RAD = 180.0f / 3.14159265358979323846f;
 // written table, since the blobs hold their tokens; materials and textures
 // have theirs.
 const uint16_t LIST_MODEL[] = {1, 548, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 15, 17, 14, 19, 21, 20, 25,
-                               23, 24, 0xFF1C, 1050, 0xFF24, 545, 546, 547, 539, 10, 11, 0};
+                               23, 24, 0xFF1C, 1050, 0xFF24, 545, 546, 547, 539, 26, 10, 11, 0};
 
 // A list entry: a reference whose name was not kept (the scene's relations
 // link it), or the inline record.
@@ -98,6 +99,19 @@ void writeFields(BinWriter &w, const Prototype *proto, const Model *n, TokenCurs
     geoTok(w, cur, 0xFF24) && binWriteBlock(w, n->uvDomains, n->uvDomains ? n->uvDomainsSize : 0);
     const uint16_t reservedTokens[4] = {545, 546, 547, 539};
     for (int i = 0; i < 4; ++i) geoTok(w, cur, reservedTokens[i]) && binWriteU16(w, n->reserved[i]);
+    // The chain block goes out for a node of a kind; with a table every node
+    // has the field, an empty block for the others.
+    if ((n->kind != 0 || proto) && geoTok(w, cur, 26)) {
+        if (n->kind == 0) {
+            binWriteI32(w, 0);
+        } else {
+            binWriteI32(w, 16);
+            binWriteI32(w, n->kind);
+            binWriteI32(w, n->chainType);
+            binWriteF32(w, n->chain ? n->chain->prefRotationZ : 0.0f);
+            binWriteF32(w, n->chain ? n->chain->jointRollOffset : 0.0f);
+        }
+    }
 }
 
 struct WriteFrame {

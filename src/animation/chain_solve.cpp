@@ -187,8 +187,6 @@ void chainPropagateRoll(ChainStretch &s) {
 }
 
 void chainTwoJoints(ChainStretch &s, const float goalIn[3]) {
-    double largest, smallest;
-    chainLengths(s, &largest, &smallest);
     const double a = length(chainVec(s.joints[1]->globalPosition) - chainVec(s.joints[0]->globalPosition));
     const double b = length(chainVec(s.tip->globalPosition) - chainVec(s.joints[1]->globalPosition));
     if (a < CHAIN_BOUND || b < CHAIN_BOUND) return;

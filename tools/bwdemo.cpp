@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <initializer_list>
 #include <cstdio>
 #include <cstring>
@@ -30,6 +31,7 @@
 #include <initializer_list>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "channel.h"
 #include "testdata.h"
@@ -119,6 +121,88 @@ Model *makeProps() {
         m->translation[2] = -4.5f;
         modelAddChild(root, m);
     }
+    return root;
+}
+
+// The figure's sizes: the arm's two bones, the sleeve round them, the ball
+// the hand reaches for and the circle it goes round, relative to the shoulder.
+constexpr float BONE = 1.5f;
+constexpr float SLEEVE_RADIUS = 0.22f;
+constexpr int SLEEVE_RINGS = 13;     // rings along the arm
+constexpr int SLEEVE_SEGMENTS = 12;  // points round each ring
+constexpr float BALL_CENTRE[2] = {1.8f, 0.6f};
+constexpr float BALL_RADIUS = 0.9f;
+constexpr float SHOULDER[3] = {-2.5f, 0.5f, 0.0f};
+
+// A tube along x from 0 to `length`, open at both ends: a ring of points
+// every length / (rings - 1), normals out from the axis.
+Mesh *makeSleeve(float length) {
+    const int32_t count = SLEEVE_RINGS * SLEEVE_SEGMENTS;
+    std::vector<float> points(3 * static_cast<size_t>(count)), normals(points.size());
+    for (int r = 0; r < SLEEVE_RINGS; ++r)
+        for (int k = 0; k < SLEEVE_SEGMENTS; ++k) {
+            const size_t at = 3 * static_cast<size_t>(r * SLEEVE_SEGMENTS + k);
+            const double a = 2.0 * M_PI * k / SLEEVE_SEGMENTS;
+            normals[at + 1] = static_cast<float>(std::cos(a));
+            normals[at + 2] = static_cast<float>(std::sin(a));
+            points[at] = length * static_cast<float>(r) / (SLEEVE_RINGS - 1);
+            points[at + 1] = SLEEVE_RADIUS * normals[at + 1];
+            points[at + 2] = SLEEVE_RADIUS * normals[at + 2];
+        }
+    std::vector<int32_t> triangles;
+    for (int r = 0; r + 1 < SLEEVE_RINGS; ++r)
+        for (int k = 0; k < SLEEVE_SEGMENTS; ++k) {
+            const int32_t a = r * SLEEVE_SEGMENTS + k, b = r * SLEEVE_SEGMENTS + (k + 1) % SLEEVE_SEGMENTS;
+            const int32_t c = a + SLEEVE_SEGMENTS, d = b + SLEEVE_SEGMENTS;
+            // Counter-clockwise seen from outside.
+            for (int32_t v : {a, b, d, a, d, c}) triangles.push_back(v);
+        }
+    return tdMakeMesh(reinterpret_cast<const float (*)[3]>(points.data()),
+                      reinterpret_cast<const float (*)[3]>(normals.data()), count,
+                      reinterpret_cast<const int32_t (*)[3]>(triangles.data()),
+                      static_cast<int32_t>(triangles.size() / 3));
+}
+
+// A sphere drawn out along y by `stretch`, the other axes shrunk to keep
+// its bulk: one key of the blob.
+Mesh *makeBlobKey(float stretch) {
+    Mesh *m = tdMakeSphereMesh(20, 14, 0.7f);
+    const float side = 1.0f / std::sqrt(stretch);
+    for (int32_t i = 0; m && i < m->vertexCount; ++i) {
+        m->vertices[i].pos[0] *= side;
+        m->vertices[i].pos[1] *= stretch;
+        m->vertices[i].pos[2] *= side;
+    }
+    return m;
+}
+
+// The figure: an arm of two bones (a chain whose hand reaches for a ball
+// going round in front of it), the sleeve that the arm's bones bend, and a
+// blob beside them whose shape cycles through three keys.
+Model *makeFigure() {
+    Model *root = modelNew("stage", MODEL_BARE, nullptr);
+    Model *arm = modelNew("arm", MODEL_BARE, nullptr);
+    arm->kind = MODEL_KIND_CHAIN;
+    memcpy(arm->translation, SHOULDER, sizeof SHOULDER);
+    Model *shoulder = modelNew("shoulder", MODEL_TYPE_JOINT, nullptr);
+    Model *elbow = modelNew("elbow", MODEL_TYPE_JOINT, nullptr);
+    shoulder->kind = elbow->kind = MODEL_KIND_CHAIN;
+    elbow->translation[0] = BONE;
+    // The elbow bends down by preference, as an arm reaching forward does.
+    if (ChainData *bend = chainDataOf(elbow)) bend->prefRotationZ = -0.6f;
+    Model *hand = modelNew("hand", MODEL_BARE, nullptr);
+    hand->kind = MODEL_KIND_EFFECTOR;
+    hand->translation[0] = BONE;
+    modelAddChild(arm, shoulder);
+    modelAddChild(shoulder, elbow);
+    modelAddChild(elbow, hand);
+    Model *ball = modelNew("ball", MODEL_MESH, tdMakeSphereMesh(16, 10, 0.25f));
+    Model *sleeve = modelNew("sleeve", MODEL_MESH, makeSleeve(2 * BONE));
+    memcpy(sleeve->translation, SHOULDER, sizeof SHOULDER);
+    Model *blob = modelNew("blob", MODEL_MESH, makeBlobKey(1.0f));
+    blob->translation[0] = 2.8f;
+    blob->translation[1] = 0.7f;
+    for (Model *child : {arm, ball, sleeve, blob}) modelAddChild(root, child);
     return root;
 }
 
@@ -519,6 +603,57 @@ int main(int argc, char *argv[]) {
         ok = ok && rigScene.relate(CHP_CAMERAS, eye, CHP_MODELS, node[1], 1116) &&
              rigScene.relate(CHP_LIGHTS, lamp, CHP_MODELS, node[2], 2111);
         ok = ok && !tdWriteScene(db, "rig", rigScene, now - 300).empty();
+    }
+    {
+        // The figure: the ball goes round a circle in front of the shoulder,
+        // the hand is held to it (a position constraint hands the chain its
+        // goal), and the blob's key index runs 0, 1, 2 and back each 4 seconds.
+        Model *figure = makeFigure();
+        const std::string figureFile = tdFullName(tdWriteModel(db, "figure-stage", figure));
+        modelFree(figure);
+        const float cx = SHOULDER[0] + BALL_CENTRE[0], cy = SHOULDER[1] + BALL_CENTRE[1], r = BALL_RADIUS;
+        AnimItem *round = chain({curve(113, 139, FCV_SPLINE, {{1, cx + r}, {31, cx}, {61, cx - r}, {91, cx}, {121, cx + r}},
+                                       FCV_EXTRA_PERIODIC),
+                                 curve(113, 140, FCV_SPLINE, {{1, cy}, {31, cy + r}, {61, cy}, {91, cy - r}, {121, cy}},
+                                       FCV_EXTRA_PERIODIC),
+                                 curve(113, 141, FCV_LINEAR, {{1, 0.3f}})});
+        const std::string roundFile = tdFullName(tdWriteAnimation(db, "figure-ball", round));
+        animItemsFree(round);
+        AnimItem *cycle = chain({curve(200, 201, FCV_LINEAR, {{1, 0}, {31, 1}, {61, 2}, {91, 1}, {121, 0}},
+                                       FCV_EXTRA_PERIODIC)});
+        const std::string cycleFile = tdFullName(tdWriteAnimation(db, "figure-blob", cycle));
+        animItemsFree(cycle);
+        ShapeKey keys[3] = {{MODEL_MESH, makeBlobKey(1.0f)}, {MODEL_MESH, makeBlobKey(1.7f)},
+                            {MODEL_MESH, makeBlobKey(0.6f)}};
+        ShapeKeys blobKeys{3, keys};
+        const std::string keysFile = tdFullName(tdWriteShapes(db, "figure-blobkeys", blobKeys));
+        for (ShapeKey &k : keys) meshFree(static_cast<Mesh *>(k.geometry));
+        Camera front;
+        const float from[3] = {0.0f, 1.5f, 8.0f};
+        memcpy(front.position, from, sizeof from);
+        const std::string frontFile = tdFullName(tdWriteCamera(db, "figure-eye", front));
+        ok = ok && !figureFile.empty() && !roundFile.empty() && !cycleFile.empty() && !keysFile.empty() &&
+             !frontFile.empty();
+        TdScene scene;
+        const int stage = scene.add(CHP_MODELS, figureFile);
+        const char *names[] = {"figure-arm.1-0",  "figure-shoulder.1-0", "figure-elbow.1-0", "figure-hand.1-0",
+                               "figure-ball.1-0", "figure-sleeve.1-0",   "figure-blob.1-0"};
+        enum { ARM, SHOULDER_NODE, ELBOW, HAND, BALL, SLEEVE, BLOB, NODES };
+        int node[NODES];
+        for (int i = 0; i < NODES; ++i) node[i] = scene.add(CHP_MODELS, names[i], false);
+        const int parent[NODES] = {stage, node[ARM], node[SHOULDER_NODE], node[ELBOW], stage, stage, stage};
+        for (int i = 0; i < NODES; ++i) ok = ok && scene.relate(CHP_MODELS, node[i], CHP_MODELS, parent[i], 110);
+        ok = ok && scene.relate(CHP_MODELS, node[HAND], CHP_MODELS, node[BALL], 111);
+        const int blobKeysElement = scene.add(CHP_SHAPES, keysFile);
+        ok = ok && scene.relate(CHP_MODELS, node[BLOB], CHP_SHAPES, blobKeysElement, 200);
+        dress(scene, node[BALL], 0, -1);
+        dress(scene, node[SLEEVE], 3, -1);
+        dress(scene, node[BLOB], 1, -1);
+        scene.add(CHP_ANIMATION, roundFile);
+        scene.add(CHP_ANIMATION, cycleFile);
+        scene.add(CHP_CAMERAS, frontFile);
+        scene.add(CHP_LIGHTS, lightFile[0]);
+        ok = ok && !tdWriteScene(db, "figure", scene, now - 150).empty();
     }
     if (!ok) return 1;
     printf("Demo database written to %s\n", dbPath.c_str());

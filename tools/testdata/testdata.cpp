@@ -123,6 +123,12 @@ std::string tdWriteAnimation(Database *db, const std::string &name, const AnimIt
     return finish(db, CHP_ANIMATION, t, animFileWrite((t.stem + "." + t.suffix).c_str(), items));
 }
 
+std::string tdWriteShapes(Database *db, const std::string &name, const ShapeKeys &keys) {
+    Target t;
+    if (!targetFor(db, CHP_SHAPES, name, t)) return "";
+    return finish(db, CHP_SHAPES, t, shapeFileWrite((t.stem + "." + t.suffix).c_str(), &keys));
+}
+
 std::string tdWriteExpressions(Database *db, const std::string &name,
                                const std::vector<ExprFileEntry> &entries) {
     Target t;

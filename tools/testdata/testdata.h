@@ -41,6 +41,8 @@ std::string tdWriteLight(Database *db, const std::string &name, const Light &lig
 // ANIMATION: an ".ani" file of the items' curves; the element of the same
 // name (without version) is the one they animate.
 std::string tdWriteAnimation(Database *db, const std::string &name, const AnimItem *items);
+// SHAPES: a ".shp" file of shape keys; the scene ties it to its model by relation 200.
+std::string tdWriteShapes(Database *db, const std::string &name, const ShapeKeys &keys);
 // EXPRESSIONS: an ".exp" file of named expressions; the scene names it as
 // a ROOT element and the load makes each expression an element of its own.
 std::string tdWriteExpressions(Database *db, const std::string &name,

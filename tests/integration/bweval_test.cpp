@@ -2,11 +2,13 @@
 // checked against what its curves give by hand.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <map>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "capture.h"
 #include "run_viewer.h"
@@ -142,4 +144,69 @@ TEST_F(Bweval, PointsOfNamedModelsFollowEachFrame) {
     bwtest::RunResult plain = bwtest::runProgram(BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "--frames", "1:2:1"},
                                                  dir.path(), {"BW_DBDIR"});
     EXPECT_EQ(plain.out.find("points"), std::string::npos);
+}
+
+namespace {
+
+// frame -> model -> its points, from bweval's point blocks.
+std::map<int, std::map<std::string, std::vector<std::array<double, 3>>>> parsePoints(const std::string &out) {
+    std::map<int, std::map<std::string, std::vector<std::array<double, 3>>>> frames;
+    std::istringstream in(out);
+    std::string line;
+    int frame = -1;
+    while (std::getline(in, line)) {
+        char name[64];
+        int count = 0;
+        if (sscanf(line.c_str(), "frame %d", &frame) == 1) continue;
+        if (sscanf(line.c_str(), "  points %63s %d", name, &count) != 2) continue;
+        auto &points = frames[frame][name];
+        for (int i = 0; i < count && std::getline(in, line); ++i) {
+            std::array<double, 3> p{};
+            sscanf(line.c_str(), "%lf %lf %lf", &p[0], &p[1], &p[2]);
+            points.push_back(p);
+        }
+    }
+    return frames;
+}
+
+}  // namespace
+
+// The figure: the hand holds the ball wherever it goes while the bones keep
+// their length, and the blob's points are its keys at whole key indices and
+// their mean half way. The keys are the sphere of frame 1 drawn out along y
+// by 1.7 and by 0.6 (the other axes by one over the root of that).
+TEST_F(Bweval, TheFiguresHandHoldsTheBallAndTheBlobBlendsItsKeys) {
+    bwtest::RunResult r = bwtest::runProgram(
+        BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "figure", "--frames", "1:121:5", "--points", "figure-blob"},
+        dir.path(), {"BW_DBDIR"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto frames = parse(r.out);
+    ASSERT_EQ(frames.size(), 25u);
+    for (auto &[frame, models] : frames) {
+        const Pose &hand = models["figure-hand"], &ball = models["figure-ball"];
+        const Pose &shoulder = models["figure-shoulder"], &elbow = models["figure-elbow"];
+        EXPECT_NEAR(std::hypot(hand.t[0] - ball.t[0], hand.t[1] - ball.t[1], hand.t[2] - ball.t[2]), 0.0, 1e-3)
+            << frame;
+        EXPECT_NEAR(std::hypot(elbow.t[0] - shoulder.t[0], elbow.t[1] - shoulder.t[1], elbow.t[2] - shoulder.t[2]),
+                    1.5, 1e-4);
+        EXPECT_NEAR(std::hypot(hand.t[0] - elbow.t[0], hand.t[1] - elbow.t[1], hand.t[2] - elbow.t[2]), 1.5, 1e-3);
+    }
+    auto points = parsePoints(r.out);
+    const auto &sphere = points[1]["figure-blob"];
+    ASSERT_GT(sphere.size(), 100u);
+    auto key = [&](size_t i, double stretch) {
+        const double side = 1.0 / std::sqrt(stretch);
+        return std::array<double, 3>{sphere[i][0] * side, sphere[i][1] * stretch, sphere[i][2] * side};
+    };
+    // Key index 0 at frame 1, 1 at 31, 2 at 61, linear between: frame 16 is 0.5, frame 51 is 1.667.
+    const struct { int frame; double first, second, f; } at[] = {
+        {31, 1.7, 1.7, 0.0}, {61, 0.6, 0.6, 0.0}, {16, 1.0, 1.7, 0.5}, {51, 1.7, 0.6, 2.0 / 3.0}};
+    for (const auto &a : at) {
+        const auto &got = points[a.frame]["figure-blob"];
+        ASSERT_EQ(got.size(), sphere.size()) << a.frame;
+        for (size_t i = 0; i < got.size(); i += 17) {
+            const auto p = key(i, a.first), q = key(i, a.second);
+            for (int k = 0; k < 3; ++k) EXPECT_NEAR(got[i][k], p[k] + (q[k] - p[k]) * a.f, 2e-5) << a.frame << " " << i;
+        }
+    }
 }

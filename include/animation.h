@@ -577,6 +577,94 @@ int clusterKeyEval(const Cluster *cluster, int32_t pointIndex, int mode, double 
 int clusterAttach(Model *model, Cluster *chain);
 // Registers the SHAPES and CLUSTERS readers of the scene load.
 void shapeSceneInstall();
+// Envelopes: skins whose points follow the deformers of a skeleton. The skin
+// (role 6 or 7) holds the update record (relation 206, or 207); each deformer
+// keeps, per skin it moves, the skin's assignments and its own base pose.
+
+enum EnvelopeRole : int32_t {  // Model::envelopeRole
+    ENVELOPE_ROLE_NONE = 0,
+    ENVELOPE_ROLE_SKELETON = 4,        // a skeleton's model
+    ENVELOPE_ROLE_CHAIN_DEFORMER = 5,  // a deformer in a chain
+    ENVELOPE_ROLE_SKIN = 6,            // an enveloped model
+    ENVELOPE_ROLE_CHAIN_SKIN = 7,      // an enveloped chain part
+    ENVELOPE_ROLE_DEFORMER = 8,        // a deformer
+    ENVELOPE_ROLE_ROOT = 10,           // a deformer root
+    ENVELOPE_ROLE_NULL = 11,           // a null-like model in a skeleton: moves nothing itself
+};
+constexpr uint16_t ENVELOPE_MOVED = 2;     // EnvelopeData::bits: the deformer moved this walk
+constexpr uint16_t ENVELOPE_DEFERRED = 4;  // its skeleton's matrices are made for this walk
+constexpr uint16_t ENVELOPE_REBUILD = 8;   // its point lists changed: the skins must be made again
+
+constexpr float ENVELOPE_MIN_WEIGHT = 0.01f;  // percent; lighter assignments are dropped
+constexpr float ENVELOPE_POSE_EPSILON = 0.0001f;  // a pose value moved by no more is unmoved
+
+struct EnvelopeAssignment {
+    int32_t vertex;  // point number in the skin (geometry point order)
+    float weight;    // percent; a point's weights total 100
+};
+
+// The assignments of one skin to one deformer.
+struct EnvelopeSkin {
+    Model *skin;                      // the skin's node; null until the scene resolves the name
+    char *skinName;                   // malloc'd name of the skin node as stored
+    int32_t count;                    // entries of assignments
+    EnvelopeAssignment *assignments;  // malloc'd, in stored order
+    EnvelopeSkin *next;               // the deformer's next skin
+};
+
+// A deformer's side of its envelopes (Model::envelope).
+struct EnvelopeData {
+    EnvelopeSkin *skins;     // linked per skin
+    float reference[9];      // at binding, relative to the parent: scale, rotation (radians), position
+    float basePose[4][4];    // inverse of the global matrix in the base pose
+    float lastPose[9];       // global scale, local rotation, local position at the last walk's end
+    float rounding;          // round-joint value of a chain joint; 0 for none
+    uint16_t bits;           // ENVELOPE_MOVED, ENVELOPE_DEFERRED, ENVELOPE_REBUILD
+};
+
+// The model's record, made empty (identity base pose, unit reference scale)
+// on first use; null when out of memory. Lives in the file library.
+EnvelopeData *envelopeDataGet(Model *model);
+void envelopeDataFree(EnvelopeData *data);
+// A new list for `skin` (or, with a null skin, for the node named `name`)
+// with `count` zeroed assignments, put behind the others; null when out of memory.
+EnvelopeSkin *envelopeSkinAdd(EnvelopeData *data, Model *skin, const char *name, int32_t count);
+EnvelopeSkin *envelopeSkinFind(const EnvelopeData *data, const Model *skin);
+// Token 28 of a model node: the sized block of the deformer's record
+// (reader and writer of the .hrc node).
+int envelopeBlockRead(BinReader &r, Model *model);
+int envelopeBlockWrite(BinWriter &w, const Model *model);
+
+// Whether the role is one of a skeleton's (4, 5, 8, 10, 11).
+int envelopeIsDeformer(int32_t role);
+// Depth of a deformer in its skeleton, 0 at the top; -1 for any other model.
+int envelopeDepth(const Model *model);
+// The skeleton top of a model: a deformer's own top; for a skin the child of
+// depth 0 with role 4 or 10, else the first such ancestor. Null for none.
+Model *envelopeOf(Model *model);
+
+// Handler of 206 (RELGR_TRANSFO) and 207 (RELGR_GEOM): the skin follows the
+// skeleton named by the record's first source, and only when it moved.
+void envelopeUpdateRecord(UpdateRecord *record, float time, int *flags);
+// Deformer matrices of the skeleton `top` (null: the skin's own) and the
+// skin's points from them.
+void envelopeRefresh(Model *skin, Model *top);
+// Base poses of the deformers from their reference records.
+void envelopeDeformerMatrices(Model *top);
+// The skin's points from its rest copy, moved by every deformer of `top`.
+// Points carry no selection here: `selectedOnly` leaves every point out.
+void envelopeApply(Model *skin, Model *top, int selectedOnly);
+// Marks the deformers of `top` that moved since the last walk's end; 1 if any.
+int envelopeMark(Model *skin, Model *top);
+// The end of a walk: every deformer clears its moved and deferred bits and
+// keeps its present pose for the next comparison.
+void envelopeWalkEnd(Dictionary *dict);
+// Ties the assignment lists of every skeleton named by a skin's 206 or 207
+// to the skin node of the stored name, and gives the skin its role.
+void envelopeSceneResolve(Dictionary *dict);
+// Skins this thread has deformed since it started: a frame whose skeletons
+// stood still adds nothing.
+int64_t envelopeDeformCount();
 
 // ---------------------------------------------------------------------------
 // Animated parameters by name ("transx", "rotz", "posy"...), per chapter.

@@ -21,6 +21,7 @@
     ENV_VAR(BW_MANIPULATION_OPTIM, "present: the update walk climbs to marked ancestors only") \
     ENV_VAR(BW_NO_OPTIM_UNTOLD_REL, "present: hidden models nobody reads are evaluated too") \
     ENV_VAR(BW_NO_ENVELOP_OPTIM, "present: envelope work is not deferred to the end") \
+    ENV_VAR(BW_ENV_RND_FST_JNT, "present: the first joint of an enveloped chain is rounded like the others") \
     ENV_VAR(BW_CLASSICAL_SCL_FIX, "present: classical scaling corrects every sheared child") \
     ENV_VAR(BW_IK_OLD_JOINT_ROLL, "present: chains keep joint roll by the old method") \
     ENV_VAR(BW_OVERLOAD_HIDDEN, "present: hidden bits set matte alpha; visibility curves are integers") \

@@ -63,4 +63,6 @@ void modelExtraFree(Model *model) {
     model->clusterList = nullptr;
     free(model->chain);
     model->chain = nullptr;
+    envelopeDataFree(model->envelope);
+    model->envelope = nullptr;
 }

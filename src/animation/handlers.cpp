@@ -113,6 +113,9 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_GEOM, 700, 700, evalCluster},
     // Kinematic chains.
     {RELGR_TRANSFO, 120, 120, chainSolveRecord},
+    // Envelopes.
+    {RELGR_TRANSFO, 206, 206, envelopeUpdateRecord},
+    {RELGR_GEOM, 207, 207, envelopeUpdateRecord},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

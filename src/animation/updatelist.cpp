@@ -198,6 +198,9 @@ int updatelistBuildFrom(Dictionary *dict, int group, int withVirtual, int checkO
 
 int updatelistBuildScene(Dictionary *dict) {
     if (!dict) return 0;
+    // The skins know their skeletons by the relations just connected; the
+    // order of the list and the first update need them tied.
+    envelopeSceneResolve(dict);
     if (updatelistBuild(dict, &dict->update, 0, 0)) return 1;
     msgError("A cycle has been detected in scene dependencies.\n Please Cut or Relax the latest relation you set.");
     return 0;

@@ -219,9 +219,10 @@ void updatelistEval(Dictionary *dict, UpdateList *list, float time) {
         if (i + AHEAD_KEYS < count) fetchKeys(records[i + AHEAD_KEYS]);
         updatelistEvalRecord(&records[i], time, &flags);
     }
-    // Rigid bodies, dynamics and envelopes are evaluated by their own
-    // modules, which this viewer does not carry: the after-pass and the
-    // deferred envelope work have nothing to do.
+    // Rigid bodies and dynamics are evaluated by their own modules, which
+    // this viewer does not carry: the after-pass has nothing to do. The
+    // deformers keep this walk's pose for the next one's comparison.
+    if (walk.deferred) envelopeWalkEnd(dict);
     walk = saved;
 }
 

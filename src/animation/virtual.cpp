@@ -13,7 +13,7 @@
 bool isVirtualRelation(int32_t relid) {
     switch (relid) {
         case REL_IMAGE_SEQUENCE: case -102: case -103: case -104: case -105: case -106: case -107:
-        case -108: case -110: case 120: case 121:
+        case -108: case -109: case -110: case 120: case 121:
             return true;
         default:
             return false;
@@ -104,10 +104,41 @@ bool constrainedThroughChain(const Element &e, const Model *m) {
     for (int i = 0; i < g.count; ++i)
         if (givesGoal(g.items[i].relid)) return true;
     return false;
+// A skin's envelope record reads every deformer of its skeleton, and the
+// chain solves that place them: it waits for every model of the skeleton's
+// trees (the top and its siblings of depth 0), its own branch excepted.
+void addEnvelopeWaits(Dictionary *dict, int32_t index, Model *skin, int group, int32_t relid, int instance) {
+    const Element &e = *elemGet(dict, CHP_MODELS, index);
+    if (!e.childGroups || group >= e.childGroupCount) return;
+    std::vector<Model *> tops;
+    const RelationGroup &g = e.childGroups[group];
+    for (int i = 0; i < g.count; ++i) {
+        const RelationInst &r = g.items[i];
+        if (r.relid != relid || r.chp != CHP_MODELS) continue;
+        Element *top = elemGet(dict, CHP_MODELS, r.elem);
+        Model *tm = top ? static_cast<Model *>(top->data) : nullptr;
+        if (tm) tops.push_back(tm);
+    }
+    auto within = [skin](const Model *n) {
+        for (; n; n = n->parent)
+            if (n == skin) return true;
+        return false;
+    };
+    for (Model *top : tops)
+        for (Model *t = top; t; t = t->nextSibling) {
+            if (t != top && envelopeDepth(t) != 0) continue;
+            auto wait = [&](Model *n) {
+                if (!within(n)) addVirtual(dict, CHP_MODELS, index, elementOf(dict, n), -109, instance);
+            };
+            wait(t);
+            eachDescendant(t, wait);
+        }
 }
 
 void addForModel(Dictionary *dict, int32_t index, Model *m) {
     const Element &e = *elemGet(dict, CHP_MODELS, index);
+    addEnvelopeWaits(dict, index, m, RELGR_TRANSFO, 206, 1);
+    addEnvelopeWaits(dict, index, m, RELGR_GEOM, 207, 2);
     // Chains: the solve waits for the goal, children of joints for the solve.
     if (isEffector(m) || constrainedThroughChain(e, m)) {
         int32_t root = elementOf(dict, chainRootOf(m));

@@ -234,6 +234,8 @@ void readField(BinReader &r, const Prototype *proto, Model *n, uint16_t t, int m
         customBlocksReadSized(r, *blocks);
         break;
     }
+    case 27: n->envelopeRole = binReadI32(r); break;
+    case 28: envelopeBlockRead(r, n); break;
     case 1050: n->versionStamp = binReadF32(r); break;
     case 0xFF24:
         free(n->uvDomains);

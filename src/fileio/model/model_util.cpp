@@ -10,6 +10,7 @@
 #include "database.h"
 #include "dictionary.h"
 #include "graphic.h"
+#include "animation.h"
 #include "model_internal.h"
 
 namespace {
@@ -114,6 +115,9 @@ void modelClearFields(Model *n, int keepName) {
     // no evaluation library is linked in.
     free(n->chain);
     n->chain = nullptr;
+    // The envelope record is read here; without the evaluation linked in it goes here too.
+    envelopeDataFree(n->envelope);
+    n->envelope = nullptr;
     if (!keepName) { free(n->name); n->name = nullptr; }
     geometryFree(n->type, n->geometry.any);
     n->geometry.any = nullptr;

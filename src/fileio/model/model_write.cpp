@@ -17,7 +17,7 @@ constexpr float DEG_PER_RAD = 180.0f / 3.14159265358979323846f;
 // written table, since the blobs hold their tokens; materials and textures
 // have theirs.
 const uint16_t LIST_MODEL[] = {1, 548, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 15, 17, 14, 19, 21, 20, 25,
-                               23, 24, 0xFF1C, 1050, 0xFF24, 545, 546, 547, 539, 26, 10, 11, 0};
+                               23, 24, 0xFF1C, 1050, 0xFF24, 545, 546, 547, 539, 26, 27, 28, 10, 11, 0};
 
 // A list entry: a reference whose name was not kept (the scene's relations
 // link it), or the inline record.
@@ -112,6 +112,9 @@ void writeFields(BinWriter &w, const Prototype *proto, const Model *n, TokenCurs
             binWriteF32(w, n->chain ? n->chain->jointRollOffset : 0.0f);
         }
     }
+    // Without a table a node outside envelopes leaves its envelope tokens out.
+    if (cur.list || n->envelopeRole) geoTok(w, cur, 27) && binWriteI32(w, n->envelopeRole);
+    if (cur.list || n->envelope) geoTok(w, cur, 28) && envelopeBlockWrite(w, n);
 }
 
 struct WriteFrame {

@@ -244,6 +244,38 @@ TEST_F(EnvelopeTest, RoundJointsAreContinuousAcrossTheJoint) {
     expectAt(3, {(1 + mid[0]) / 2, (0.5 + mid[1]) / 2, 0});
 }
 
+TEST_F(EnvelopeTest, TheFirstJointRoundsOnlyWithTheSwitch) {
+    // A first joint at (1, 0, 0) turned 90 degrees; a point beside its start.
+    makeSkin({{1, 0.5, 0}});
+    int root = deformer("root", model("world"), ENVELOPE_ROLE_ROOT, {0, 0, 0});
+    int first = deformer("first", root, ENVELOPE_ROLE_CHAIN_DEFORMER, {1, 0, 0}, MODEL_TYPE_JOINT);
+    node(model("tip", first))->translation[0] = 2.0f;
+    node(first)->envelope->rounding = 1.0f;
+    node(first)->rotation[2] = static_cast<float>(PI / 2);
+    assign(first, {{0, 100.0f}});
+    connect(root);
+    ASSERT_EQ(build(), 1);
+    auto again = [&] {
+        node(first)->envelope->bits |= ENVELOPE_REBUILD;
+        evalFlagsReset();
+        run();
+    };
+    const Point plain = turnZ({1, 0.5, 0}, 90, {1, 0, 0}), half = turnZ({1, 0.5, 0}, 45, {1, 0, 0});
+    again();
+    expectAt(0, plain);
+    setenv("BW_ENV_RND_FST_JNT", "", 1);
+    again();
+    expectAt(0, half);
+    // Below a skeleton's model, or in classical scaling, the switch counts for nothing.
+    node(root)->envelopeRole = ENVELOPE_ROLE_SKELETON;
+    again();
+    expectAt(0, plain);
+    node(root)->envelopeRole = ENVELOPE_ROLE_ROOT;
+    g_scalingType = 1;
+    again();
+    expectAt(0, plain);
+}
+
 TEST(EnvelopeFile, NodeTokensCarryTheRoleAndTheDeformerRecord) {
     using bwtest::Buf;
     // Version 3.4, no table: name, type 0, role 8 and the envelope block.

@@ -142,19 +142,6 @@ bool markBranch(const Model *skin, Model *n, bool moved) {
 // ---------------------------------------------------------------------------
 // Deformation walk
 
-void deformLevel(const EnvelopePass &pass, Model *first, bool topLevel) {
-    for (Model *n = first; n; n = n->nextSibling) {
-        if (!envelopeIsDeformer(n->envelopeRole) || (topLevel && n != first && envelopeDepth(n) != 0)) continue;
-        if (!passedOver(pass.skin, n)) {
-            if (n->type == MODEL_TYPE_JOINT && envelopeJointRounds(n))
-                envelopeDeformJoint(pass, n);
-            else
-                envelopeDeformBone(pass, n);
-        }
-        if (n->firstChild) deformLevel(pass, n->firstChild, false);
-    }
-}
-
 // The skeleton a record names: its first source's top, else the skin's own.
 Model *recordTop(const UpdateRecord *record, Model *skin) {
     const UpdateSource &s = record->sources[0];
@@ -166,6 +153,21 @@ Model *recordTop(const UpdateRecord *record, Model *skin) {
 }  // namespace
 
 // ---------------------------------------------------------------------------
+
+void envelopeDeform(const EnvelopePass &pass, Model *first, int depth) {
+    for (Model *n = first; n; n = n->nextSibling) {
+        // The top's siblings count when they are tops too; every deformer
+        // child stands one deeper.
+        if (!envelopeIsDeformer(n->envelopeRole) || (depth == 0 && n != first && envelopeDepth(n) != 0)) continue;
+        if (!passedOver(pass.skin, n)) {
+            if (n->type == MODEL_TYPE_JOINT && envelopeJointRounds(n))
+                envelopeDeformJoint(pass, n);
+            else
+                envelopeDeformBone(pass, n);
+        }
+        if (n->firstChild) envelopeDeform(pass, n->firstChild, depth + 1);
+    }
+}
 
 int envelopeIsDeformer(int32_t role) {
     switch (role) {
@@ -209,10 +211,11 @@ void envelopeDeformerMatrices(Model *top) {
     const bool chain = chainSkeletonRoot(top);
     if (chain) {
         // The chain's own transforms first, walked with the child loop.
+        // The word is shared by every thread: it is written only when the bit is off (-o).
         const int saved = animationOptimise;
-        animationOptimise |= EVAL_OPT_CHILD_LOOP;
+        if (!(saved & EVAL_OPT_CHILD_LOOP)) animationOptimise = saved | EVAL_OPT_CHILD_LOOP;
         modelGlobalUpdate(top->parent, top, 1);
-        animationOptimise = saved;
+        if (!(saved & EVAL_OPT_CHILD_LOOP)) animationOptimise = saved;
     }
     if (top->envelopeRole == ENVELOPE_ROLE_NULL) {
         bindChildren(frameOf(top), top);
@@ -247,7 +250,7 @@ void envelopeApply(Model *skin, Model *top, int selectedOnly) {
         mat4Copy(rotation, skin->globalRotation);
         memcpy(position, skin->globalPosition, sizeof position);
     }
-    deformLevel(pass, top, true);
+    envelopeDeform(pass, top, 0);
     geometryPointsWrite(skin->type, skin->geometry.any, pass.out);
     if (chainPart) {
         modelSetLocalRotation(skin, rotation);

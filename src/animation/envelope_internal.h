@@ -16,6 +16,9 @@ struct EnvelopePass {
     float fromWorld[4][4];    // its inverse
 };
 
+// Walks the deformers from `first` (the skeleton's top at depth 0, with its
+// siblings of depth 0) and applies each to the skin, children one deeper.
+void envelopeDeform(const EnvelopePass &pass, Model *first, int depth);
 // A deformer's composite matrix for the skin: a rest point of the skin goes
 // to the world, into the deformer's base pose, out by its present global
 // matrix and back into the skin's space.

@@ -656,8 +656,9 @@ void envelopeDeformerMatrices(Model *top);
 void envelopeApply(Model *skin, Model *top, int selectedOnly);
 // Marks the deformers of `top` that moved since the last walk's end; 1 if any.
 int envelopeMark(Model *skin, Model *top);
-// The end of a walk: every deformer clears its moved and deferred bits and
-// keeps its present pose for the next comparison.
+// The end of a walk in which an envelope record ran: every deformer clears
+// its moved, deferred and rebuild bits and keeps its present pose for the
+// next comparison.
 void envelopeWalkEnd(Dictionary *dict);
 // Ties the assignment lists of every skeleton named by a skin's 206 or 207
 // to the skin node of the stored name, and gives the skin its role.

@@ -11,6 +11,10 @@
 namespace {
 
 thread_local int64_t s_deformCount = 0;
+// An envelope record ran in this thread's walk: only then has its end
+// anything to keep. A walk without one leaves the kept poses older, so the
+// next comparison still sees every move since.
+thread_local bool s_walkCompared = false;
 
 bool isSkinRole(int32_t role) {
     return role == ENVELOPE_ROLE_SKIN || role == ENVELOPE_ROLE_CHAIN_SKIN;
@@ -303,6 +307,7 @@ void envelopeUpdateRecord(UpdateRecord *record, float, int *) {
     Model *top = recordTop(record, skin);
     EnvelopeData *d = envelopeDataGet(top);
     if (!d) return;
+    s_walkCompared = true;
     if (!evalEnvelopeDeferral()) {
         envelopeRefresh(skin, top);
         return;
@@ -313,6 +318,8 @@ void envelopeUpdateRecord(UpdateRecord *record, float, int *) {
 }
 
 void envelopeWalkEnd(Dictionary *dict) {
+    if (!s_walkCompared) return;
+    s_walkCompared = false;
     Chapter *models = dict ? dictChapter(dict, CHP_MODELS) : nullptr;
     for (int i = 0; models && i < models->elementCount; ++i) {
         const Element &e = models->elements[i];

@@ -104,6 +104,8 @@ bool constrainedThroughChain(const Element &e, const Model *m) {
     for (int i = 0; i < g.count; ++i)
         if (givesGoal(g.items[i].relid)) return true;
     return false;
+}
+
 // A skin's envelope record reads every deformer of its skeleton, and the
 // chain solves that place them: it waits for every model of the skeleton's
 // trees (the top and its siblings of depth 0), its own branch excepted.

@@ -244,6 +244,25 @@ TEST_F(EnvelopeTest, RoundJointsAreContinuousAcrossTheJoint) {
     expectAt(3, {(1 + mid[0]) / 2, (0.5 + mid[1]) / 2, 0});
 }
 
+TEST_F(EnvelopeTest, ASkinThatMovesItselfDeformsWithThisWalksMatrix) {
+    // Skin and skeleton under one moving model: in the skin's own space only
+    // the arm's turn shows, at every frame.
+    int world = model("world");
+    animate(world, 113, {curve(139, {{0, 0}, {10, 10}})});
+    makeSkin({{3, 1, 0}}, world);
+    int base = deformer("base", world, ENVELOPE_ROLE_ROOT, {0, 0, 0});
+    int arm = deformer("arm", base, ENVELOPE_ROLE_DEFORMER, {2, 0, 0});
+    assign(arm, {{0, 100.0f}});
+    connect(base);
+    ASSERT_EQ(build(), 1);
+    EXPECT_NE(order().find(std::to_string(skin) + ":-100 " + std::to_string(skin) + ":206"), std::string::npos) << order();
+    for (int frame = 0; frame < 3; ++frame) {
+        node(arm)->rotation[2] = static_cast<float>((10.0 + 10.0 * frame) * PI / 180.0);
+        updatelistEval(&dict, &list, static_cast<float>(frame));
+        expectAt(0, turnZ({3, 1, 0}, 10.0 + 10.0 * frame, {2, 0, 0}));
+    }
+}
+
 TEST_F(EnvelopeTest, TheFirstJointRoundsOnlyWithTheSwitch) {
     // A first joint at (1, 0, 0) turned 90 degrees; a point beside its start.
     makeSkin({{1, 0.5, 0}});

@@ -176,6 +176,44 @@ Mesh *makeBlobKey(float stretch) {
     return m;
 }
 
+// Binds the sleeve to the arm as it stands straight: the rings round the
+// upper arm follow the shoulder, those round the forearm the elbow, and the
+// four rings about the elbow pass from one to the other in quarters, so the
+// sleeve bends smoothly there.
+void bindSleeve(Model *arm, Model *shoulder, Model *elbow, Model *sleeve) {
+    arm->envelopeRole = ENVELOPE_ROLE_ROOT;
+    shoulder->envelopeRole = elbow->envelopeRole = ENVELOPE_ROLE_CHAIN_DEFORMER;
+    sleeve->envelopeRole = ENVELOPE_ROLE_SKIN;
+    // The root is bound where it stands, at the shoulder.
+    if (EnvelopeData *top = envelopeDataGet(arm)) {
+        top->reference[0] = top->reference[1] = top->reference[2] = 1.0f;
+        for (int k = 0; k < 3; ++k) {
+            top->reference[6 + k] = SHOULDER[k];
+            top->basePose[3][k] = -SHOULDER[k];
+        }
+    }
+    const float along[2] = {0.0f, BONE};  // each deformer's place on its parent at binding
+    Model *bones[2] = {shoulder, elbow};
+    for (int b = 0; b < 2; ++b) {
+        EnvelopeData *data = envelopeDataGet(bones[b]);
+        if (!data) return;
+        data->reference[0] = data->reference[1] = data->reference[2] = 1.0f;
+        data->reference[6] = along[b];
+        // The inverse of the bind pose: the bone's start, straight along x.
+        data->basePose[3][0] = -(SHOULDER[0] + along[b]);
+        data->basePose[3][1] = -SHOULDER[1];
+        data->basePose[3][2] = -SHOULDER[2];
+        const int32_t count = SLEEVE_RINGS * SLEEVE_SEGMENTS;
+        EnvelopeSkin *list = envelopeSkinAdd(data, nullptr, sleeve->name, count);
+        if (!list) return;
+        for (int32_t v = 0; v < count; ++v) {
+            const int ring = v / SLEEVE_SEGMENTS;  // the elbow's ring is the middle one, 6
+            const float toElbow = std::clamp((ring - 4) / 4.0f, 0.0f, 1.0f);
+            list->assignments[v] = EnvelopeAssignment{v, 100.0f * (b == 0 ? 1.0f - toElbow : toElbow)};
+        }
+    }
+}
+
 // The figure: an arm of two bones (a chain whose hand reaches for a ball
 // going round in front of it), the sleeve that the arm's bones bend, and a
 // blob beside them whose shape cycles through three keys.
@@ -203,6 +241,7 @@ Model *makeFigure() {
     blob->translation[0] = 2.8f;
     blob->translation[1] = 0.7f;
     for (Model *child : {arm, ball, sleeve, blob}) modelAddChild(root, child);
+    bindSleeve(arm, shoulder, elbow, sleeve);
     return root;
 }
 
@@ -643,7 +682,8 @@ int main(int argc, char *argv[]) {
         for (int i = 0; i < NODES; ++i) node[i] = scene.add(CHP_MODELS, names[i], false);
         const int parent[NODES] = {stage, node[ARM], node[SHOULDER_NODE], node[ELBOW], stage, stage, stage};
         for (int i = 0; i < NODES; ++i) ok = ok && scene.relate(CHP_MODELS, node[i], CHP_MODELS, parent[i], 110);
-        ok = ok && scene.relate(CHP_MODELS, node[HAND], CHP_MODELS, node[BALL], 111);
+        ok = ok && scene.relate(CHP_MODELS, node[HAND], CHP_MODELS, node[BALL], 111) &&
+             scene.relate(CHP_MODELS, node[SLEEVE], CHP_MODELS, node[ARM], 206);
         const int blobKeysElement = scene.add(CHP_SHAPES, keysFile);
         ok = ok && scene.relate(CHP_MODELS, node[BLOB], CHP_SHAPES, blobKeysElement, 200);
         dress(scene, node[BALL], 0, -1);

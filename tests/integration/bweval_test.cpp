@@ -177,7 +177,8 @@ std::map<int, std::map<std::string, std::vector<std::array<double, 3>>>> parsePo
 // by 1.7 and by 0.6 (the other axes by one over the root of that).
 TEST_F(Bweval, TheFiguresHandHoldsTheBallAndTheBlobBlendsItsKeys) {
     bwtest::RunResult r = bwtest::runProgram(
-        BW_BWEVAL_BIN, {"-R", BW_RSRC_DIR, "demo", "figure", "--frames", "1:121:5", "--points", "figure-blob"},
+        BW_BWEVAL_BIN,
+        {"-R", BW_RSRC_DIR, "demo", "figure", "--frames", "1:121:5", "--points", "figure-blob", "--points", "figure-sleeve"},
         dir.path(), {"BW_DBDIR"});
     ASSERT_EQ(r.status, 0) << r.err;
     auto frames = parse(r.out);
@@ -192,6 +193,25 @@ TEST_F(Bweval, TheFiguresHandHoldsTheBallAndTheBlobBlendsItsKeys) {
         EXPECT_NEAR(std::hypot(hand.t[0] - elbow.t[0], hand.t[1] - elbow.t[1], hand.t[2] - elbow.t[2]), 1.5, 1e-3);
     }
     auto points = parsePoints(r.out);
+    // The sleeve (rings of 12 points, 0.25 apart along x, radius 0.22, its
+    // origin at the shoulder) follows the bones: rings bound wholly to one
+    // bone keep their distance from that bone's start, wherever it turned.
+    for (auto &[frame, models] : frames) {
+        const auto &sleeve = points[frame]["figure-sleeve"];
+        ASSERT_EQ(sleeve.size(), 13u * 12u) << frame;
+        const Pose &shoulder = models["figure-shoulder"], &elbow = models["figure-elbow"];
+        for (int ring : {0, 2, 9, 12})
+            for (int k = 0; k < 12; ++k) {
+                const auto &p = sleeve[static_cast<size_t>(12 * ring + k)];
+                const Pose &bone = ring < 4 ? shoulder : elbow;
+                const double along = ring < 4 ? 0.25 * ring : 0.25 * ring - 1.5;
+                double d[3];
+                for (int c = 0; c < 3; ++c) d[c] = p[c] - (bone.t[c] - shoulder.t[c]);
+                EXPECT_NEAR(std::hypot(d[0], d[1], d[2]), std::hypot(along, 0.22), 1e-3) << frame << " ring " << ring;
+            }
+    }
+    // The elbow bends: the forearm's rings leave the line of the upper arm.
+    EXPECT_GT(std::fabs(points[31]["figure-sleeve"][12 * 12][1] - points[1]["figure-sleeve"][12 * 12][1]), 0.5);
     const auto &sphere = points[1]["figure-blob"];
     ASSERT_GT(sphere.size(), 100u);
     auto key = [&](size_t i, double stretch) {

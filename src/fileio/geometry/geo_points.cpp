@@ -2,7 +2,6 @@
 // cluster, envelope and deformer code moves points without knowing the record.
 #include <cmath>
 #include <cstring>
-#include <vector>
 
 #include "geo_internal.h"
 
@@ -82,7 +81,8 @@ void normalise(float v[3]) {
 
 // Polygon normals by Newell's sum, which is sound for concave and slightly
 // warped polygons; corners with a normal of their own are smoothed over the
-// polygons of their vertex that lie within the discontinuity angle.
+// polygons of their vertex that lie within the discontinuity angle. A vertex
+// without links keeps its polygon's normal.
 void meshRefresh(Mesh *m) {
     if (!m->vertices || !m->polygons) return;
     for (int32_t p = 0; p < m->polygonCount; ++p) {
@@ -99,20 +99,6 @@ void meshRefresh(Mesh *m) {
         normalise(n);
         memcpy(poly.nrm, n, sizeof n);
     }
-    // Polygons of each vertex, as a flat list of starts.
-    std::vector<int32_t> start(static_cast<size_t>(m->vertexCount) + 1, 0);
-    for (int32_t p = 0; p < m->polygonCount; ++p)
-        for (int k = 0; k < m->polygons[p].nodeCount; ++k) {
-            const int32_t v = m->polygons[p].nodes[k].vrt;
-            if (v >= 0 && v < m->vertexCount) ++start[static_cast<size_t>(v) + 1];
-        }
-    for (size_t v = 1; v < start.size(); ++v) start[v] += start[v - 1];
-    std::vector<int32_t> fill(start.begin(), start.end() - 1), polys(static_cast<size_t>(start.back()));
-    for (int32_t p = 0; p < m->polygonCount; ++p)
-        for (int k = 0; k < m->polygons[p].nodeCount; ++k) {
-            const int32_t v = m->polygons[p].nodes[k].vrt;
-            if (v >= 0 && v < m->vertexCount) polys[static_cast<size_t>(fill[static_cast<size_t>(v)]++)] = p;
-        }
     const float limit = m->cosDiscontinuity != 0.0f ? m->cosDiscontinuity
                                                     : std::cos(m->discontinuity * 0.0174532925f);
     for (int32_t p = 0; p < m->polygonCount; ++p) {
@@ -121,11 +107,16 @@ void meshRefresh(Mesh *m) {
             MeshNode &node = poly.nodes[k];
             if (node.nrm[0] == 0.0f && node.nrm[1] == 0.0f && node.nrm[2] == 0.0f) continue;
             if (node.vrt < 0 || node.vrt >= m->vertexCount) continue;
+            // The polygons round a vertex are those on the sides of its
+            // edges (meshLink): each once, with no list to build per frame.
+            const MeshVertex &vertex = m->vertices[node.vrt];
             float n[3] = {0.0f, 0.0f, 0.0f};
-            for (int32_t i = start[static_cast<size_t>(node.vrt)]; i < start[static_cast<size_t>(node.vrt) + 1]; ++i) {
-                const float *q = m->polygons[polys[static_cast<size_t>(i)]].nrm;
-                if (q[0] * poly.nrm[0] + q[1] * poly.nrm[1] + q[2] * poly.nrm[2] < limit) continue;
-                for (int c = 0; c < 3; ++c) n[c] += q[c];
+            for (int i = 0; i < vertex.neighbourCount; ++i) {
+                const int32_t q = vertex.neighbours[i].pol;
+                if (q < 0 || q >= m->polygonCount) continue;
+                const float *qn = m->polygons[q].nrm;
+                if (qn[0] * poly.nrm[0] + qn[1] * poly.nrm[1] + qn[2] * poly.nrm[2] < limit) continue;
+                for (int c = 0; c < 3; ++c) n[c] += qn[c];
             }
             normalise(n);
             // A vertex whose polygons cancel keeps its polygon's normal.

@@ -224,3 +224,29 @@ TEST_F(Draw, DemoSceneMovesBetweenItsFirstAndThirtiethFrame) {
     EXPECT_GT(shown, 2000);
     EXPECT_GT(changed, 500);
 }
+
+// The figure's gold sleeve bends with the arm: the pixels it covers at frame
+// 1 and at frame 31 (the hand gone up a quarter turn of the ball's circle)
+// differ. The other models are red and green, so gold tells the sleeve.
+TEST_F(Draw, TheFiguresSleeveBendsWithTheArm) {
+    RunResult made = bwtest::runProgram(BW_BWDEMO_BIN, {dir.path()}, dir.path());
+    ASSERT_EQ(made.status, 0) << made.err;
+    RunResult r = run("at 2\nkey Right\nsnapshot first.png\nat 31\nsnapshot thirtieth.png\n"
+                      "at 32\nkey Escape\n",
+                      {"-D", "demo", "-S", "figure", "-d", "2"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    bwtest::Image first = shot("first.png"), later = shot("thirtieth.png");
+    auto gold = [](const bwtest::Image &image, size_t i) {
+        const int red = image.rgb[i], green = image.rgb[i + 1], blue = image.rgb[i + 2];
+        return red > 60 && green > red / 2 && green < red && blue < green / 2;
+    };
+    int before = 0, after = 0, changed = 0;
+    for (size_t i = 0; i < first.rgb.size(); i += 3) {
+        before += gold(first, i);
+        after += gold(later, i);
+        changed += gold(first, i) != gold(later, i);
+    }
+    EXPECT_GT(before, 300);
+    EXPECT_GT(after, 300);
+    EXPECT_GT(changed, before / 4);
+}

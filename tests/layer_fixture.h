@@ -21,6 +21,14 @@ protected:
         dict = dictGet(static_cast<int>(scene.dict));
     }
 
+    // The database at `path`, its load's chatter kept off the output.
+    static TOL_Database loadDatabase(const std::string &path) {
+        OutputCapture quiet;
+        TOL_Database db = 0;
+        EXPECT_EQ(TOL_databaseLoad(path.c_str(), &db), 0) << path;
+        return db;
+    }
+
     TOL_Scene scene{};          // the case's own scene
     Dictionary *dict = nullptr;  // its dictionary
 };

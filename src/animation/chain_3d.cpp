@@ -117,18 +117,10 @@ bool dampedStep(const Spatial &p, ChainVec e, double lambda, double delta[][3]) 
 }  // namespace
 
 void chainManyJoints3D(ChainStretch &s, const float goalIn[3]) {
-    for (int i = 0; i < s.count; ++i)
-        if (ChainData *d = chainDataOf(s.joints[i])) memcpy(d->savedRotation, s.joints[i]->rotation, sizeof(float[3]));
-    double smallest = 0.0;
-    const double L = chainLengths(s, nullptr, &smallest);
-    const double d = length(chainVec(goalIn) - chainVec(s.joints[0]->globalPosition));
-    const ChainData *rootData = s.root->chain;
-    if (!((d >= CHAIN_REACH_TOLERANCE * L && smallest >= CHAIN_BOUND) || (rootData && rootData->solved))) return;
-    float goal[3] = {goalIn[0], goalIn[1], goalIn[2]};
-    const int clampCase = chainClampGoal(s, goal);
-    if (clampCase == 4) return;
-    float plane[4][4];
-    if (!chainPlaneMatrix(s, 30, 1, goal, plane)) return;
+    float goal[3], plane[4][4];
+    int clampCase = 0;
+    double L = 0.0;
+    if (!chainLongStart(s, goalIn, goal, &clampCase, &L, plane)) return;
     if (clampCase == 2) {
         // Fully stretched: straight joints, the first aimed at the goal.
         for (int i = 1; i < s.count; ++i) memset(s.joints[i]->rotation, 0, sizeof(float[3]));

@@ -50,5 +50,12 @@ void chainFinish(ChainStretch &s, int turnAll);
 double chainNearPreferred(double angle, double preferred);
 // The product Rz(angle) times `m` (rows: X acts first), into `out`.
 void chainTurnZ(double angle, const float m[4][4], float out[4][4]);
+// The start of the long-chain steps, 2D and 3D: each joint's rotation saved,
+// then, when the goal is far enough from the first joint (or the root asks
+// for the last solution again), the goal clamped into `goal` and the plane
+// of code 30 made. 0 when there is nothing to do; else `clampCase` is the
+// clamp's case, `L` the chain length.
+int chainLongStart(ChainStretch &s, const float goalIn[3], float goal[3], int *clampCase, double *L,
+                   float plane[4][4]);
 // Puts back the rotations saved before the solve and updates the strip.
 void chainRestore(ChainStretch &s);

@@ -233,19 +233,11 @@ void chainTwoJoints(ChainStretch &s, const float goalIn[3]) {
 }
 
 void chainManyJoints(ChainStretch &s, const float goalIn[3]) {
-    for (int i = 0; i < s.count; ++i)
-        if (ChainData *d = chainDataOf(s.joints[i])) memcpy(d->savedRotation, s.joints[i]->rotation, sizeof(float[3]));
-    double smallest = 0.0;
-    const double L = chainLengths(s, nullptr, &smallest);
     const double reach = length(chainVec(s.tip->globalPosition) - chainVec(s.joints[0]->globalPosition));
-    const double d = length(chainVec(goalIn) - chainVec(s.joints[0]->globalPosition));
-    const ChainData *rootData = s.root->chain;
-    if (!((d >= CHAIN_REACH_TOLERANCE * L && smallest >= CHAIN_BOUND) || (rootData && rootData->solved))) return;
-    float goal[3] = {goalIn[0], goalIn[1], goalIn[2]};
-    const int clampCase = chainClampGoal(s, goal);
-    if (clampCase == 4) return;
-    float plane[4][4];
-    if (!chainPlaneMatrix(s, 30, 1, goal, plane)) return;
+    float goal[3], plane[4][4];
+    int clampCase = 0;
+    double L = 0.0;
+    if (!chainLongStart(s, goalIn, goal, &clampCase, &L, plane)) return;
     Planar p{};
     p.n = s.count;
     for (int i = 0; i < s.count; ++i) {
@@ -292,4 +284,19 @@ void chainManyJoints(ChainStretch &s, const float goalIn[3]) {
     }
     if (!chainOldJointRoll()) chainPropagateRoll(s);
     chainFinish(s, 0);
+}
+
+int chainLongStart(ChainStretch &s, const float goalIn[3], float goal[3], int *clampCase, double *L,
+                   float plane[4][4]) {
+    for (int i = 0; i < s.count; ++i)
+        if (ChainData *d = chainDataOf(s.joints[i])) memcpy(d->savedRotation, s.joints[i]->rotation, sizeof(float[3]));
+    double smallest = 0.0;
+    *L = chainLengths(s, nullptr, &smallest);
+    const double d = length(chainVec(goalIn) - chainVec(s.joints[0]->globalPosition));
+    const ChainData *rootData = s.root->chain;
+    if (!((d >= CHAIN_REACH_TOLERANCE * *L && smallest >= CHAIN_BOUND) || (rootData && rootData->solved))) return 0;
+    memcpy(goal, goalIn, sizeof(float[3]));
+    *clampCase = chainClampGoal(s, goal);
+    if (*clampCase == 4) return 0;
+    return chainPlaneMatrix(s, 30, 1, goal, plane) ? 1 : 0;
 }

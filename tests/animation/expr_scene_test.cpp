@@ -228,11 +228,7 @@ TEST(ExprFile, TheFileIsReadLineByLine) {
 TEST_F(ExprFiles, ALoadedSceneConnectsItsExpressionsAndRefusesTheBadOnes) {
     bwtest::TempDir dir;
     writeWheelDatabase(dir, kEntries);
-    TOL_Database db = 0;
-    {
-        bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_databaseLoad((dir / "db").c_str(), &db), 0);
-    }
+    TOL_Database db = loadDatabase(dir / "db");
     bwtest::StreamCapture err(stderr);
     ASSERT_EQ(TOL_sceneLoad(&db, "shot", &scene), 0);
     const std::string said = err.text();

@@ -136,11 +136,7 @@ class ShapeScene : public bwtest::LayerTest {};
 TEST_F(ShapeScene, ShapeAndClusterFilesReachTheirModelAndAnimateIt) {
     bwtest::TempDir dir;
     writeMorphDatabase(dir);
-    TOL_Database db = 0;
-    {
-        bwtest::OutputCapture quiet;
-        ASSERT_EQ(TOL_databaseLoad((dir / "db").c_str(), &db), 0);
-    }
+    TOL_Database db = loadDatabase(dir / "db");
     bwtest::StreamCapture err(stderr);
     ASSERT_EQ(TOL_sceneLoad(&db, "shot", &scene), 0);
     const std::string said = err.text();

@@ -36,19 +36,37 @@ Spline *square(float size, float shift) {
     return s;
 }
 
-// A model frees what the evaluation attached to it once the library is in.
+// A model frees what the evaluation attached to it once the library is in;
+// the record under test takes constant curves as its sources.
 class DeformTest : public ::testing::Test {
 protected:
     void SetUp() override { g_modelExtraFree = modelExtraFree; }
-};
-
-class ShapeAnimTest : public DeformTest {
-protected:
     void TearDown() override {
         for (Fcurve *c : curves) fcurveFree(c);
         if (model) modelFree(model);
         free(record.sources);
     }
+    // A constant curve of `type` as the record's next source.
+    Fcurve *source(int32_t type, float value) {
+        Fcurve *c = fcurveCreate(type, 0);
+        fcurveKeysAlloc(c, 1);
+        c->keys[0].time = 0;
+        c->keys[0].value = value;
+        c->keys[0].interpolation = FCV_LINEAR;
+        curves.push_back(c);
+        record.sources = static_cast<UpdateSource *>(
+            realloc(record.sources, sizeof(UpdateSource) * static_cast<size_t>(record.sourceCount + 1)));
+        record.sources[record.sourceCount++] = UpdateSource{CHP_ANIMATION, RELGR_PARAM, 0, c, 1, nullptr};
+        return c;
+    }
+
+    Model *model = nullptr;
+    std::vector<Fcurve *> curves;
+    UpdateRecord record{};
+};
+
+class ShapeAnimTest : public DeformTest {
+protected:
 
     // The model with keys of the sizes given; `settings` is the node's shape block.
     void make(std::vector<float> sizes, std::vector<uint8_t> settings = {}) {
@@ -69,19 +87,6 @@ protected:
         record.data = model;
         record.relation = 200;
     }
-    // A constant curve of `type` as the record's next source.
-    Fcurve *source(int32_t type, float value) {
-        Fcurve *c = fcurveCreate(type, 0);
-        fcurveKeysAlloc(c, 1);
-        c->keys[0].time = 0;
-        c->keys[0].value = value;
-        c->keys[0].interpolation = FCV_LINEAR;
-        curves.push_back(c);
-        record.sources = static_cast<UpdateSource *>(
-            realloc(record.sources, sizeof(UpdateSource) * static_cast<size_t>(record.sourceCount + 1)));
-        record.sources[record.sourceCount++] = UpdateSource{CHP_ANIMATION, RELGR_PARAM, 0, c, 1, nullptr};
-        return c;
-    }
     Points now() const { return pointsOf(MODEL_SPLINE, model->geometry.any); }
     // Each value as the float the geometry stores.
     static void expectPoints(const Points &got, const Points &want) {
@@ -89,10 +94,7 @@ protected:
         for (size_t i = 0; i < got.size(); ++i) EXPECT_FLOAT_EQ(got[i], static_cast<float>(want[i])) << i;
     }
 
-    Model *model = nullptr;
     std::vector<Points> key;  // key[k] holds the points of key k + 1
-    std::vector<Fcurve *> curves;
-    UpdateRecord record{};
 };
 
 TEST_F(ShapeAnimTest, TheKeyCountOfTheFileMakesAnArrayOfOneMore) {
@@ -239,11 +241,6 @@ TEST_F(ShapeAnimTest, TheTessellationTakesTheShapeItIsAskedFor) {
 
 class ClusterAnimTest : public DeformTest {
 protected:
-    void TearDown() override {
-        for (Fcurve *c : curves) fcurveFree(c);
-        if (model) modelFree(model);
-        free(record.sources);
-    }
     // A mesh cube and one cluster of vertices 1 and 5 with two keys of offsets.
     void make(int32_t firstIndex = 1) {
         model = modelNew("box", MODEL_MESH, meshMakeCube(1.0f));
@@ -261,23 +258,10 @@ protected:
         record.data = model;
         record.relation = 700;
     }
-    Fcurve *source(int32_t type, float value) {
-        Fcurve *c = fcurveCreate(type, 0);
-        fcurveKeysAlloc(c, 1);
-        c->keys[0].value = value;
-        curves.push_back(c);
-        record.sources = static_cast<UpdateSource *>(
-            realloc(record.sources, sizeof(UpdateSource) * static_cast<size_t>(record.sourceCount + 1)));
-        record.sources[record.sourceCount++] = UpdateSource{CHP_ANIMATION, RELGR_PARAM, 0, c, 1, nullptr};
-        return c;
-    }
 
     // key 1: (1 0 0) (0 2 0); key 2: (3 0 0) (0 0 4)
     const float offsets[12] = {1, 0, 0, 0, 2, 0, 3, 0, 0, 0, 0, 4};
-    Model *model = nullptr;
     Points rest;
-    std::vector<Fcurve *> curves;
-    UpdateRecord record{};
 };
 
 TEST_F(ClusterAnimTest, OnlyTheClusterPointsMoveByTheirBlendedOffsets) {

@@ -498,8 +498,8 @@ const DeformRest *modelRestPoints(Model *model);
 // Puts the rest points back into the geometry. 0 without a rest copy or when
 // the geometry no longer has the copy's point count.
 int modelRestore(Model *model);
-// The model's points moved this frame: normals are made again and the display
-// form is rebuilt before its next draw.
+// The model's points moved this frame: its normals are made again and its
+// display form rebuilt by the next tessellation (before the next draw).
 void modelGeometryChanged(Model *model);
 // Releases what the evaluation attached to one node (chain, envelope, shapes,
 // clusters, rest copy); installed as g_modelExtraFree.

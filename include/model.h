@@ -54,6 +54,10 @@ constexpr uint16_t MODEL_DRAW_STATE_A = 1;      // drawState: overloaded visibil
 constexpr uint16_t MODEL_DRAW_STATE_B = 2;      // drawState: overloaded visibility 3
 constexpr uint16_t MODEL_WAIT_PHYSICAL = 1;     // subtreeWait: physical data
 constexpr uint16_t MODEL_WAIT_DYNAMIC = 2;      // subtreeWait: dynamic data
+constexpr uint8_t MODEL_STRIPS_STALE = 16;      // displayFlags: strips out of date
+constexpr uint8_t MODEL_NORMALS_STALE = 32;     // displayFlags: points moved, normals not yet made again
+constexpr uint8_t MODEL_GEOMETRY_STALE = 64;    // displayFlags: tessellation out of date
+constexpr uint8_t MODEL_STRIPS_STALE_2 = 128;   // displayFlags: strips out of date (deformations)
 
 struct Model {
     char *name;                      // malloc'd; "obj%1hd" for nodes made without one
@@ -122,7 +126,7 @@ struct Model {
     int32_t elementIndex;            // MODELS element of the node; -1 before it is linked
     // Display form, made by the tessellation and the strip build; freed by
     // modelDropGeometry. modelNew leaves them zero.
-    uint8_t displayFlags;            // 16, 128: strips stale; 64: geometry stale
+    uint8_t displayFlags;            // MODEL_STRIPS_STALE, MODEL_NORMALS_STALE, MODEL_GEOMETRY_STALE...
     uint8_t box;                     // non-zero: drawn as its local bounding box
     int32_t vertexCount;             // entries of vertices
     struct TessVertex *vertices;     // malloc'd; null before tessellation

@@ -65,7 +65,7 @@ void threePoints(UpdateRecord *record, Model *model, float time) {
         float inverse[4][4];
         if (!mat4Inverse(model->globalMatrix, inverse)) return;
         for (int i = 0; i < 3; ++i) pointMul(p[i], inverse, model->geometry.spline->vertices[i].pos);
-        model->displayFlags |= 64;  // geometry stale
+        model->displayFlags |= MODEL_GEOMETRY_STALE;
     }
 }
 

@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr uint8_t DISPLAY_GEOMETRY_STALE = 64;  // Model::displayFlags: tessellation out of date
-
 void restFree(DeformRest *rest) {
     if (!rest) return;
     free(rest->values);
@@ -47,10 +45,11 @@ int modelRestore(Model *model) {
     return 1;
 }
 
+// Normals are made again once, by the next tessellation, however many
+// deformations moved the points this frame.
 void modelGeometryChanged(Model *model) {
     if (!model) return;
-    geometryRefresh(model->type, model->geometry.any);
-    model->displayFlags |= DISPLAY_GEOMETRY_STALE;
+    model->displayFlags |= MODEL_NORMALS_STALE | MODEL_GEOMETRY_STALE;
 }
 
 void modelExtraFree(Model *model) {

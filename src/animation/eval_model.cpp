@@ -11,7 +11,6 @@ namespace {
 constexpr float MIN_SCALE = 1e-5f;  // smallest magnitude of a scale component
 
 constexpr int32_t KIND_OWN_GEOMETRY = 30;        // a model of this kind never follows a master
-constexpr uint8_t DISPLAY_GEOMETRY_STALE = 64;   // Model::displayFlags: tessellation out of date
 
 const float ONES[3] = {1.0f, 1.0f, 1.0f};
 const float ZEROS[3] = {0.0f, 0.0f, 0.0f};
@@ -168,7 +167,7 @@ void refreshDerivedGeometry(Model *m) {
     const Model *master = m->geometry.ref->node;
     if (!master || master == m || (master->transfoFlags & MODEL_IN_UPDATE)) return;
     if (walkState().deferred && (m->animKind == 5 || m->animKind == 6 || m->animKind == 8)) return;
-    m->displayFlags |= DISPLAY_GEOMETRY_STALE;
+    m->displayFlags |= MODEL_GEOMETRY_STALE;
 }
 
 // Siblings first, then each one's children: the order of the recursion

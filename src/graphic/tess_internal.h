@@ -14,9 +14,6 @@
 constexpr const char *GR_TRIANGLE_SOURCE = "graphic/grTriangle";
 
 // Model display flags.
-constexpr uint8_t MODEL_STRIPS_STALE = 16;       // strips out of date
-constexpr uint8_t MODEL_GEOMETRY_STALE = 64;     // tessellation out of date
-constexpr uint8_t MODEL_STRIPS_STALE_2 = 128;    // strips out of date (deformations)
 
 // Allocation that cannot fail: a refusal stops the program with the system's
 // fatal report. Sizes are checked for overflow the same way.

@@ -190,6 +190,10 @@ int tessellateModel(Model *model, int chooseShape, int shapeIndex, int precision
         return tessellateBox(model);
     }
     if (!model->geometry.any) return 0;
+    if (model->displayFlags & MODEL_NORMALS_STALE) {
+        geometryRefresh(model->type, model->geometry.any);
+        model->displayFlags &= static_cast<uint8_t>(~MODEL_NORMALS_STALE);
+    }
     void *shape = nullptr, *reference = nullptr;
     tessShapes(model, chooseShape, shapeIndex, &shape, &reference);
     switch (model->type) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "camera.h"
+#include "animation.h"
 #include "fileio.h"
 #include "model.h"
 
@@ -129,6 +130,22 @@ int main(int argc, char *argv[]) {
         lattice.keyCount = 1;
         lattice.keys = &key;
         latticeFileWrite((dir + "/cage.lat").c_str(), lattice, "seed");
+    }
+    // Shape keys of a cube and a cluster of two of its corners with two keys.
+    {
+        ShapeKey keys[2] = {{MODEL_MESH, meshMakeCube(1.0f)}, {MODEL_MESH, meshMakeCube(2.0f)}};
+        ShapeKeys shapes{2, keys};
+        shapeFileWrite((dir + "/cube.shp").c_str(), &shapes);
+        for (ShapeKey &k : keys) meshFree(static_cast<Mesh *>(k.geometry));
+        int32_t indexes[2] = {1, 5};
+        float offsets[12] = {1, 0, 0, 0, 2, 0, 3, 0, 0, 0, 0, 4};
+        Cluster cluster{};
+        cluster.type = MODEL_MESH;
+        cluster.pointCount = 2;
+        cluster.indexes = indexes;
+        cluster.keyCount = 2;
+        cluster.keys = offsets;
+        clusterFileWrite((dir + "/corners.cls").c_str(), &cluster);
     }
     if (FILE *f = fopen((dir + "/relations.rsrc").c_str(), "wb")) {
         fputs("SREL 3.48\nRELATIONS\n110 parent MODELS MODELS TRANSFO TRANSFO 10 1 0 1 1 0\n"

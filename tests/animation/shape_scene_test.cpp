@@ -114,10 +114,12 @@ void writeMorphDatabase(const bwtest::TempDir &dir) {
     writeInChapter(db, CHP_SHAPES, "morphkeys.1-0", shapeFile());
     writeInChapter(db, CHP_CLUSTERS, "lift.1-0", clusterFile());
     writeInChapter(db, CHP_CLUSTERS, "orphan.1-0", clusterFile());
+    writeInChapter(db, CHP_SHAPES, "broken.1-0", "not a shape file");
     const int shapes = scene.add(CHP_SHAPES, "morphkeys.1-0");
     const int lift = scene.add(CHP_CLUSTERS, "lift.1-0");
     scene.add(CHP_CLUSTERS, "orphan.1-0");
     ASSERT_TRUE(scene.relate(CHP_MODELS, model, CHP_SHAPES, shapes, 200));
+    ASSERT_TRUE(scene.relate(CHP_MODELS, model, CHP_SHAPES, scene.add(CHP_SHAPES, "broken.1-0"), 200));
     ASSERT_TRUE(scene.relate(CHP_MODELS, model, CHP_CLUSTERS, lift, 700));
     // The key index runs from 0 at frame 1 to 1 at frame 11; the cluster sits on its second key.
     auto *index = static_cast<AnimItem *>(calloc(1, sizeof(AnimItem)));
@@ -142,6 +144,8 @@ TEST_F(ShapeScene, ShapeAndClusterFilesReachTheirModelAndAnimateIt) {
     const std::string said = err.text();
     EXPECT_TRUE(bwtest::contains(said, " READ CLUSTER: model not found !!!\n")) << said;
     EXPECT_TRUE(bwtest::contains(said, "Missing CLUSTERS [orphan.1-0] could not be replaced: removed from scene\n")) << said;
+    // A shape file that cannot be read goes to the substitution alone.
+    EXPECT_TRUE(bwtest::contains(said, "Missing SHAPES [broken.1-0] could not be replaced: removed from scene\n")) << said;
     EXPECT_FALSE(bwtest::contains(said, "Invalid file header")) << said;
 
     const int index = elemFindByName(dict, CHP_MODELS, -1, nullptr, "morph", -1, -1, 0);

@@ -136,7 +136,7 @@ void freeLattice(Element &e) { latticeFree(static_cast<Lattice *>(e.data)); }
 
 struct ChapterReader {
     ChapterReadFn read;      // null: the chapter has no reader yet
-    int substituteOnFail;    // a read that gives no data is reported and substituted
+    int reportsInvalid;      // a read that gives no data is told ("Invalid file header...") before substitution
     void (*freeData)(Element &e);  // releases what read attached; null: nothing
 };
 
@@ -172,7 +172,7 @@ void readersInit() {
     s_readers[CHP_TEXTURES2D] = {readTexture2D, 1, freeTexture2D};
     s_readers[CHP_TEXTURES3D] = {readTexture3D, 1, freeTexture3D};
     s_readers[CHP_ANIMATION] = {readAnimation, 1, freeAnimation};
-    s_readers[CHP_STRUCT_KEYS] = {readStructKeys, 1, freeAnimation};
+    s_readers[CHP_STRUCT_KEYS] = {readStructKeys, 0, freeAnimation};
     s_readers[CHP_CAMERAS] = {readCamera, 1, nullptr};
     s_readers[CHP_LIGHTS] = {readLight, 1, freeLight};
     s_readers[CHP_LATTICES] = {readLattice, 1, freeLattice};
@@ -190,7 +190,7 @@ bool dataless(int chapterId) {
 void sceneChapterReaderSet(int chapterId, SceneReadFn read, SceneFreeFn freeData) {
     readersInit();
     if (chapterId < 0 || chapterId >= CHAPTER_COUNT) return;
-    s_readers[chapterId] = {read, read ? 1 : 0, freeData};
+    s_readers[chapterId] = {read, 0, freeData};
 }
 
 // ---------------------------------------------------------------------------
@@ -344,6 +344,12 @@ void readChapter(Database *db, Dictionary *dict, int chapterId) {
         if (!reader.read) continue;  // named and kept; read once the chapter has a reader
         int got = reader.read(dict, i, path.c_str());
         if (got < 0) {
+            sceneSubstitute(db, dict, chapterId, elemGet(dict, chapterId, i), i);
+            continue;
+        }
+        if (!got && !reader.reportsInvalid) {
+            // Shapes, clusters, structure keys and expressions go to the
+            // substitution alone, which says what became of the element.
             sceneSubstitute(db, dict, chapterId, elemGet(dict, chapterId, i), i);
             continue;
         }

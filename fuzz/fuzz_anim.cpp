@@ -12,16 +12,11 @@
 #include "animation.h"
 #include "fileio.h"
 #include "tol.h"
+#include "fuzz_scratch.h"
 
 namespace {
 
-std::string g_dir;   // the process's scratch directory
 std::string g_path;  // the file each input is written to
-
-void removeScratch() {
-    unlink(g_path.c_str());
-    rmdir(g_dir.c_str());
-}
 
 }  // namespace
 
@@ -29,14 +24,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     tol_setMinimumClass(TOL_CLASS_MODE + 1);  // damaged files are the normal case here
     // Curves with illegal modes print on every evaluation; libFuzzer reports on stderr.
     if (!freopen("/dev/null", "w", stdout)) abort();
-    char pattern[] = "/dev/shm/fuzz_anim.XXXXXX";
-    if (!mkdtemp(pattern)) {
-        perror("fuzz_anim: mkdtemp");
-        abort();
-    }
-    g_dir = pattern;
-    g_path = g_dir + "/a.ani";
-    atexit(removeScratch);
+    fuzz::scratchInit("fuzz_anim");
+    g_path = fuzz::scratch("a.ani");
     return 0;
 }
 

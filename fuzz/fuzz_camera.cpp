@@ -15,16 +15,11 @@
 #include "camera.h"
 #include "fileio.h"
 #include "tol.h"
+#include "fuzz_scratch.h"
 
 namespace {
 
-std::string g_dir;                  // the process's scratch directory
 std::string g_input, g_one, g_two;  // the input and the two writings
-
-void removeScratch() {
-    for (const std::string *p : {&g_input, &g_one, &g_two}) unlink(p->c_str());
-    rmdir(g_dir.c_str());
-}
 
 std::vector<uint8_t> bytesOf(const std::string &path) {
     std::vector<uint8_t> out;
@@ -80,22 +75,13 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     tol_setMinimumClass(TOL_CLASS_MODE + 1);  // damaged files are the normal case here
     // The old position form prints a line of its own on standard output.
     if (!freopen("/dev/null", "w", stdout)) abort();
-    char pattern[] = "/dev/shm/fuzz_camera.XXXXXX";
-    if (!mkdtemp(pattern)) {
-        perror("fuzz_camera: mkdtemp");
-        abort();
-    }
-    g_dir = pattern;
-    g_input = g_dir + "/in", g_one = g_dir + "/one", g_two = g_dir + "/two";
-    atexit(removeScratch);
+    fuzz::scratchInit("fuzz_camera");
+    g_input = fuzz::scratch("in"), g_one = fuzz::scratch("one"), g_two = fuzz::scratch("two");
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    FILE *f = fopen(g_input.c_str(), "wb");
-    if (!f) return 0;
-    bool written = fwrite(data, 1, size, f) == size;
-    if (fclose(f) != 0 || !written) return 0;
+    if (!fuzz::writeFile(g_input, data, size)) return 0;
     uint32_t id = size >= 4 ? (uint32_t{data[0]} << 24) | (uint32_t{data[1]} << 16) | (uint32_t{data[2]} << 8) | data[3]
                             : 0;
     switch (id) {

@@ -14,27 +14,14 @@
 
 #include "bw_env.h"
 #include "channel.h"
+#include "fuzz_scratch.h"
 
 namespace {
 
-std::string g_dir;    // the process's scratch directory, also the driver directory
+std::string g_dir;    // the scratch directory, also the driver directory
 std::string g_setup;  // the setup file
 std::string g_drv;    // the driver's configuration
 std::string g_exe;    // the driver's executable
-
-void removeScratch() {
-    unlink(g_setup.c_str());
-    unlink(g_drv.c_str());
-    unlink(g_exe.c_str());
-    rmdir(g_dir.c_str());
-}
-
-bool writeFile(const std::string &path, const uint8_t *data, size_t size) {
-    FILE *f = fopen(path.c_str(), "wb");
-    if (!f) return false;
-    const bool written = fwrite(data, 1, size, f) == size;
-    return fclose(f) == 0 && written;
-}
 
 bool startsWith(const uint8_t *data, size_t size, const char *word) {
     const size_t n = strlen(word);
@@ -44,35 +31,30 @@ bool startsWith(const uint8_t *data, size_t size, const char *word) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    char pattern[] = "/dev/shm/fuzz_channel.XXXXXX";
-    if (!mkdtemp(pattern)) {
-        perror("fuzz_channel: mkdtemp");
-        abort();
-    }
-    g_dir = pattern;
-    g_setup = g_dir + "/setup.chn";
-    g_exe = g_dir + "/wave";
+    fuzz::scratchInit("fuzz_channel");
+    g_dir = fuzz::scratchDir();
+    g_setup = fuzz::scratch("setup.chn");
+    g_exe = fuzz::scratch("wave");
     g_drv = g_exe + ".drv";
     const char drv[] = "CHANNEL_DRIVER 1.0\nDOF_NUM 2\nDOF_TYPE 0 I ON\nDOF_TYPE 1 O ON\n_END\n";
-    if (!writeFile(g_exe, reinterpret_cast<const uint8_t *>("#!/bin/sh\n"), 10) || chmod(g_exe.c_str(), 0755) != 0 ||
-        !writeFile(g_drv, reinterpret_cast<const uint8_t *>(drv), sizeof drv - 1)) {
+    if (!fuzz::writeFile(g_exe, reinterpret_cast<const uint8_t *>("#!/bin/sh\n"), 10) || chmod(g_exe.c_str(), 0755) != 0 ||
+        !fuzz::writeFile(g_drv, reinterpret_cast<const uint8_t *>(drv), sizeof drv - 1)) {
         perror("fuzz_channel: scratch files");
         abort();
     }
     setenv("BW_CHNLDRIVER", g_dir.c_str(), 1);
     envReset();
-    atexit(removeScratch);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (startsWith(data, size, "CHANNEL_DRIVER") || startsWith(data, size, "SDRV")) {
-        if (!writeFile(g_drv, data, size)) return 0;
+        if (!fuzz::writeFile(g_drv, data, size)) return 0;
         ChannelDriver driver;
         driverFileRead(g_dir.c_str(), "wave", &driver);
         return 0;
     }
-    if (!writeFile(g_setup, data, size)) return 0;
+    if (!fuzz::writeFile(g_setup, data, size)) return 0;
     ChannelSetup *setup = channelSetupCreate(4);
     channelFileRead(g_setup.c_str(), setup, 1);
     channelSetupFree(setup);

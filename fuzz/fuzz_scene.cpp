@@ -12,16 +12,11 @@
 
 #include "dictionary.h"
 #include "tol.h"
+#include "fuzz_scratch.h"
 
 namespace {
 
-std::string g_dir;   // the process's scratch directory
 std::string g_file;  // the relations file
-
-void removeScratch() {
-    unlink(g_file.c_str());
-    rmdir(g_dir.c_str());
-}
 
 void readScene(const uint8_t *data, size_t size) {
     FILE *f = fmemopen(const_cast<uint8_t *>(data), size, "rb");
@@ -39,10 +34,7 @@ void readScene(const uint8_t *data, size_t size) {
 }
 
 void readRelations(const uint8_t *data, size_t size) {
-    FILE *f = fopen(g_file.c_str(), "wb");
-    if (!f) return;
-    bool written = fwrite(data, 1, size, f) == size;
-    if (fclose(f) != 0 || !written) return;
+    if (!fuzz::writeFile(g_file, data, size)) return;
     RelationDict table;
     reldictReadRelations(&table, g_file.c_str());
     relDictClear(&table);
@@ -57,14 +49,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
         fprintf(stderr, "fuzz_scene: cannot read the relation resources\n");
         abort();
     }
-    char pattern[] = "/dev/shm/fuzz_scene.XXXXXX";
-    if (!mkdtemp(pattern)) {
-        perror("fuzz_scene: mkdtemp");
-        abort();
-    }
-    g_dir = pattern;
-    g_file = g_dir + "/Relations.rsrc";
-    atexit(removeScratch);
+    fuzz::scratchInit("fuzz_scene");
+    g_file = fuzz::scratch("Relations.rsrc");
     return 0;
 }
 

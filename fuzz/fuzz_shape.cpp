@@ -15,16 +15,11 @@
 #include "geometry.h"
 #include "model.h"
 #include "tol.h"
+#include "fuzz_scratch.h"
 
 namespace {
 
-std::string g_dir;   // the process's scratch directory
 std::string g_path;  // the file each input is written to
-
-void removeScratch() {
-    unlink(g_path.c_str());
-    rmdir(g_dir.c_str());
-}
 
 Model *target(size_t size) {
     switch (size % 3) {
@@ -40,14 +35,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     tol_setMinimumClass(TOL_CLASS_MODE + 1);  // damaged files are the normal case here
     if (!freopen("/dev/null", "w", stdout)) abort();
     g_modelExtraFree = modelExtraFree;
-    char pattern[] = "/dev/shm/fuzz_shape.XXXXXX";
-    if (!mkdtemp(pattern)) {
-        perror("fuzz_shape: mkdtemp");
-        abort();
-    }
-    g_dir = pattern;
-    g_path = g_dir + "/a.key";
-    atexit(removeScratch);
+    fuzz::scratchInit("fuzz_shape");
+    g_path = fuzz::scratch("a.key");
     return 0;
 }
 

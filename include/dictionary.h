@@ -682,3 +682,54 @@ const char *relDataWord(const RelData *data, const char *token);  // a word fiel
 void relDataFixup(Dictionary *dict, int chapterId, int32_t index, RelationInst *inst);
 // The fix-up of every relation instance of the MODELS chapter, after a load.
 void relDataFixupModels(Dictionary *dict);
+
+// ---------------------------------------------------------------------------
+// Scene setup file (".sts", magic SSET): everything about a scene that is not
+// its content. The reader takes the few settings the viewer uses and keeps
+// every other keyword line as read, so that the writer gives it back.
+
+// How textures are filtered, over each texture's own choice.
+enum SetupTexInterpolation : int32_t {
+    SETUP_TXT_RESPECT_PROPERTY = 0,  // RESPECT_TXT_PROPERTY: each texture's own choice
+    SETUP_TXT_ALWAYS_ON = 1,         // ALWAYS_ON: always interpolated (linear)
+    SETUP_TXT_ALWAYS_OFF = 2,        // ALWAYS_OFF: never interpolated (nearest)
+};
+
+// A keyword line the reader passed over: its tokens as read.
+struct SetupLine {
+    int32_t section = -1;             // section it was read in (index of the section table); -1 before any
+    std::vector<std::string> tokens;  // keyword first, then its values
+};
+
+struct SceneSetup {
+    float version = 1.0f;         // version token of the header
+    int32_t firstFrame = 1;       // PLAYCTRL FRAME: first frame of the range
+    int32_t lastFrame = 100;      // last frame of the range
+    int32_t currentFrame = 1;     // frame shown
+    int32_t frameStep = 1;        // frames advanced per step
+    int32_t pause = 0;            // PAUSE: 1 play control paused
+    float frameRate = 30.0f;      // RATE: frames per second
+    float ambient[3] = {0.2f, 0.2f, 0.2f};  // AMBIENT_COLOR: light model ambient, 0 to 1
+    int32_t twoSided = 0;         // TWO_SIDED_LIGHTING: 1 lights both sides of surfaces
+    int32_t twoSidedOverride = 0; // TWO_SIDED_OVERRIDE: 1 one side only, whatever twoSided says
+    int32_t autoSaveActive = 0;   // AUTO_SAVE_ACTIVE: 1 ACTIVE, 0 INACTIVE
+    int32_t autoSavePeriod = 1;   // AUTO_SAVE_PERIOD: minutes between saves, 1 or more
+    SetupTexInterpolation texInterpolation = SETUP_TXT_RESPECT_PROPERTY;  // TEXTURE_PXL_INTERPOLATION_MODE
+    int32_t texBlending = 0;      // BLENDING: non-zero decal textures with alpha
+    int32_t texGlobal = 1;        // TXT_DPY_GLOBAL: 1 textures of materials shown
+    int32_t texLocal = 1;         // TXT_DPY_LOCAL: 1 local textures of models shown
+    int32_t texTiling = 0;        // TXT_DPY_TILING: 1 textures tiled in the image
+    int32_t texMirror = 0;        // TXT_DPY_MIRROR: 1 tiles mirrored
+    std::vector<SetupLine> lines; // the other keyword lines, in the order read
+};
+
+// Section names of the file, in the order a written file has them.
+const char *sceneSetupSectionName(int section);  // null out of range
+int sceneSetupSectionCount();
+
+// Reads a setup file into `setup`. A missing file, or one without the magic,
+// leaves the record as it was and gives 0; otherwise the settings read
+// replace theirs, the kept lines are replaced, and the result is 1.
+int sceneSetupRead(const char *path, SceneSetup *setup);
+// Writes the header, each section's settings and kept lines. 1 or 0.
+int sceneSetupWrite(const char *path, const SceneSetup &setup);

@@ -866,3 +866,64 @@ void modelDynamicsSwitch(Model *model, int on);
 int chainOldJointRoll();
 // Solves counted since the start (for tests and statistics).
 extern std::atomic<long> g_chainSolveCount;
+
+// ---------------------------------------------------------------------------
+// Deformers: lattices (keyed or not), curve and surface deformations, waves.
+// The records of the geometry group only bring a deformer's parameters up to
+// date and say in the walk's list flags that work is pending; the points are
+// rewritten once per model and frame, by the record -200 that closes the
+// model's geometry group.
+
+// Codes of the walk's list flags.
+constexpr int DEFORM_FLAG_GLOBAL = 1;    // 215, 221, 231, 601: apply the global form
+constexpr int DEFORM_FLAG_LOCAL = 2;     // 210, 220, 230, 600: apply the local form
+constexpr int DEFORM_FLAG_DYNAMICS = 3;  // 239: refresh the derived geometry
+constexpr int DEFORM_FLAG_REFRESH = 4;   // 247: refresh the derived geometry
+
+// The two slots of a model: the local form works in the model's own frame,
+// the global form in world space.
+constexpr int DEFORM_SLOT_LOCAL = 0;
+constexpr int DEFORM_SLOT_GLOBAL = 1;
+constexpr int DEFORM_SLOT_COUNT = 2;
+
+// A deformer's animated parameters (lattice or curve deformation), from the
+// fcurves of 220/221 (lattice) and 230/231 (curve): types 107 to 113 for the
+// local slot, 114 to 120 for the global one.
+struct DeformerBlock {
+    float scale[3];        // 107-109 / 114-116; 1.0 until a keyed curve says otherwise
+    float rotation;        // 110 / 117: degrees in the curve, radians here
+    float extra[3];        // 111-113 / 118-120: the deformer's own three parameters
+    float matrix[4][4];    // recomputed from scale and rotation (row vectors)
+    float falloff;         // cached from the extras by the recompute
+    uint16_t present;      // 1 once a record has written the block
+};
+
+// One slot of a model's deformations.
+struct DeformSlotData {
+    struct Lattice *lattice;    // the slot's lattice: keys as states, [0] the current cage; owned
+    float keyPosition;          // 211 / 216: position among the stored states, a real number
+    DeformerBlock latticeBlock; // 220 / 221
+    DeformerBlock curveBlock;   // 230 / 231
+    Model *curve;               // 245: the curve or surface model the points follow; not owned
+    struct Wave *wave;          // 600 / 601: the wave element's record; not owned
+    uint16_t pending;           // a record of this slot ran in this walk: -200 applies the slot
+};
+
+// A model's deformers, made on first use; freed with the model's records.
+struct ModelDeformers {
+    DeformSlotData slot[DEFORM_SLOT_COUNT];  // local, global
+    uint32_t appliedStamp;                   // Model geometry stamp after the last -200 write
+};
+// The model's record, made when missing; null for a null model or out of memory.
+ModelDeformers *modelDeformersOf(Model *model);
+void modelDeformersFree(ModelDeformers *deformers);
+// Recomputes the block's matrix and falloff after its fields changed.
+void deformerBlockRecompute(DeformerBlock *block);
+
+// Each deformer kind rewrites the points of one slot. `points` are
+// geometryPositionsRead values of the model (count x 3), in the model's own
+// frame; the global form passes through the model's global matrix and back.
+// 0 when the slot has nothing of that kind.
+int latticeApply(Model *model, int slot, float (*points)[3], int32_t count);
+int curveDeformApply(Model *model, int slot, float (*points)[3], int32_t count);
+int waveApply(Model *model, int slot, float (*points)[3], int32_t count, float time);

@@ -147,6 +147,8 @@ struct Model {
     struct ShapeAnim *shapeAnim;     // shape keys of SHAPES elements and their interpolation
     struct Cluster *clusterList;     // clusters of CLUSTERS elements, in load order
     struct DeformRest *rest;         // the points at rest that deformations start from
+    struct ModelDeformers *deformers; // lattices, curve deformations and waves of the two slots
+    uint32_t geometryStamp;          // bumped each time the points are rewritten (modelGeometryChanged)
 };
 
 // Releases the evaluation records of one node (the fields above); null while

@@ -50,6 +50,7 @@ int modelRestore(Model *model) {
 void modelGeometryChanged(Model *model) {
     if (!model) return;
     model->displayFlags |= MODEL_NORMALS_STALE | MODEL_GEOMETRY_STALE;
+    ++model->geometryStamp;
 }
 
 void modelExtraFree(Model *model) {

@@ -84,6 +84,16 @@ int main(int argc, char *argv[]) {
               "EndOfPLAYCTRL\nEndOfENVIRONMENT\n", f);
         fclose(f);
     }
+    // A setup file with a group of every section and an unknown keyword.
+    if (FILE *f = fopen((dir + "/setup.sts").c_str(), "wb")) {
+        fputs("SSET 3.0\nPLAYCTRL FRAME 1 90 1 1 PAUSE 0 RATE 24 EndOfPLAYCTRL\nSHOW_FLAG 1\n"
+              "PREFERENCE 2 AUTO_SAVE_ACTIVE ACTIVE AUTO_SAVE_PERIOD 5 WINDOW_TYPE L0_TOP\n"
+              "CAMERA_POSITION 1 2 3 RENDERING_TYPE GHOST FORMAT_TYPE NTSC ODD_WORD 'x' 1\n"
+              "AMBIENT_COLOR 0.1 0.2 0.3 TWO_SIDED_LIGHTING 1 TEXTURE_PXL_INTERPOLATION_MODE ALWAYS_ON\n"
+              "BLENDING 1 TXT_DPY_TILING 1 TXT_DPY_MIRROR 1 PRW_GLOBALS 3 NOT_A_GLOBAL UDF_NAME a\n"
+              "AUDIOTRACK t.aiff\n", f);
+        fclose(f);
+    }
     // Expressions: every operator, leaf form and function once.
     const char *const kExpressions[] = {
         "cube.G.rotz += -Fc * 2 % 3 / (1 + T) - PI * E",

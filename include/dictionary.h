@@ -258,6 +258,8 @@ struct SubSceneList {
 struct SceneGlobals {
     float ambient[3] = {0.2f, 0.2f, 0.2f};  // 3000 to 3002: light model ambient colour
     uint16_t twoSided = 0;                  // 3003: 1 lights both sides of surfaces
+    uint16_t twoSidedOverride = 0;          // setup file: 1 one side only, whatever twoSided says
+    uint16_t lightingGiven = 0;             // 1: the setup file set the light model
     int32_t fogEnable = 0;                  // 3030: 1 linear fog
     float fogStart = 20.0f;                 // 3031: distance where fog begins
     float fogEnd = 100.0f;                  // 3032: distance of full fog
@@ -265,6 +267,7 @@ struct SceneGlobals {
     uint32_t revision = 0;                  // bumped by every change a curve makes; 0: never animated
 };
 
+struct SceneSetup;     // settings of the scene's setup file
 struct GrMaterialIds;  // the display's numbering of a scene's materials and textures
 
 struct Dictionary {
@@ -282,6 +285,7 @@ struct Dictionary {
     uint16_t scratchFlag = 0;           // scratch
     uint16_t hierarchyDirty = 1;        // MODELS hierarchy changed: re-derive transforms
     SceneGlobals globals;               // ambient, two-sided lighting and fog of the scene
+    std::shared_ptr<SceneSetup> setup;  // the setup file read at load; null without one
     std::shared_ptr<GrMaterialIds> materialIds;  // ids of materials and textures; made by the display
 };
 
@@ -707,6 +711,7 @@ struct SceneSetup {
     int32_t lastFrame = 100;      // last frame of the range
     int32_t currentFrame = 1;     // frame shown
     int32_t frameStep = 1;        // frames advanced per step
+    int32_t playGiven = 0;        // 1 when the file's PLAYCTRL gave a FRAME range
     int32_t pause = 0;            // PAUSE: 1 play control paused
     float frameRate = 30.0f;      // RATE: frames per second
     float ambient[3] = {0.2f, 0.2f, 0.2f};  // AMBIENT_COLOR: light model ambient, 0 to 1

@@ -12,6 +12,7 @@
 struct BW_GlbVar {
     int32_t blending = 0;             // non-zero: GL_DECAL and four-component textures
     int32_t tiling = 0;               // 1: tile textures in the image
+    int32_t mirror = 0;               // 1: tiled textures mirror every second tile, whatever their switches
     int32_t patch_lod = 0;            // global surface precision; 0: each surface's own
     int32_t curMatId = -1;            // material list now bound; -1 nothing
     int32_t curTxtId = -1;            // texture list now bound; 0 or less nothing
@@ -307,9 +308,8 @@ struct BW_DefaultLight {
 };
 
 // Lighting beside the scene's own block (ambient and two-sided lighting
-// stand in the dictionary's SceneGlobals): the override and the default light.
+// stand in the dictionary's SceneGlobals): the default light.
 struct BW_SceneLighting {
-    uint16_t twoSidedOverride = 0;          // set: one side only, whatever twoSided says
     BW_DefaultLight defaultLight = {{1.0f, 1.0f, 1.0f}, {0.4f, 0.8f, 0.6f}, 3};  // white, from above right
 };
 extern BW_SceneLighting g_sceneLighting;

@@ -68,13 +68,14 @@ void imageCrop(Image &img, const Texture2D &t) {
     img = std::move(out);
 }
 
-// The picture tiles u by tv times; with a mirror switch every second tile
-// of that axis is mirrored. False when the result would be too big.
-bool imageTile(Image &img, const Texture2D &t) {
+// The picture tiles u by tv times; with a mirror switch (`mirror`: the
+// texture's own, or the viewer's for all) every second tile of that axis is
+// mirrored. False when the result would be too big.
+bool imageTile(Image &img, const Texture2D &t, const uint16_t mirrorSwitch[2]) {
     const int32_t tu = t.tiles[0] > 1 ? t.tiles[0] : 1, tv = t.tiles[1] > 1 ? t.tiles[1] : 1;
     if (tu == 1 && tv == 1) return true;
     if (static_cast<size_t>(img.width) * tu * img.height * tv > PIC_MAX_PIXELS) return false;
-    const int mirror = (t.mirror[0] ? 1 : 0) | (t.mirror[1] ? 2 : 0);  // 1 u, 2 v, 3 both
+    const int mirror = (mirrorSwitch[0] ? 1 : 0) | (mirrorSwitch[1] ? 2 : 0);  // 1 u, 2 v, 3 both
     Image out;
     out.resize(img.width * tu, img.height * tv);
     for (int32_t y = 0; y < out.height; ++y) {
@@ -274,7 +275,8 @@ TexturePicture *textureLoad(const Texture2D *t, const char *path, int alphaFlag,
     memcpy(key.crop, t->crop, sizeof key.crop);
     key.uScale = t->uScale;
     memcpy(key.tiles, t->tiles, sizeof key.tiles);
-    memcpy(key.mirror, t->mirror, sizeof key.mirror);
+    const int mirrorAll = gprops && gprops->glbVar ? gprops->glbVar->mirror : glbVar.mirror;
+    for (int k = 0; k < 2; ++k) key.mirror[k] = t->mirror[k] || mirrorAll ? 1 : 0;
     PictureCache *cache = cacheOf(gprops);
     if (cache)
         for (const CacheEntry &e : cache->entries)
@@ -286,7 +288,7 @@ TexturePicture *textureLoad(const Texture2D *t, const char *path, int alphaFlag,
     imageFromPicture(info, img);
     picFree(&info);
     imageCrop(img, *t);
-    if ((tile && !imageTile(img, *t)) || !imageWiden(img, *t)) {
+    if ((tile && !imageTile(img, *t, key.mirror)) || !imageWiden(img, *t)) {
         fprintf(stderr, "image too big, memory insufficient\n");
         return nullptr;
     }

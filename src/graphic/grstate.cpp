@@ -26,7 +26,7 @@ void grLightModelSet(const SceneGlobals &scene) {
     const GLfloat ambient[4] = {scene.ambient[0], scene.ambient[1], scene.ambient[2], 1.0f};
     glLightModeli(GL_LIGHT_MODEL_LOCAL_VIEWER, viewerInfinite ? 0 : 1);
     glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);
-    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, scene.twoSided && !g_sceneLighting.twoSidedOverride ? 1 : 0);
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, scene.twoSided && !scene.twoSidedOverride ? 1 : 0);
     glEnable(GL_LIGHTING);
 }
 

@@ -5,6 +5,7 @@
 
 #include "database.h"
 #include "dictionary.h"
+#include "graphic.h"
 #include "tol.h"
 #include "tol_internal.h"
 #include "bw_env.h"
@@ -29,6 +30,23 @@ TOL_Status tol_elementGetLatestVersion(const char *elementName, Database *db,
     if (!*latest) return tol_report(TOL_ST_OUT_OF_MEMORY, "tol_elementGetLatestVersion");
     return 0;
 }
+
+namespace {
+
+// The texture display settings of the scene's setup file are the viewer's
+// own, process-wide: the last scene loaded with a setup file sets them.
+void setupTake(const Dictionary *dict) {
+    if (!dict || !dict->setup) return;
+    const SceneSetup &s = *dict->setup;
+    glbVar.texFilter = static_cast<int32_t>(s.texInterpolation);
+    glbVar.blending = s.texBlending ? 1 : 0;
+    glbVar.useMaterialTexture = s.texGlobal ? 1 : 0;
+    glbVar.useLocalTexture = s.texLocal ? 1 : 0;
+    glbVar.tiling = s.texTiling ? 1 : 0;
+    glbVar.mirror = s.texMirror ? 1 : 0;
+}
+
+}  // namespace
 
 TOL_Status TOL_sceneLoad(TOL_Database *dbHandle, const char *name, TOL_Scene *scene) {
     if (!name) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_sceneLoad():scn_name:");
@@ -73,6 +91,7 @@ TOL_Status TOL_sceneLoad(TOL_Database *dbHandle, const char *name, TOL_Scene *sc
         if (status == 0 && !sceneRead(dictCurrent(), db, loading.c_str()))
             status = tol_report(TOL_ST_CANNOT_READ_SCENE, "TOL_sceneLoad:", loading.c_str());
         // The one way to see everything a load has built.
+        if (status == 0) setupTake(dictCurrent());
         if (status == 0 && envGet(ENV_BW_DICT_DUMP)) dictDump(dictCurrent());
         if (status == 0) {
             TOL_Scene current;  // keeps the loaded play, render and action control

@@ -368,9 +368,10 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
 
 // A scene whose curves moved its global block draws with the block's light
 // model and fog; the fog goes into the graphic record, so that the frame
-// clear takes its colour too. A block no curve touched leaves the viewer's
-// own settings alone.
+// clear takes its colour too. A setup file gives the light model alone. A
+// block neither touched leaves the viewer's own settings alone.
 static void sceneGlobalsTake(const SceneGlobals &g, BW_GraphicProps *gprops) {
+    if (g.revision == 0 && g.lightingGiven) grLightModelSet(g);
     if (g.revision == 0) return;
     grLightModelSet(g);
     gprops->fogEnable = g.fogEnable;

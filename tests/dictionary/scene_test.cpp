@@ -755,3 +755,61 @@ TEST_F(SceneLoad, ACutMaterialFileKeepsWhatWasRead) {
     EXPECT_EQ(m->specular[0], 0.5f);
     EXPECT_EQ(at(CHP_MATERIALS, 0)->loaded, 1);
 }
+
+// The setup file a scene names is read last; element 0 of its chapter is the
+// one that counts. Its light model goes to the scene's block, its play
+// control replaces the scene file's, and a missing file leaves the defaults.
+TEST_F(SceneLoad, TheSetupFileSetsTheLightModelAndThePlayRange) {
+    auto scene = [&](const std::string &name, const std::string &setup) {
+        dir.write("db/SCENES/" + name + ".1-0.dsc",
+                  "SDSC 4.0\nELEMENTS\n"
+                  "CHAPTER MODELS NBELEM 1 " + cubeFile + " ROOT ; EndOfCHAPTER\n"
+                  "EndOfELEMENTS\nRELATIONS\nEndOfRELATIONS\nENVIRONMENT\n"
+                  "CHAPTER SETUP_BRAK SETUP " + setup + " SETUP other.1-0 EndOfCHAPTER\n"
+                  "PLAYCTRL FRAME 1 50 1 1 PAUSE 0 RATE 25 EndOfPLAYCTRL\n"
+                  "EndOfENVIRONMENT\n");
+    };
+    dir.write("db/SETUP_BRAK/lit.1-0.sts",
+              "SSET 3.0\n"
+              "PLAYCTRL FRAME 10 40 12 2 PAUSE 0 RATE 24 EndOfPLAYCTRL\n"
+              "SHOW_FLAG 1 SHW_POINTS 0 MYSTERY_WORD 3 4\n"
+              "AMBIENT_COLOR 0.5 0.25 0.75 TWO_SIDED_LIGHTING 1 TWO_SIDED_OVERRIDE 0\n"
+              "TEXTURE_PXL_INTERPOLATION_MODE ALWAYS_OFF BLENDING 1 TXT_DPY_TILING 1\n");
+    dir.write("db/SETUP_BRAK/other.1-0.sts", "SSET 3.0\nAMBIENT_COLOR 1 1 1\n");
+    scene("lit", "lit.1-0");
+    ASSERT_EQ(load("lit.1-0"), 1) << err;
+    const SceneGlobals &g = dict.globals;
+    EXPECT_FLOAT_EQ(g.ambient[0], 0.5f);
+    EXPECT_FLOAT_EQ(g.ambient[1], 0.25f);
+    EXPECT_FLOAT_EQ(g.ambient[2], 0.75f);
+    EXPECT_EQ(g.twoSided, 1);
+    EXPECT_EQ(g.lightingGiven, 1);
+    const TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
+    EXPECT_EQ(play.startFrame, 10);
+    EXPECT_EQ(play.endFrame, 40);
+    EXPECT_EQ(play.frameStep, 2);
+    EXPECT_FLOAT_EQ(play.framesPerSecond, 24.0f);
+    ASSERT_TRUE(dict.setup);
+    EXPECT_EQ(dict.setup->texInterpolation, SETUP_TXT_ALWAYS_OFF);
+    EXPECT_EQ(dict.setup->texBlending, 1);
+    EXPECT_EQ(dict.setup->texTiling, 1);
+    // The unknown keyword is passed over and kept; the second setup is dropped.
+    bool kept = false;
+    for (const SetupLine &line : dict.setup->lines)
+        kept = kept || (line.tokens.size() == 3 && line.tokens[0] == "MYSTERY_WORD");
+    EXPECT_TRUE(kept);
+    EXPECT_EQ(elemCountLive(dictChapter(&dict, CHP_SETUP_BRAK)), 1);
+    EXPECT_EQ(err, "Read Elements\nRead s-cube.1-0\nRead lit.1-0\n");
+
+    // No file: the defaults stand and the scene's own play control holds.
+    Dictionary plain;
+    dictInit(&plain);
+    dictCreateChapters(&plain, nullptr, 1);
+    scene("bare", "missing.1-0");
+    ASSERT_EQ(load("bare.1-0", &plain), 1) << err;
+    EXPECT_FLOAT_EQ(plain.globals.ambient[0], 0.2f);
+    EXPECT_EQ(plain.globals.lightingGiven, 0);
+    EXPECT_FALSE(plain.setup);
+    EXPECT_EQ(sceneStateCurrent().playCtrl.endFrame, 50);
+    dictFree(&plain, 0);
+}

@@ -149,6 +149,15 @@ TEST(SetupFileTest, ValuesOfAGroupEndAtAWordInCapitals) {
     EXPECT_EQ(joined(s.lines[2]), "OTHER_WORD 3");
     EXPECT_EQ(joined(s.lines[3]), "WINDOW_TYPE NEW_LAYOUT 2");
     EXPECT_EQ(joined(s.lines[4]), "FORMAT_TYPE 35MM_185");
+
+    // Line ends of another system group the same way: a carriage return is
+    // no part of a word, so OTHER_WORD still starts its own group.
+    SceneSetup crlf;
+    ASSERT_EQ(readText(dir, "SSET 1\r\nMYSTERY a\r\r\nOTHER_WORD 3\r\nAMBIENT_COLOR 1 0 0\r\n", &crlf), 1);
+    ASSERT_EQ(crlf.lines.size(), 2u);
+    EXPECT_EQ(joined(crlf.lines[0]), "MYSTERY a");
+    EXPECT_EQ(joined(crlf.lines[1]), "OTHER_WORD 3");
+    EXPECT_FLOAT_EQ(crlf.ambient[1], 0.0f);
 }
 
 TEST(SetupFileTest, BadValuesReportAndKeepTheDefault) {

@@ -250,3 +250,35 @@ TEST_F(Draw, TheFiguresSleeveBendsWithTheArm) {
     EXPECT_GT(after, 300);
     EXPECT_GT(changed, before / 4);
 }
+
+// A face lit by the light model alone (a material with a white ambient and a
+// black diffuse, so the lights add nothing) shows the ambient colour that the
+// scene's setup file gives: the colour times 255 in each channel.
+TEST_F(Draw, TheSetupFilesAmbientColourLightsAFace) {
+    {
+        bwtest::OutputCapture quiet;
+        Database *db = tdDatabaseCreate(dir / "db", "draw", dir / "DatabaseDir.rsrc");
+        ASSERT_NE(db, nullptr);
+        Model *wall = modelNew("wall", MODEL_MESH, meshMakeCube(4.0f));
+        std::string file = tdFullName(tdWriteModel(db, "draw-wall", wall));
+        modelFree(wall);
+        Material dim;
+        dim.name = "dim";
+        dim.shadingModel = 2;
+        for (int k = 0; k < 3; ++k) dim.ambient[k] = 1.0f, dim.diffuse[k] = 0.0f;
+        std::string material = tdFullName(tdWriteMaterial(db, "draw-dim", dim));
+        dir.write("db/SETUP_BRAK/draw-lit.1-0.sts", "SSET 3.0\nAMBIENT_COLOR 0.5 0.25 0.75\n");
+        TdScene scene;
+        int top = scene.add(CHP_MODELS, file);
+        ASSERT_TRUE(scene.relate(CHP_MODELS, top, CHP_MATERIALS, scene.add(CHP_MATERIALS, material), 300));
+        scene.add(CHP_SETUP_BRAK, "draw-lit.1-0");
+        ASSERT_FALSE(tdWriteScene(db, "shot", scene, time(nullptr)).empty());
+    }
+    RunResult r = run("at 2\nsnapshot lit.png\nat 3\nkey Escape\n", {"-D", "draw", "-S", "shot", "-d", "2"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    bwtest::Image image = shot("lit.png");
+    const unsigned char *centre = image.at(W / 2, H / 2);
+    EXPECT_NEAR(centre[0], 128, 3);
+    EXPECT_NEAR(centre[1], 64, 3);
+    EXPECT_NEAR(centre[2], 191, 3);
+}

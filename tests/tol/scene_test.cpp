@@ -13,6 +13,7 @@
 #include "capture.h"
 #include "database.h"
 #include "dictionary.h"
+#include "graphic.h"
 #include "tol.h"
 
 namespace {
@@ -28,6 +29,14 @@ protected:
         dir->write("db/MODELS/Chapter.rsrc", "SUFFIX hrc \nVERSIONS 4 \n");
         for (const char *f : {"kitchen.1-0.dsc", "kitchen.3-0.dsc", "kitchen.2-1.dsc", "other.1-0.dsc"})
             dir->write(std::string("db/SCENES/") + f, "SDSC 4.0\n");
+        dir->write("db/SCENES/dressed.1-0.dsc",
+                   "SDSC 4.0\nELEMENTS\nEndOfELEMENTS\nRELATIONS\nEndOfRELATIONS\n"
+                   "ENVIRONMENT\nCHAPTER SETUP_BRAK SETUP dressed.1-0 EndOfCHAPTER\n"
+                   "EndOfENVIRONMENT\n");
+        dir->write("db/SETUP_BRAK/Chapter.rsrc", "SUFFIX sts \nVERSIONS 4 \n");
+        dir->write("db/SETUP_BRAK/dressed.1-0.sts",
+                   "SSET 3.0\nTEXTURE_PXL_INTERPOLATION_MODE ALWAYS_OFF BLENDING 1 TXT_DPY_GLOBAL 0\n"
+                   "TXT_DPY_LOCAL 0 TXT_DPY_TILING 1 TXT_DPY_MIRROR 1\n");
         bwtest::OutputCapture quiet;
         ASSERT_EQ(TOL_Init((*dir / "rsrc").c_str(), 0, TOL_SDK_VERSION), 0);
         ASSERT_EQ(TOL_databaseLoad((*dir / "db").c_str(), &db), 0);
@@ -131,6 +140,26 @@ TEST_F(Scenes, LoadTakesTheNewestVersionOrTheOneNamed) {
               "BW_ERROR: TOL_sceneLoad: Cannot read scene kitchen.4-0\n"
               "BW_ERROR: TOL_sceneLoad: Cannot read scene nothing.0-0\n"
               "BW_WARNING: TOL_sceneLoad():scn_name: Null or Invalid argument\n");
+}
+
+// The texture display of a scene's setup file becomes the viewer's own.
+TEST_F(Scenes, TheSetupFilesTextureDisplayReachesTheViewersSettings) {
+    const BW_GlbVar saved = glbVar;
+    TOL_Status status;
+    std::string said;
+    {
+        bwtest::OutputCapture quiet;
+        status = TOL_sceneLoad(&db, "dressed", &b);
+        said = quiet.out.text() + quiet.err.text();
+    }
+    ASSERT_EQ(status, 0) << said;
+    EXPECT_EQ(glbVar.texFilter, 2);
+    EXPECT_EQ(glbVar.blending, 1);
+    EXPECT_EQ(glbVar.useMaterialTexture, 0);
+    EXPECT_EQ(glbVar.useLocalTexture, 0);
+    EXPECT_EQ(glbVar.tiling, 1);
+    EXPECT_EQ(glbVar.mirror, 1);
+    glbVar = saved;
 }
 
 TEST_F(Scenes, ElementParametersAndTheirCodes) {

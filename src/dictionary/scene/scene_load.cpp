@@ -370,6 +370,45 @@ void readChapter(Database *db, Dictionary *dict, int chapterId) {
     }
 }
 
+// The setup file of element 0 of SETUP_BRAK, the only one that stays: its
+// light model goes to the scene's global block, its play control to the
+// scene's (a merge only widens the range), and the whole record to the
+// scene, where the layer takes the texture display settings from. A missing
+// or foreign file leaves the defaults.
+void readSetup(Database *db, Dictionary *dict) {
+    Chapter *chapter = dictChapter(dict, CHP_SETUP_BRAK);
+    if (!chapter || chapter->elementCount == 0) return;
+    Element *e = &chapter->elements[0];
+    if (e->deleted != ELEM_LIVE || e->isNew != 1 || !e->name) return;
+    dbSetChapter(*db, g_chapterTable[CHP_SETUP_BRAK].dir);
+    scanSubdirs(db, chapter);
+    e = &dictChapter(dict, CHP_SETUP_BRAK)->elements[0];
+    msgStatus(("Read " + e->name->fullName).c_str());
+    if (!elemFindFile(db, dict, g_chapterTable[CHP_SETUP_BRAK].dir, CHP_SETUP_BRAK, e, nullptr, 0)) return;
+    auto setup = std::make_shared<SceneSetup>();
+    if (!sceneSetupRead(g_elemPath, setup.get())) return;
+    SceneGlobals &g = dict->globals;
+    for (int k = 0; k < 3; ++k) g.ambient[k] = setup->ambient[k];
+    g.twoSided = setup->twoSided ? 1 : 0;
+    g.twoSidedOverride = setup->twoSidedOverride ? 1 : 0;
+    g.lightingGiven = 1;
+    if (setup->playGiven) {
+        TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
+        if (loadIsPrimary) {
+            play.startFrame = setup->firstFrame;
+            play.endFrame = setup->lastFrame;
+            play.currentFrame = setup->currentFrame;
+            play.frameStep = setup->frameStep;
+            play.pause = setup->pause;
+            if (setup->frameRate > 0) play.framesPerSecond = setup->frameRate;
+        } else {
+            if (setup->firstFrame < play.startFrame) play.startFrame = setup->firstFrame;
+            if (setup->lastFrame > play.endFrame) play.endFrame = setup->lastFrame;
+        }
+    }
+    dict->setup = std::move(setup);
+}
+
 // MODELS first, ANIMATION and SETUP_BRAK last: the models' trees are there
 // when other chapters link to them, and curves find their targets.
 std::vector<int> readOrder(const Dictionary *dict) {
@@ -622,6 +661,7 @@ int sceneLoad(Dictionary *dict, Database *db, int primary, int latestVersion, in
     // 3: the element files.
     msgStatus("Read Elements");
     for (int c : readOrder(dict)) readChapter(db, dict, c);
+    readSetup(db, dict);
 
     resolvePathRefs(dict);
     applyModelEnvironment(dict);

@@ -161,6 +161,10 @@ int sceneWrite(Dictionary *dict, const char *path, float version) {
         if (!text.empty())
             fprintf(f, "  CHAPTER %s\n%s  EndOfCHAPTER\n", chapter->name.c_str(), text.c_str());
     }
+    // The setup file the scene names: element 0 of its chapter is the one a load reads.
+    const Chapter *setup = dictChapter(dict, CHP_SETUP_BRAK);
+    if (setup && setup->elementCount > 0 && setup->elements[0].deleted == ELEM_LIVE && setup->elements[0].name)
+        fprintf(f, "  CHAPTER SETUP_BRAK SETUP %s EndOfCHAPTER\n", setup->elements[0].name->fullName.c_str());
     const TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
     fprintf(f, "  PLAYCTRL FRAME %d %d %d %d PAUSE %d RATE %.7g EndOfPLAYCTRL\n",
             play.startFrame, play.endFrame, play.currentFrame,

@@ -304,6 +304,7 @@ void readPlay(SceneSetup &s, const char *kw, const Values &v, const std::string 
             s.lastFrame = frames[1];
             s.currentFrame = frames[2];
             s.frameStep = frames[3];
+            s.playGiven = 1;
             i += 4;
         } else if (v[i] == "PAUSE") {
             Values rest(v.begin() + static_cast<long>(i) + 1, v.end());
@@ -414,19 +415,29 @@ const SettingIo kSettingIo[SET_COUNT] = {
     {readFlag, writeFlag},                    // SET_TXT_MIRROR
 };
 
+// The token just read. A carriage return is a line end of a file written
+// elsewhere, never part of a word: left on, it would make a keyword look like
+// a value here and read back as a keyword once written with our line ends.
+std::string_view word() {
+    std::string_view token = g_token;
+    while (!token.empty() && token.back() == '\r') token.remove_suffix(1);
+    return token;
+}
+
 // Reads the values of the group of `k` (null: an unknown keyword). The token
 // that ends the group is left in `next`; false at the end of the file.
 bool readValues(FILE *stream, const Keyword *k, Values *values, std::string *next) {
     while (sceneNextToken(stream)) {
-        std::string_view token = g_token;
+        std::string_view token = word();
+        if (token.empty()) continue;
         bool keyword = keywordOf(token) != nullptr;
         bool value = !keyword && ((k && k->keyed && values->empty()) || !capitalWord(token) ||
                                   listedValue(k, token));
         if (!value) {
-            *next = g_token;
+            *next = token;
             return true;
         }
-        values->emplace_back(g_token);
+        values->emplace_back(token);
     }
     next->clear();
     return false;
@@ -444,19 +455,20 @@ int sceneSetupRead(const char *path, SceneSetup *setup) {
     if (!path || !setup) return 0;
     FILE *stream = fopen(path, "rb");
     if (!stream) return 0;  // no setup: the defaults stand
-    if (!sceneNextToken(stream) || strcmp(g_token, "SSET") != 0) {
+    if (!sceneNextToken(stream) || word() != "SSET") {
         msgShowf(TOL_CLASS_ERROR, "SceneAsciiRead: error, %s is not a setup file.", path);
         fclose(stream);
         return 0;
     }
     float version = 0;
-    if (sceneNextToken(stream) && toFloat(g_token, &version)) setup->version = version;
+    if (sceneNextToken(stream) && toFloat(std::string(word()), &version)) setup->version = version;
     setup->lines.clear();
 
     int32_t section = -1;
     std::string keyword;
     bool more = sceneNextToken(stream);
-    if (more) keyword = g_token;
+    while (more && word().empty()) more = sceneNextToken(stream);
+    if (more) keyword = word();
     while (more) {
         const Keyword *k = keywordOf(keyword);
         if (k) section = k->section;

@@ -60,9 +60,9 @@ void light() {
 }
 
 void lattice() {
-    Lattice *l = latticeFileRead(g_input.c_str());
+    Lattice *l = latticeFileLoad(g_input.c_str());
     if (l && latticeFileWrite(g_one.c_str(), *l, nullptr)) {
-        Lattice *again = latticeFileRead(g_one.c_str());
+        Lattice *again = latticeFileLoad(g_one.c_str());
         if (again && latticeFileWrite(g_two.c_str(), *again, nullptr)) sameWritings("lattice");
         latticeFree(again);
     }

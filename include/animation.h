@@ -577,6 +577,9 @@ int clusterKeyEval(const Cluster *cluster, int32_t pointIndex, int mode, double 
 int clusterAttach(Model *model, Cluster *chain);
 // Registers the SHAPES and CLUSTERS readers of the scene load.
 void shapeSceneInstall();
+// The model that the relation `relid` from MODELS leads to the element
+// (chapterId, index); null for none. Elements read for their model use it.
+Model *sceneRelationOwner(Dictionary *dict, int chapterId, int index, int32_t relid);
 // Envelopes: skins whose points follow the deformers of a skeleton. The skin
 // (role 6 or 7) holds the update record (relation 206, or 207); each deformer
 // keeps, per skin it moves, the skin's assignments and its own base pose.
@@ -921,9 +924,20 @@ void modelDeformersFree(ModelDeformers *deformers);
 void deformerBlockRecompute(DeformerBlock *block);
 
 // Each deformer kind rewrites the points of one slot. `points` are
-// geometryPositionsRead values of the model (count x 3), in the model's own
-// frame; the global form passes through the model's global matrix and back.
-// 0 when the slot has nothing of that kind.
+// geometryPositionsRead values of the model (count x 3): in the model's own
+// frame for the local slot; for the global slot the record -200 has taken
+// them through the model's global matrix into world space and brings them
+// back afterwards. 0 when the slot has nothing of that kind.
 int latticeApply(Model *model, int slot, float (*points)[3], int32_t count);
 int curveDeformApply(Model *model, int slot, float (*points)[3], int32_t count);
 int waveApply(Model *model, int slot, float (*points)[3], int32_t count, float time);
+
+// A .lat file as a deformation of `model`: its keys become the states of the
+// slot of `kind` (0 local, as relation 210; 1 global, as 215), replacing what
+// the slot held. The first key names the lattice's element "<model>-Lat" in
+// the current dictionary when none holds the lattice yet. 1, or 0 when the
+// file gives no lattice (or `model` is null).
+int latticeFileRead(const char *path, Model *model, int kind);
+// Registers the LATTICES reader of the scene load: each element reaches its
+// model through relation 210, else 215, and shows the slot's lattice.
+void latticeSceneInstall();

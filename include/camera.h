@@ -136,7 +136,7 @@ Camera *cameraFileRead(const char *path, Camera *into);
 Light *lightFileRead(const char *path);
 // A new lattice with the file's keys, or null when the file cannot be opened
 // or holds no lattice. latticeFree releases it.
-Lattice *latticeFileRead(const char *path);
+Lattice *latticeFileLoad(const char *path);
 // The tokens behind the header, for a reader of an open stream (after
 // binReaderAttach and binReadHeader, which leave the stream open). cameraRead
 // returns 1, or 0 for a null camera.

@@ -65,4 +65,6 @@ void modelExtraFree(Model *model) {
     model->chain = nullptr;
     envelopeDataFree(model->envelope);
     model->envelope = nullptr;
+    modelDeformersFree(model->deformers);
+    model->deformers = nullptr;
 }

@@ -389,10 +389,7 @@ void evalHierarchyStep(UpdateRecord *record, float, int *) {
     }
 }
 
-void evalGeometryEnd(UpdateRecord *, float, int *flags) {
-    // The deformations of the element are done: the list flags start afresh.
-    if (flags) *flags = 0;
-}
+void evalGeometryEnd(UpdateRecord *record, float time, int *flags) { deformersGeometryEnd(record, time, flags); }
 
 // ---------------------------------------------------------------------------
 // Visibility

@@ -116,6 +116,16 @@ const BuiltinHandler BUILTINS[] = {
     // Envelopes.
     {RELGR_TRANSFO, 206, 206, envelopeUpdateRecord},
     {RELGR_GEOM, 207, 207, envelopeUpdateRecord},
+    // Deformers: lattices, keyed deformation, deformer parameters, refresh, clay.
+    {RELGR_GEOM, 210, 210, evalKeyedDeformation},
+    {RELGR_GEOM, 215, 215, evalKeyedDeformation},
+    {RELGR_GEOM, 211, 211, evalDeformKeyPosition},
+    {RELGR_GEOM, 216, 216, evalDeformKeyPosition},
+    {RELGR_GEOM, 220, 221, evalDeformerBlock},
+    {RELGR_GEOM, 230, 231, evalDeformerBlock},
+    {RELGR_GEOM, 239, 239, evalDeformRefresh},
+    {RELGR_GEOM, 247, 247, evalDeformRefresh},
+    {RELGR_GEOM, 241, 242, evalMetaClay},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

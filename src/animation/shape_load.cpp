@@ -9,8 +9,33 @@
 
 namespace {
 
-// The model whose relation `relid` leads to the element; null for none.
-Model *ownerOf(Dictionary *dict, int chapterId, int index, int32_t relid) {
+int readShapes(Dictionary *dict, int index, const char *path) {
+    Model *owner = sceneRelationOwner(dict, CHP_SHAPES, index, 200);
+    if (!owner) {
+        fprintf(stderr, "Shape keys %s: no model names them through relation 200\n", path);
+        return -1;
+    }
+    ShapeKeys *keys = shapeFileRead(path, owner);
+    if (!keys || !shapeAnimAttach(owner, keys)) return 0;
+    elemGet(dict, CHP_SHAPES, index)->data = owner->shapeAnim;
+    return 2;  // the model owns the keys
+}
+
+int readClusters(Dictionary *dict, int index, const char *path) {
+    Model *owner = sceneRelationOwner(dict, CHP_CLUSTERS, index, 700);
+    if (!owner) {
+        fprintf(stderr, " READ CLUSTER: model not found !!!\n");
+        return -1;
+    }
+    Cluster *chain = clusterFileRead(path, owner);
+    if (!chain || !clusterAttach(owner, chain)) return 0;
+    elemGet(dict, CHP_CLUSTERS, index)->data = chain;
+    return 2;  // the model owns its clusters
+}
+
+}  // namespace
+
+Model *sceneRelationOwner(Dictionary *dict, int chapterId, int index, int32_t relid) {
     Element *e = elemGet(dict, chapterId, index);
     for (int g = 0; e && e->parentGroups && g < e->parentGroupCount; ++g) {
         const RelationGroup &group = e->parentGroups[g];
@@ -23,32 +48,6 @@ Model *ownerOf(Dictionary *dict, int chapterId, int index, int32_t relid) {
     }
     return nullptr;
 }
-
-int readShapes(Dictionary *dict, int index, const char *path) {
-    Model *owner = ownerOf(dict, CHP_SHAPES, index, 200);
-    if (!owner) {
-        fprintf(stderr, "Shape keys %s: no model names them through relation 200\n", path);
-        return -1;
-    }
-    ShapeKeys *keys = shapeFileRead(path, owner);
-    if (!keys || !shapeAnimAttach(owner, keys)) return 0;
-    elemGet(dict, CHP_SHAPES, index)->data = owner->shapeAnim;
-    return 2;  // the model owns the keys
-}
-
-int readClusters(Dictionary *dict, int index, const char *path) {
-    Model *owner = ownerOf(dict, CHP_CLUSTERS, index, 700);
-    if (!owner) {
-        fprintf(stderr, " READ CLUSTER: model not found !!!\n");
-        return -1;
-    }
-    Cluster *chain = clusterFileRead(path, owner);
-    if (!chain || !clusterAttach(owner, chain)) return 0;
-    elemGet(dict, CHP_CLUSTERS, index)->data = chain;
-    return 2;  // the model owns its clusters
-}
-
-}  // namespace
 
 void shapeSceneInstall() {
     sceneChapterReaderSet(CHP_SHAPES, readShapes, nullptr);

@@ -55,6 +55,13 @@ void evalLightInteger(UpdateRecord *record, float time, int *flags);      // 212
 void evalTexture3DParam(UpdateRecord *record, float time, int *flags);    // 411 to 426
 void evalTexture2DParam(UpdateRecord *record, float time, int *flags);    // 511 to 532
 void evalSceneGlobal(UpdateRecord *record, float time, int *flags);       // 3000 to 3003, 3030 to 3035
+// Deformers of the geometry group: parameters and list flags, then -200.
+void deformersGeometryEnd(UpdateRecord *record, float time, int *flags);  // body of -200
+void evalDeformKeyPosition(UpdateRecord *record, float time, int *flags); // 211, 216
+void evalKeyedDeformation(UpdateRecord *record, float time, int *flags);  // 210, 215
+void evalDeformerBlock(UpdateRecord *record, float time, int *flags);     // 220, 221, 230, 231
+void evalDeformRefresh(UpdateRecord *record, float time, int *flags);     // 239, 247
+void evalMetaClay(UpdateRecord *record, float time, int *flags);          // 241, 242
 
 // The value of the first active curve source; 0 when there is none.
 int firstCurveValue(const UpdateRecord *record, float time, double *value);

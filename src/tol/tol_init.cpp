@@ -35,6 +35,7 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     exprInstall();
     // Shapes and clusters: their chapters' readers give them to their models.
     shapeSceneInstall();
+    latticeSceneInstall();
 
     char cwd[BW_PATH_MAX];
     g_workDir = getcwd(cwd, sizeof cwd) ? cwd : "";

@@ -145,7 +145,7 @@ TEST(CameraFiles, RoundTripEachKind) {
 
     Lattice *lat = sampleLattice();
     ASSERT_EQ(latticeFileWrite((dir / "a.lat").c_str(), *lat, nullptr), 1);
-    Lattice *lb = latticeFileRead((dir / "a.lat").c_str());
+    Lattice *lb = latticeFileLoad((dir / "a.lat").c_str());
     ASSERT_TRUE(lb && lb->keyCount == 2);
     EXPECT_EQ(memcmp(lb->keys[1].points, lat->keys[1].points, 8 * sizeof *lat->keys[1].points), 0);
     EXPECT_TRUE(lb->keys[1].vectors[1][1] == 1.0f && lb->keys[1].words[1] == 65535);
@@ -324,7 +324,7 @@ TEST(LatticeFile, KeysTakeTheVectorsAsTheyStand) {
                  be16(65535) + be16(6) + f32(1) + f32(2) + f32(3) + be16(4) + points + be16(5) + be16(9) +
                  be16(0x0277) + be16(0) + be16(8) + f32(7) + f32(8) + f32(9) + be16(4) + points + be16(0);
     writeBytes(dir / "k.lat", header(BIN_ID_LATTICE, 4.0f) + body);
-    Lattice *l = latticeFileRead((dir / "k.lat").c_str());
+    Lattice *l = latticeFileLoad((dir / "k.lat").c_str());
     ASSERT_TRUE(l && l->keyCount == 2);
     for (int k = 0; k < 2; ++k) {
         const LatticeKey &key = l->keys[k];
@@ -339,7 +339,7 @@ TEST(LatticeFile, KeysTakeTheVectorsAsTheyStand) {
     writeBytes(dir / "big.lat", header(BIN_ID_LATTICE, 4.0f) + be16(2) + be16(65535) + be16(65535) + be16(65535) +
                                     be16(4) + f32(1) + be16(0));
     OutputCapture out;
-    l = latticeFileRead((dir / "big.lat").c_str());
+    l = latticeFileLoad((dir / "big.lat").c_str());
     ASSERT_TRUE(l && l->keyCount == 0);
     EXPECT_TRUE(contains(out.out.text(), "Passed end of file " + (dir / "big.lat")));
     latticeFree(l);
@@ -377,7 +377,7 @@ TEST(CameraFiles, CutAtEveryByteOrOfAnotherKind) {
                 for (size_t i = 0; i < got.size(); ++i) EXPECT_TRUE(got[i] == was[i] || got[i] == full[i]) << n;
                 lightFree(l);
             } else {
-                Lattice *l = latticeFileRead(cut.c_str());
+                Lattice *l = latticeFileLoad(cut.c_str());
                 ASSERT_EQ(l != nullptr, n >= BIN_HEADER_SIZE) << n;
                 for (int32_t k = 0; l && k < l->keyCount; ++k)
                     EXPECT_EQ(memcmp(l->keys[k].points, lat->keys[k].points, 8 * sizeof *lat->keys[k].points), 0);
@@ -393,7 +393,7 @@ TEST(CameraFiles, CutAtEveryByteOrOfAnotherKind) {
     OutputCapture out;
     EXPECT_EQ(cameraFileRead((dir / "w.lig").c_str(), &cam), nullptr);
     EXPECT_EQ(lightFileRead((dir / "w.lat").c_str()), nullptr);
-    EXPECT_EQ(latticeFileRead((dir / "w.cam").c_str()), nullptr);
+    EXPECT_EQ(latticeFileLoad((dir / "w.cam").c_str()), nullptr);
     EXPECT_EQ(lightFileRead((dir / "missing.lig").c_str()), nullptr);
     std::string text = out.out.text();
     EXPECT_TRUE(contains(text, (dir / "w.lig") + " at offset 88: not a camera file"));

@@ -125,7 +125,7 @@ int readLight(Dictionary *dict, int index, const char *path) {
 }
 
 int readLattice(Dictionary *dict, int index, const char *path) {
-    Lattice *lattice = latticeFileRead(path);
+    Lattice *lattice = latticeFileLoad(path);
     if (!lattice) return 0;
     elemGet(dict, CHP_LATTICES, index)->data = lattice;
     return 1;
@@ -190,7 +190,8 @@ bool dataless(int chapterId) {
 void sceneChapterReaderSet(int chapterId, SceneReadFn read, SceneFreeFn freeData) {
     readersInit();
     if (chapterId < 0 || chapterId >= CHAPTER_COUNT) return;
-    s_readers[chapterId] = {read, 0, freeData};
+    // The chapter's report of an unreadable file stays as the load gives it.
+    s_readers[chapterId] = {read, s_readers[chapterId].reportsInvalid, freeData};
 }
 
 // ---------------------------------------------------------------------------

@@ -109,7 +109,7 @@ Lattice *latticeRead(BinReader &r) {
     return s.lattice;
 }
 
-Lattice *latticeFileRead(const char *path) {
+Lattice *latticeFileLoad(const char *path) {
     BinReader r;
     if (!camOpen(r, path, BIN_ID_LATTICE, "lattice")) return nullptr;
     Lattice *l = latticeRead(r);

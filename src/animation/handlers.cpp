@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "constraint_internal.h"
+#include "curve_deform_internal.h"
 #include "model.h"
 #include "updatelist_internal.h"
 
@@ -116,6 +117,12 @@ const BuiltinHandler BUILTINS[] = {
     // Envelopes.
     {RELGR_TRANSFO, 206, 206, envelopeUpdateRecord},
     {RELGR_GEOM, 207, 207, envelopeUpdateRecord},
+    // Curve and surface deformations; the custom deformers change nothing.
+    {RELGR_GEOM, 245, 245, curveDeformRecord},
+    {RELGR_GEOM, 246, 246, constraintDeformation},
+    {RELGR_GEOM, 250, 253, customDeformerRecord},
+    {RELGR_GEOM, 255, 257, customDeformerRecord},
+    {RELGR_GEOM, 260, 260, customDeformerRecord},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

@@ -740,6 +740,10 @@ double curveLength(const Model *curve);  // arc length; 0 for no curve
 // The point at arc length `s` from the start; beyond the ends the end
 // segments go on straight. 0 for no curve.
 int curvePointAtLength(const Model *curve, double s, float point[3]);
+// Points and unit tangents at `count` arc lengths, on one measure of the
+// curve; `tangents` may be null. 0 for no curve.
+int curvePointsAtLengths(const Model *curve, const double *lengths, int32_t count, float (*points)[3],
+                         float (*tangents)[3]);
 // The point at a parameter counted in vertices (spline) or CVs (NURBS).
 int curvePointAtParameter(const Model *curve, double parameter, float point[3]);
 // A curve point for `model`'s local position: see pathToParent.

@@ -162,6 +162,24 @@ struct Patch {
     uint16_t *cvFlags;          // one per CV
 };
 
+// Patch bases (Patch::uType, vType).
+enum PatchBasis : int32_t {
+    PATCH_LINEAR = 0,    // straight between CVs
+    PATCH_BEZIER = 1,    // cubic Bezier segments sharing their end CVs
+    PATCH_CARDINAL = 2,  // cardinal spline through the inner CVs
+    PATCH_BSPLINE = 3,   // uniform cubic B-spline
+};
+
+// Spans of one direction of a patch: 0 for an unknown basis or too few CVs.
+int patchSpans(int32_t basis, int count, int closed);
+// The point and unit normal at parameter `tU` (0 to 1) of span `spanU` and
+// `tV` of span `spanV`. The normal faces the side of dv x du; a collapsed
+// edge or pole takes the normal a little inside the span, +z when none.
+void patchSample(const Patch *patch, int spanU, double tU, int spanV, double tV, float pos[3], float normal[3]);
+// The same at `u` and `v` from 0 to 1 over the whole patch (clamped); 0 when
+// the patch has no span or no CVs.
+int patchPointAt(const Patch *patch, double u, double v, float pos[3], float normal[3]);
+
 // ---------------------------------------------------------------------------
 // Splines and NURBS curves
 

@@ -28,7 +28,7 @@ int withoutTime(Model *model, int slot, float (*points)[3], int32_t count, float
 // with its applier; a kind whose applier is null is passed over.
 #define BW_DEFORMER_KINDS(X)                              \
     X(DEFORMER_LATTICE, withoutTime<latticeApply>)        \
-    X(DEFORMER_CURVE, nullptr)                            \
+    X(DEFORMER_CURVE, withoutTime<curveDeformApply>)      \
     X(DEFORMER_WAVE, nullptr)
 
 enum DeformerKind : int {

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "constraint_internal.h"
+#include "curve_deform_internal.h"
 #include "model.h"
 #include "updatelist_internal.h"
 
@@ -126,6 +127,12 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_GEOM, 239, 239, evalDeformRefresh},
     {RELGR_GEOM, 247, 247, evalDeformRefresh},
     {RELGR_GEOM, 241, 242, evalMetaClay},
+    // Curve and surface deformations; the custom deformers change nothing.
+    {RELGR_GEOM, 245, 245, curveDeformRecord},
+    {RELGR_GEOM, 246, 246, constraintDeformation},
+    {RELGR_GEOM, 250, 253, customDeformerRecord},
+    {RELGR_GEOM, 255, 257, customDeformerRecord},
+    {RELGR_GEOM, 260, 260, customDeformerRecord},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

@@ -2,6 +2,7 @@
 // length given by a function curve, and a position sampled from a curve at
 // the time. Curves are spline models (cubic segments between vertices, with
 // the vertices' tangents as handles) and NURBS curve models.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <mutex>
@@ -154,13 +155,11 @@ bool lengthTable(const CurveEval &c, LengthTable *t) {
     return true;
 }
 
-// The point at arc length s, and the unit tangent there.
-bool pointAtLength(const CurveEval &c, double s, double point[3], double tangent[3]) {
-    LengthTable t;
-    if (!lengthTable(c, &t)) return false;
+// The point at arc length s, and the unit tangent there, on the curve
+// measured by `t`.
+bool pointAtLength(const CurveEval &c, const LengthTable &t, double s, double point[3], double tangent[3]) {
     const double total = t.length.back();
     const size_t n = t.length.size() - 1;
-    // Beyond the ends the curve goes on straight along its end chord.
     size_t j = 0;
     if (s >= total) {
         j = n - 1;
@@ -172,15 +171,26 @@ bool pointAtLength(const CurveEval &c, double s, double point[3], double tangent
     if (!c.at(j * t.step, a) || !c.at((j + 1) * t.step, b)) return false;
     const double chord = t.length[j + 1] - t.length[j];
     for (int k = 0; k < 3; ++k) tangent[k] = chord > 0.0 ? (b[k] - a[k]) / chord : 0.0;
+    // The parameter between the two samples by length; at an end, the end.
+    const double f = s < 0.0 ? 0.0 : s >= total ? 1.0 : chord > 0.0 ? (s - t.length[j]) / chord : 0.0;
+    const double u = (j + f) * t.step;
+    // The tangent by a difference over half a sample each way, kept inside
+    // the curve: finer than the chord of the samples.
+    double before[3], after[3];
+    if (c.at(std::max(0.0, u - 0.5 * t.step), before) && c.at(std::min(c.span, u + 0.5 * t.step), after)) {
+        double d[3] = {after[0] - before[0], after[1] - before[1], after[2] - before[2]};
+        const double len = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+        if (len > 0.0)
+            for (int k = 0; k < 3; ++k) tangent[k] = d[k] / len;
+    }
     if (s < 0.0 || s >= total) {
+        // Beyond the ends the curve goes on straight along its end tangent.
         const double *end = s < 0.0 ? a : b;
         const double beyond = s < 0.0 ? s : s - total;
         for (int k = 0; k < 3; ++k) point[k] = end[k] + tangent[k] * beyond;
         return true;
     }
-    // Inside: the parameter between the two samples by length, then the curve there.
-    const double f = chord > 0.0 ? (s - t.length[j]) / chord : 0.0;
-    return c.at((j + f) * t.step, point);
+    return c.at(u, point);
 }
 
 // ---------------------------------------------------------------------------
@@ -258,9 +268,26 @@ double curveLength(const Model *curve) {
 
 int curvePointAtLength(const Model *curve, double s, float point[3]) {
     CurveEval c;
+    LengthTable t;
     double p[3], tangent[3];
-    if (!c.make(curve) || !pointAtLength(c, s, p, tangent)) return 0;
+    if (!c.make(curve) || !lengthTable(c, &t) || !pointAtLength(c, t, s, p, tangent)) return 0;
     for (int k = 0; k < 3; ++k) point[k] = static_cast<float>(p[k]);
+    return 1;
+}
+
+int curvePointsAtLengths(const Model *curve, const double *lengths, int32_t count, float (*points)[3],
+                         float (*tangents)[3]) {
+    CurveEval c;
+    LengthTable t;
+    if (!c.make(curve) || !lengthTable(c, &t)) return 0;
+    for (int32_t i = 0; i < count; ++i) {
+        double p[3], tangent[3];
+        if (!pointAtLength(c, t, lengths[i], p, tangent)) return 0;
+        for (int k = 0; k < 3; ++k) {
+            points[i][k] = static_cast<float>(p[k]);
+            if (tangents) tangents[i][k] = static_cast<float>(tangent[k]);
+        }
+    }
     return 1;
 }
 
@@ -307,7 +334,7 @@ void pathEval(int32_t relation, Model *curve, void *target, float percentage, co
     LengthTable t;
     if (!lengthTable(c, &t)) return;
     double p[3], tangent[3];
-    if (!pointAtLength(c, t.length.back() * percentage * 0.01, p, tangent)) return;
+    if (!pointAtLength(c, t, t.length.back() * percentage * 0.01, p, tangent)) return;
     float point[3] = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
     if (relation == 112 || relation == 612) {
         Model *model = static_cast<Model *>(target);

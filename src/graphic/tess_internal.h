@@ -51,16 +51,6 @@ inline bool nurbsTrimmed(const NurbsSurface *s) { return s->trimCount > 0; }
 // Surface CVs lie u fastest: index = v * cvCount[0] + u. A CV is a point and
 // its weight; its homogeneous form is (x w, y w, z w, w).
 
-// Patch bases.
-enum PatchBasis : int32_t {
-    PATCH_LINEAR = 0,    // straight between CVs
-    PATCH_BEZIER = 1,    // cubic Bezier segments sharing their end CVs
-    PATCH_CARDINAL = 2,  // cardinal spline through the inner CVs
-    PATCH_BSPLINE = 3,   // uniform cubic B-spline
-};
-
-// Spans of one direction of a patch: 0 for an unknown basis or too few CVs.
-int patchSpans(int32_t basis, int count, int closed);
 // Linear and Bezier spans keep their own boundary row at a span seam.
 inline bool patchOwnRows(int32_t basis) { return basis == PATCH_LINEAR || basis == PATCH_BEZIER; }
 

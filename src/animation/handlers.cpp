@@ -116,6 +116,9 @@ const BuiltinHandler BUILTINS[] = {
     // Envelopes.
     {RELGR_TRANSFO, 206, 206, envelopeUpdateRecord},
     {RELGR_GEOM, 207, 207, envelopeUpdateRecord},
+    // Waves: the model's record marks the slot, the wave's keeps its curves.
+    {RELGR_GEOM, 600, 601, waveRecord},
+    {RELGR_PARAM, 614, 615, waveParamRecord},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

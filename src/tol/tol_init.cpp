@@ -35,6 +35,8 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     exprInstall();
     // Shapes and clusters: their chapters' readers give them to their models.
     shapeSceneInstall();
+    // Waves: their chapter's reader and the transform object their relations move.
+    waveSceneInstall();
 
     char cwd[BW_PATH_MAX];
     g_workDir = getcwd(cwd, sizeof cwd) ? cwd : "";

@@ -89,7 +89,7 @@ Got next(In &in) {
 }
 
 bool badCharacter(In &in) {
-    msgShowf(TOL_CLASS_ERROR, "WaveAsciiRead: Error file %s: unreadable token after '%.40s'", in.path,
+    msgShowf(TOL_CLASS_ERROR, "WaveAsciiRead: Error file %s: unreadable character after '%.40s'", in.path,
              g_token);
     return false;
 }

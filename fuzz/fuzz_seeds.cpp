@@ -157,6 +157,17 @@ int main(int argc, char *argv[]) {
         cluster.keys = offsets;
         clusterFileWrite((dir + "/corners.cls").c_str(), &cluster);
     }
+    // A planar one-shot wave on a turned transform object.
+    if (Wave *wave = waveNew("ripple")) {
+        wave->value[WAVE_PLANAR] = 1;
+        wave->value[WAVE_ONE_SHOT] = 1;
+        wave->value[WAVE_DAMPING] = 0.25f;
+        wave->value[WAVE_DIRECTION] = 30;
+        wave->transfo->rotation[1] = 0.5f;
+        wave->transfo->translation[0] = 2;
+        waveFileWrite((dir + "/ripple.wav").c_str(), *wave);
+        waveFree(wave);
+    }
     if (FILE *f = fopen((dir + "/relations.rsrc").c_str(), "wb")) {
         fputs("SREL 3.48\nRELATIONS\n110 parent MODELS MODELS TRANSFO TRANSFO 10 1 0 1 1 0\n"
               "EndOfRELATIONS\n", f);

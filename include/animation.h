@@ -267,6 +267,12 @@ Cluster *clusterFileRead(const char *path, Model *model);
 Cluster *clusterChainRead(BinReader &r, int32_t type);
 int clusterFileWrite(const char *path, const Cluster *chain);  // binary; 1 if written whole
 void clusterFree(Cluster *chain);  // the whole chain
+// Wave files (.wav), ascii: the magic SWAV and a version, then keyword and
+// value groups (the Wave record is under "Waves" below). Null, with a message
+// on the error stream naming the file, when it cannot be read.
+struct Wave;
+Wave *waveFileRead(const char *path);
+int waveFileWrite(const char *path, const Wave &wave);  // 1 if written whole
 
 // ---------------------------------------------------------------------------
 // The update list: a scene's relations flattened so that every driver stands
@@ -945,3 +951,81 @@ int latticeFileRead(const char *path, Model *model, int kind);
 // Registers the LATTICES reader of the scene load: each element reaches its
 // model through relation 210, else 215, and shows the slot's lattice.
 void latticeSceneInstall();
+// ---------------------------------------------------------------------------
+// Waves: an element of the WAVES chapter moves the points of the models tied
+// to it (600 local form, 601 global) by a sine that travels out from the
+// wave's centre. Its parameters are fcurves of types 620 to 633; where a wave
+// has no curve of a type, the value its file gave stands.
+
+// How a parameter's value is taken, from a curve or from the file.
+enum WaveParamKind : int32_t {
+    WAVE_KIND_SWITCH = 0,  // 1 when positive, else 0
+    WAVE_KIND_COUNT = 1,   // whole number, rounded, at least 0
+    WAVE_KIND_SIZE = 2,    // real number, a negative one becomes 0
+    WAVE_KIND_REAL = 3,    // real number as it stands
+};
+
+// The parameters: index name, fcurve type, file keyword, default, kind.
+#define BW_WAVE_PARAMS(X)                                                                   \
+    X(WAVE_ACTIVE, 620, "ACTIVE", 1.0f, WAVE_KIND_SWITCH)        /* 1: the wave moves points */ \
+    X(WAVE_AMPLITUDE, 621, "AMPLITUDE", 1.0f, WAVE_KIND_SIZE)    /* crest height, units */      \
+    X(WAVE_WAVELENGTH, 622, "WAVELENGTH", 4.0f, WAVE_KIND_SIZE)  /* crest to crest, units */    \
+    X(WAVE_SPEED, 623, "SPEED", 2.0f, WAVE_KIND_SIZE)            /* of the crests, units per second */ \
+    X(WAVE_DAMPING, 624, "DAMPING", 0.0f, WAVE_KIND_SIZE)        /* decay per unit of distance */ \
+    X(WAVE_START, 625, "START", 0.0f, WAVE_KIND_COUNT)           /* frame the front leaves the centre */ \
+    X(WAVE_DURATION, 626, "DURATION", 0.0f, WAVE_KIND_COUNT)     /* frames of emission, 0 forever */ \
+    X(WAVE_PLANAR, 627, "PLANAR", 0.0f, WAVE_KIND_SWITCH)        /* 1 planar, 0 circular */     \
+    X(WAVE_ONE_SHOT, 628, "ONE_SHOT", 0.0f, WAVE_KIND_SWITCH)    /* 1: a single crest travels */ \
+    X(WAVE_PHASE, 629, "PHASE", 0.0f, WAVE_KIND_REAL)            /* degrees */                  \
+    X(WAVE_DIRECTION, 630, "DIRECTION", 0.0f, WAVE_KIND_REAL)    /* planar: degrees about y from x */ \
+    X(WAVE_MOVE_X, 631, "MOVE_X", 0.0f, WAVE_KIND_SWITCH)        /* points move along the wave's x */ \
+    X(WAVE_MOVE_Y, 632, "MOVE_Y", 1.0f, WAVE_KIND_SWITCH)        /* along its y */              \
+    X(WAVE_MOVE_Z, 633, "MOVE_Z", 0.0f, WAVE_KIND_SWITCH)        /* along its z */
+
+enum WaveParam : int32_t {
+#define BW_WAVE_PARAM_ENUM(name, type, keyword, fallback, kind) name,
+    BW_WAVE_PARAMS(BW_WAVE_PARAM_ENUM)
+#undef BW_WAVE_PARAM_ENUM
+    WAVE_PARAM_COUNT
+};
+constexpr int32_t WAVE_CURVE_FIRST = 620;  // fcurve type of parameter 0; the rest follow in order
+
+struct WaveParamInfo {
+    int32_t type;          // fcurve type
+    const char *keyword;   // word of the wave file
+    float fallback;        // value of a new wave
+    WaveParamKind kind;    // how values are taken
+};
+extern const WaveParamInfo g_waveParams[WAVE_PARAM_COUNT];
+// Index of the parameter of fcurve type `type`; -1 for another type.
+int waveParamIndex(int32_t type);
+// A value brought into the parameter's kind, as the curves' own rules do.
+float waveParamTake(int param, double value);
+
+// A wave element's record (its data).
+struct Wave {
+    char *name;                          // malloc'd; null for none (NAME)
+    Model *transfo;                      // the wave's transform object: a null node, owned; 610-613 move it
+    float value[WAVE_PARAM_COUNT];       // the file's value of each parameter; stands while it has no curve
+    Fcurve *curve[WAVE_PARAM_COUNT];     // cache kept by 614 / 615: the wave's curve of each type; not owned
+    float current[WAVE_PARAM_COUNT];     // parameters at `currentTime`, set by waveUpdate
+    float currentTime;                   // seconds; -100000 before the first update
+    uint16_t bound;                      // 1 once the cache has been filled from the scene's relations
+};
+// A wave with the defaults of the table and an identity transform; null when
+// out of memory.
+Wave *waveNew(const char *name);
+void waveFree(Wave *wave);  // the transform object too; null is ignored
+
+
+// The wave's parameters at `time` from its curves (or file values) into
+// `current`. Nothing is allocated.
+void waveUpdate(Wave *wave, float time);
+// Fills the curve cache from the relations 614 / 615 of the wave's element.
+void waveBind(Dictionary *dict, int32_t waveIndex);
+// Handlers: 600 / 601 (geometry group of the model) and 614 / 615 (the
+// wave's parameter group).
+void waveRecord(UpdateRecord *record, float time, int *flags);
+void waveParamRecord(UpdateRecord *record, float time, int *flags);
+// Registers the WAVES reader of the scene load and the transform hook.
+void waveSceneInstall();

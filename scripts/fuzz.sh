@@ -7,7 +7,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-600}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -eq 0 ] && targets=(fuzz_frame fuzz_model fuzz_anim fuzz_scene fuzz_picture fuzz_camera fuzz_channel fuzz_take fuzz_expr fuzz_shape fuzz_setup)
+[ ${#targets[@]} -eq 0 ] && targets=(fuzz_frame fuzz_model fuzz_anim fuzz_scene fuzz_picture fuzz_camera fuzz_channel fuzz_take fuzz_expr fuzz_shape fuzz_setup fuzz_wave)
 
 tree="$top/build-fuzz"
 cmake -S "$top" -B "$tree" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

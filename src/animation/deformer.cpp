@@ -29,7 +29,7 @@ int withoutTime(Model *model, int slot, float (*points)[3], int32_t count, float
 #define BW_DEFORMER_KINDS(X)                              \
     X(DEFORMER_LATTICE, withoutTime<latticeApply>)        \
     X(DEFORMER_CURVE, withoutTime<curveDeformApply>)      \
-    X(DEFORMER_WAVE, nullptr)
+    X(DEFORMER_WAVE, waveApply)
 
 enum DeformerKind : int {
 #define BW_DEFORMER_KIND_ENUM(id, apply) id,

@@ -133,6 +133,9 @@ const BuiltinHandler BUILTINS[] = {
     {RELGR_GEOM, 250, 253, customDeformerRecord},
     {RELGR_GEOM, 255, 257, customDeformerRecord},
     {RELGR_GEOM, 260, 260, customDeformerRecord},
+    // Waves: the model's record marks the slot, the wave's keeps its curves.
+    {RELGR_GEOM, 600, 601, waveRecord},
+    {RELGR_PARAM, 614, 615, waveParamRecord},
 };
 
 void insert(int group, int32_t relid, UpdateHandler handler) {

@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "animation.h"
 #include "channel.h"
 #include "dictionary.h"
 #include "tol_status.h"
@@ -400,6 +401,12 @@ int channelRunList(ChannelSetup *setup, Dictionary *dict, UpdateList *list) {
     // Update.
     updatelistEval(dict, list, setup->playTime);
     channelStoreKeys(setup, list);
+    // Waves driven through this list read their parameters again at the
+    // run's time, so the points they move next follow the channels.
+    for (ChannelConnection *c = setup->connections; c; c = c->next)
+        if (c->active && c->list == list && c->itemType == CHN_TOK_WAVE)
+            if (Element *e = elemGet(dict, CHP_WAVES, c->element))
+                waveUpdate(static_cast<Wave *>(e->data), setup->playTime);
     // Write.
     if (setup->control) channelWrite(setup, drivers);
     ++setup->firstFrameCount;

@@ -36,6 +36,8 @@ TOL_Status TOL_Init(const char *resourcePath, int readDatabases, const char *sdk
     // Shapes and clusters: their chapters' readers give them to their models.
     shapeSceneInstall();
     latticeSceneInstall();
+    // Waves: their chapter's reader and the transform object their relations move.
+    waveSceneInstall();
 
     char cwd[BW_PATH_MAX];
     g_workDir = getcwd(cwd, sizeof cwd) ? cwd : "";

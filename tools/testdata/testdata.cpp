@@ -129,6 +129,12 @@ std::string tdWriteShapes(Database *db, const std::string &name, const ShapeKeys
     return finish(db, CHP_SHAPES, t, shapeFileWrite((t.stem + "." + t.suffix).c_str(), &keys));
 }
 
+std::string tdWriteWave(Database *db, const std::string &name, const Wave &wave) {
+    Target t;
+    if (!targetFor(db, CHP_WAVES, name, t)) return "";
+    return finish(db, CHP_WAVES, t, waveFileWrite((t.stem + "." + t.suffix).c_str(), wave));
+}
+
 std::string tdWriteExpressions(Database *db, const std::string &name,
                                const std::vector<ExprFileEntry> &entries) {
     Target t;

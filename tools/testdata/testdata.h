@@ -43,6 +43,9 @@ std::string tdWriteLight(Database *db, const std::string &name, const Light &lig
 std::string tdWriteAnimation(Database *db, const std::string &name, const AnimItem *items);
 // SHAPES: a ".shp" file of shape keys; the scene ties it to its model by relation 200.
 std::string tdWriteShapes(Database *db, const std::string &name, const ShapeKeys &keys);
+// WAVES: a ".wav" file of the wave; the scene ties it to the models it
+// moves by relation 600 or 601.
+std::string tdWriteWave(Database *db, const std::string &name, const Wave &wave);
 // EXPRESSIONS: an ".exp" file of named expressions; the scene names it as
 // a ROOT element and the load makes each expression an element of its own.
 std::string tdWriteExpressions(Database *db, const std::string &name,

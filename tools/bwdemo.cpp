@@ -19,6 +19,8 @@
 // driver) steers the camera. "rig" shows constraints and a path: a cube rides
 // a round track at a percentage from a curve, an arrow points at it, the
 // camera's interest follows it and a lamp stands at the lantern above it.
+// "figure" shows a chain, a skin and shape keys; "deform" a lattice, a curve
+// and a surface deformation, a wave and a setup file.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -217,6 +219,80 @@ void bindSleeve(Model *arm, Model *shoulder, Model *elbow, Model *sleeve) {
 // The figure: an arm of two bones (a chain whose hand reaches for a ball
 // going round in front of it), the sleeve that the arm's bones bend, and a
 // blob beside them whose shape cycles through three keys.
+// The deform scene's sizes: a lattice round a ball, a tube that slides
+// along an S-shaped spline, a sheet over a hill and a pond a wave crosses.
+constexpr float BLOCK_AT[3] = {-5.0f, 1.0f, 0.0f};
+constexpr float POND_SCALE = 0.25f;  // the pond's grid of 24 x 24 unit quads, made 6 x 6
+constexpr int POND_QUADS = 24;
+constexpr float POND_AT[3] = {-3.0f, 0.0f, -9.0f};
+
+// A 3 x 3 x 3 cage over the box from -0.6 to 0.6 (the unit box scaled by
+// 1.2, in the ball's frame): key 0 is the
+// cage in use, key 1 the rest grid, key 2 the top layer spread and raised.
+Lattice *makeCage() {
+    Lattice *l = static_cast<Lattice *>(calloc(1, sizeof(Lattice)));
+    l->keyCount = 3;
+    l->keys = static_cast<LatticeKey *>(calloc(3, sizeof(LatticeKey)));
+    for (int k = 0; k < 3; ++k) {
+        LatticeKey &key = l->keys[k];
+        key.kind = 1;
+        key.divisions[0] = key.divisions[1] = key.divisions[2] = 3;
+        key.pointCount = 27;
+        key.points = static_cast<float (*)[3]>(calloc(27, sizeof(float[3])));
+        key.pointFlags = static_cast<uint16_t *>(calloc(27, sizeof(uint16_t)));
+        for (int a = 0; a < 3; ++a) key.vectors[0][a] = 1.2f;  // scaling; rotation and translation 0
+        for (int i = 0; i < 27; ++i) {
+            const int x = i % 3, y = (i / 3) % 3, z = i / 9;
+            float p[3] = {-0.5f + 0.5f * x, -0.5f + 0.5f * y, -0.5f + 0.5f * z};
+            if (k == 2 && y == 2) p[0] *= 1.8f, p[2] *= 1.8f, p[1] += 0.35f;
+            if (k == 2 && y == 0) p[0] *= 0.6f, p[2] *= 0.6f;
+            for (float &c : p) c *= 1.2f;  // the cage stands in the ball's frame, as its scaling says
+            memcpy(key.points[i], p, sizeof p);
+        }
+    }
+    return l;
+}
+
+Model *makeDeformStage() {
+    Model *root = modelNew("stage", MODEL_BARE, nullptr);
+    Model *block = modelNew("block", MODEL_MESH, tdMakeSphereMesh(24, 16, 0.5f));
+    memcpy(block->translation, BLOCK_AT, sizeof BLOCK_AT);
+    // The S the tube runs along, open, through four points.
+    Spline *s = static_cast<Spline *>(calloc(1, sizeof(Spline)));
+    s->vertexCount = 4;
+    s->vertices = static_cast<SplineVertex *>(calloc(4, sizeof(SplineVertex)));
+    const float at[4][3] = {{-3.0f, 0.5f, 0}, {-1.5f, 2.5f, 0}, {0.0f, 0.5f, 0}, {1.5f, 2.5f, 0}};
+    for (int i = 0; i < 4; ++i)
+        for (int k = 0; k < 3; ++k) {
+            const float next = at[i < 3 ? i + 1 : 3][k] - at[i > 0 ? i - 1 : 0][k];
+            s->vertices[i].pos[k] = at[i][k];
+            s->vertices[i].tanOut[k] = next / 3;
+            s->vertices[i].tanIn[k] = -next / 3;
+        }
+    Model *path = modelNew("path", MODEL_SPLINE, s);
+    Model *tube = modelNew("tube", MODEL_MESH, makeSleeve(2.0f));
+    // A hill: a 5 x 5 patch in XZ with its middle raised; the sheet lies on it.
+    Patch *hill = patchMakeGrid(5, 5, 3.0f);
+    for (int i = 0; i < 25; ++i) {
+        const int u = i % 5, v = i / 5;
+        hill->cvs[i][1] += (u > 0 && u < 4 && v > 0 && v < 4) ? (u == 2 && v == 2 ? 1.6f : 0.7f) : 0.0f;
+    }
+    Model *hillNode = modelNew("hill", MODEL_PATCH, hill);
+    const float hillAt[3] = {4.0f, 0.0f, 0.0f};
+    memcpy(hillNode->translation, hillAt, sizeof hillAt);
+    Mesh *flat = tdMakeGridMesh(12, 12);
+    for (int i = 0; i < flat->vertexCount; ++i) {  // into XY, just above the surface
+        float *p = flat->vertices[i].pos;
+        p[1] = p[2], p[2] = 0.05f;
+    }
+    Model *sheet = modelNew("sheet", MODEL_MESH, flat);
+    Model *pond = modelNew("pond", MODEL_MESH, tdMakeGridMesh(POND_QUADS, POND_QUADS));
+    memcpy(pond->translation, POND_AT, sizeof POND_AT);
+    for (int k = 0; k < 3; ++k) pond->scaling[k] = POND_SCALE;
+    for (Model *child : {block, path, tube, hillNode, sheet, pond}) modelAddChild(root, child);
+    return root;
+}
+
 Model *makeFigure() {
     Model *root = modelNew("stage", MODEL_BARE, nullptr);
     Model *arm = modelNew("arm", MODEL_BARE, nullptr);
@@ -694,6 +770,76 @@ int main(int argc, char *argv[]) {
         scene.add(CHP_CAMERAS, frontFile);
         scene.add(CHP_LIGHTS, lightFile[0]);
         ok = ok && !tdWriteScene(db, "figure", scene, now - 150).empty();
+    }
+    {
+        // Deformers: the ball's lattice swings between its rest cage and a
+        // spread one (keyed deformation, 2 seconds a cycle), the tube slides
+        // along the S, the sheet lies over the hill and a wave crosses the
+        // pond from its middle. The setup file gives the play range, a violet
+        // ambient and two-sided lighting.
+        Model *stage = makeDeformStage();
+        const std::string stageFile = tdFullName(tdWriteModel(db, "deform-stage", stage));
+        modelFree(stage);
+        Lattice *cage = makeCage();
+        const std::string cageFile = tdFullName(tdWriteLattice(db, "deform-cage", *cage));
+        latticeFree(cage);
+        AnimItem *swing = chain({curve(211, 211, FCV_LINEAR, {{1, 0}, {31, 1}, {61, 0}}, FCV_EXTRA_PERIODIC)});
+        const std::string swingFile = tdFullName(tdWriteAnimation(db, "deform-block", swing));
+        animItemsFree(swing);
+        AnimItem *slide = chain({curve(230, 112, FCV_LINEAR, {{1, 0.0f}, {61, 0.6f}, {121, 0.0f}}, FCV_EXTRA_PERIODIC),
+                                 curve(230, 113, FCV_LINEAR, {{1, 0.4f}})});
+        const std::string slideFile = tdFullName(tdWriteAnimation(db, "deform-tube", slide));
+        animItemsFree(slide);
+        Wave *ripple = waveNew("ripple");
+        ripple->value[WAVE_AMPLITUDE] = 0.25f;
+        ripple->value[WAVE_WAVELENGTH] = 2.0f;
+        ripple->value[WAVE_SPEED] = 1.5f;
+        ripple->value[WAVE_DAMPING] = 0.15f;
+        ripple->transfo->translation[0] = POND_AT[0] + POND_SCALE * POND_QUADS / 2;
+        ripple->transfo->translation[2] = POND_AT[2] + POND_SCALE * POND_QUADS / 2;
+        const std::string rippleFile = tdFullName(tdWriteWave(db, "deform-ripple", *ripple));
+        waveFree(ripple);
+        SceneSetup settings;
+        settings.firstFrame = 1;
+        settings.lastFrame = 120;
+        settings.frameRate = 30.0f;
+        settings.playGiven = 1;
+        const float violet[3] = {0.35f, 0.3f, 0.45f};
+        memcpy(settings.ambient, violet, sizeof violet);
+        settings.twoSided = 1;
+        const std::string settingsFile = tdFullName(tdWriteSetup(db, "deform-look", settings));
+        Camera wide;
+        const float from[3] = {0.0f, 5.0f, 13.0f}, to[3] = {0.0f, 0.5f, -2.0f};
+        memcpy(wide.position, from, sizeof from);
+        memcpy(wide.interest, to, sizeof to);
+        const std::string wideFile = tdFullName(tdWriteCamera(db, "deform-eye", wide));
+        ok = ok && !stageFile.empty() && !cageFile.empty() && !swingFile.empty() && !slideFile.empty() &&
+             !rippleFile.empty() && !settingsFile.empty() && !wideFile.empty();
+        TdScene scene;
+        const int top = scene.add(CHP_MODELS, stageFile);
+        const char *names[] = {"deform-block.1-0", "deform-path.1-0",  "deform-tube.1-0",
+                               "deform-hill.1-0",  "deform-sheet.1-0", "deform-pond.1-0"};
+        enum { BLOCK, PATH, TUBE, HILL, SHEET, POND, NODES };
+        int node[NODES];
+        for (int i = 0; i < NODES; ++i) {
+            node[i] = scene.add(CHP_MODELS, names[i], false);
+            ok = ok && scene.relate(CHP_MODELS, node[i], CHP_MODELS, top, 110);
+        }
+        ok = ok && scene.relate(CHP_MODELS, node[BLOCK], CHP_LATTICES, scene.add(CHP_LATTICES, cageFile), 210) &&
+             scene.relate(CHP_MODELS, node[TUBE], CHP_MODELS, node[PATH], 245) &&
+             scene.relate(CHP_MODELS, node[SHEET], CHP_MODELS, node[HILL], 245) &&
+             scene.relate(CHP_MODELS, node[POND], CHP_WAVES, scene.add(CHP_WAVES, rippleFile), 600);
+        dress(scene, node[BLOCK], 0, -1);
+        dress(scene, node[TUBE], 3, -1);
+        dress(scene, node[HILL], 1, -1);
+        dress(scene, node[SHEET], 2, -1);
+        dress(scene, node[POND], 1, -1);
+        scene.add(CHP_ANIMATION, swingFile);
+        scene.add(CHP_ANIMATION, slideFile);
+        scene.add(CHP_CAMERAS, wideFile);
+        scene.add(CHP_LIGHTS, lightFile[0]);
+        scene.add(CHP_SETUP_BRAK, settingsFile);
+        ok = ok && !tdWriteScene(db, "deform", scene, now - 120).empty();
     }
     if (!ok) return 1;
     printf("Demo database written to %s\n", dbPath.c_str());

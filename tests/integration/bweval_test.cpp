@@ -230,3 +230,51 @@ TEST_F(Bweval, TheFiguresHandHoldsTheBallAndTheBlobBlendsItsKeys) {
         }
     }
 }
+
+// The deform scene, by the arithmetic of its deformers. The ball (a sphere of
+// radius 0.5, its top pole the first point) sits in a 3 x 3 x 3 cage over the
+// box from -0.6 to 0.6; the key curve swings from the rest cage (key 1) at
+// frame 1 to key 2 at frame 31, whose top layer stands 0.35 x 1.2 higher, so
+// the pole, 0.8333 of the way from the middle layer to the top one, rises by
+// that weight of the top layer's move. A wave of amplitude 0.25, wavelength 2
+// and speed 1.5 leaves the pond's middle at frame 0: the middle point moves
+// by 0.25 sin(-2 pi 1.5 t / 2), four times that in the pond's own frame
+// (scaled by 0.25). The tube slides along its path: it moves.
+TEST_F(Bweval, TheDeformScenesLatticeAndWaveMoveByTheirArithmetic) {
+    bwtest::RunResult r = bwtest::runProgram(
+        BW_BWEVAL_BIN,
+        {"-R", BW_RSRC_DIR, "demo", "deform", "--frames", "1:31:15", "--points", "deform-block", "--points",
+         "deform-pond", "--points", "deform-tube", "--points", "deform-sheet"},
+        dir.path(), {"BW_DBDIR"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto points = parsePoints(r.out);
+    ASSERT_EQ(points.size(), 3u);
+    const double weight = ((0.5 / 1.2) + 0.5) / 0.5 - 1.0;  // place between the middle and the top layer
+    const double rise = 0.35 * 1.2;
+    const std::map<int, double> keyPosition = {{1, 0.0}, {16, 0.5}, {31, 1.0}};
+    for (const auto &[frame, position] : keyPosition) {
+        const auto &pole = points[frame]["deform-block"].at(0);
+        EXPECT_NEAR(pole[0], 0.0, 1e-5) << frame;
+        EXPECT_NEAR(pole[1], 0.5 + position * weight * rise, 1e-4) << frame;
+        EXPECT_NEAR(pole[2], 0.0, 1e-5) << frame;
+    }
+    for (int frame : {16, 31}) {
+        const double t = frame / 30.0;
+        const double height = 4 * 0.25 * std::sin(2 * M_PI * (0.0 - 1.5 * t) / 2.0);
+        bool found = false;
+        for (const auto &p : points[frame]["deform-pond"])
+            if (std::fabs(p[0] - 12) < 1e-5 && std::fabs(p[2] - 12) < 1e-5) {
+                EXPECT_NEAR(p[1], height, 1e-3) << frame;
+                found = true;
+            }
+        EXPECT_TRUE(found) << frame;
+    }
+    EXPECT_GT(std::fabs(points[31]["deform-tube"].at(0)[0] - points[1]["deform-tube"].at(0)[0]), 0.5);
+    // The sheet lies on the hill: above the ground everywhere, highest over its middle.
+    double top = -1;
+    for (const auto &p : points[31]["deform-sheet"]) {
+        EXPECT_GE(p[1], 0.0);
+        top = std::max(top, p[1]);
+    }
+    EXPECT_GT(top, 1.0);
+}

@@ -282,3 +282,25 @@ TEST_F(Draw, TheSetupFilesAmbientColourLightsAFace) {
     EXPECT_NEAR(centre[1], 64, 3);
     EXPECT_NEAR(centre[2], 191, 3);
 }
+
+// The deform scene's geometry changes between frames 1 and 31 in wireframe,
+// shaded and textured display alike: the lattice swings the ball, the tube
+// slides along its path and the wave crosses the pond.
+TEST_F(Draw, TheDeformSceneChangesItsGeometryInEveryDisplayMode) {
+    RunResult made = bwtest::runProgram(BW_BWDEMO_BIN, {dir.path()}, dir.path());
+    ASSERT_EQ(made.status, 0) << made.err;
+    for (const char *mode : {"1", "2", "3"}) {
+        RunResult r = run("at 2\nkey Right\nsnapshot first.png\nat 31\nsnapshot later.png\nat 32\nkey Escape\n",
+                          {"-D", "demo", "-S", "deform", "-d", mode});
+        ASSERT_EQ(r.status, 0) << r.out << r.err;
+        bwtest::Image first = shot("first.png"), later = shot("later.png");
+        int changed = 0, litCount = 0;
+        for (size_t i = 0; i < first.rgb.size(); i += 3) {
+            litCount += lit(&first.rgb[i]);
+            changed += std::abs(first.rgb[i] - later.rgb[i]) + std::abs(first.rgb[i + 1] - later.rgb[i + 1]) +
+                           std::abs(first.rgb[i + 2] - later.rgb[i + 2]) > 30;
+        }
+        EXPECT_GT(litCount, 2000) << "mode " << mode;
+        EXPECT_GT(changed, 1000) << "mode " << mode;
+    }
+}

@@ -135,6 +135,18 @@ std::string tdWriteWave(Database *db, const std::string &name, const Wave &wave)
     return finish(db, CHP_WAVES, t, waveFileWrite((t.stem + "." + t.suffix).c_str(), wave));
 }
 
+std::string tdWriteLattice(Database *db, const std::string &name, const Lattice &lattice) {
+    Target t;
+    if (!targetFor(db, CHP_LATTICES, name, t)) return "";
+    return finish(db, CHP_LATTICES, t, latticeFileWrite((t.stem + "." + t.suffix).c_str(), lattice, nullptr));
+}
+
+std::string tdWriteSetup(Database *db, const std::string &name, const SceneSetup &setup) {
+    Target t;
+    if (!targetFor(db, CHP_SETUP_BRAK, name, t)) return "";
+    return finish(db, CHP_SETUP_BRAK, t, sceneSetupWrite((t.stem + "." + t.suffix).c_str(), setup));
+}
+
 std::string tdWriteExpressions(Database *db, const std::string &name,
                                const std::vector<ExprFileEntry> &entries) {
     Target t;

@@ -46,6 +46,10 @@ std::string tdWriteShapes(Database *db, const std::string &name, const ShapeKeys
 // WAVES: a ".wav" file of the wave; the scene ties it to the models it
 // moves by relation 600 or 601.
 std::string tdWriteWave(Database *db, const std::string &name, const Wave &wave);
+// A lattice file (.lat) of the keys of `lattice`, in chapter LATTICES.
+std::string tdWriteLattice(Database *db, const std::string &name, const Lattice &lattice);
+// A scene setup file (.sts) in chapter SETUP_BRAK.
+std::string tdWriteSetup(Database *db, const std::string &name, const SceneSetup &setup);
 // EXPRESSIONS: an ".exp" file of named expressions; the scene names it as
 // a ROOT element and the load makes each expression an element of its own.
 std::string tdWriteExpressions(Database *db, const std::string &name,

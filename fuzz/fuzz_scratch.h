@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "tol_status.h"
+
 namespace fuzz {
 
 inline std::string &scratchDir() {
@@ -38,6 +40,15 @@ inline void scratchInit(const char *target) {
     }
     scratchDir() = pattern;
     atexit(scratchRemove);
+}
+
+// The start of a file reader's target: damaged input is the normal case, so
+// reports below errors are off and standard output (where some readers print
+// a line per damaged record) goes nowhere; libFuzzer reports on stderr.
+inline void readerInit(const char *target) {
+    tol_setMinimumClass(TOL_CLASS_MODE + 1);
+    if (!freopen("/dev/null", "w", stdout)) abort();
+    scratchInit(target);
 }
 
 // The path of `name` in the scratch directory.

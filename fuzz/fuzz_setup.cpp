@@ -17,8 +17,7 @@ std::string g_in, g_out;  // the input's file and the written one
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    tol_setMinimumClass(TOL_CLASS_MODE + 1);  // bad values are reported: the normal case here
-    fuzz::scratchInit("fuzz_setup");
+    fuzz::readerInit("fuzz_setup");
     g_in = fuzz::scratch("in.sts");
     g_out = fuzz::scratch("out.sts");
     return 0;

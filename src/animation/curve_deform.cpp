@@ -270,28 +270,18 @@ int driverSet(Model *model, Model *driver) {
     return slot;
 }
 
-// Deforms a model's points at once, from its rest copy unless another writer
-// moved them since the last deformation.
-void deformNow(Model *model, int slot) {
-    ModelDeformers *deformers = model->deformers;
-    if (!modelRestPoints(model)) return;
-    if (model->geometryStamp == deformers->appliedStamp) modelRestore(model);
-    const int32_t count = geometryPointCount(model->type, model->geometry.any);
-    std::vector<float> xyz(static_cast<size_t>(count) * 3);
-    geometryPositionsRead(model->type, model->geometry.any, xyz.data());
-    if (!curveDeformApply(model, slot, reinterpret_cast<float (*)[3]>(xyz.data()), count)) return;
-    geometryPositionsWrite(model->type, model->geometry.any, xyz.data());
-    modelGeometryChanged(model);
-    deformers->appliedStamp = model->geometryStamp;
-}
-
-void descendantsDeform(Model *model, Model *driver) {
+// Each descendant is deformed at once through its own slot, as its -200
+// would: from its rest copy unless another writer moved its points.
+void descendantsDeform(Model *model, Model *driver, float time) {
     for (Model *child = model->firstChild; child; child = child->nextSibling) {
         if (child != driver) {
             const int slot = driverSet(child, driver);
-            if (slot >= 0) deformNow(child, slot);
+            if (slot >= 0) {
+                deformSlotMark(child->deformers, slot, nullptr);
+                deformersApplyNow(child, time);
+            }
         }
-        descendantsDeform(child, driver);
+        descendantsDeform(child, driver, time);
     }
 }
 
@@ -325,8 +315,7 @@ void curveDeformRecord(UpdateRecord *record, float, int *flags) {
     if (!model || record->chapter != CHP_MODELS || !curveDeformDriver(driver) || driver == model) return;
     const int slot = driverSet(model, driver);
     if (slot < 0) return;
-    model->deformers->slot[slot].pending = 1;
-    if (flags) *flags = slot == DEFORM_SLOT_GLOBAL ? DEFORM_FLAG_GLOBAL : DEFORM_FLAG_LOCAL;
+    deformSlotMark(model->deformers, slot, flags);
 }
 
 void constraintDeformation(UpdateRecord *record, float time, int *flags) {
@@ -337,7 +326,7 @@ void constraintDeformation(UpdateRecord *record, float time, int *flags) {
     Model *model = static_cast<Model *>(record->data);
     Model *driver = recordDriver(record);
     if (!model || record->chapter != CHP_MODELS || !curveDeformDriver(driver)) return;
-    descendantsDeform(model, driver);
+    descendantsDeform(model, driver, time);
 }
 
 void customDeformerRecord(UpdateRecord *, float, int *) {}

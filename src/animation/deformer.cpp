@@ -57,19 +57,6 @@ void blockInit(DeformerBlock *block) {
     deformerBlockRecompute(block);
 }
 
-// The slot a relation works on: the second of each pair is the global form.
-int slotOf(int32_t relation) {
-    switch (relation) {
-        case 215: case 216: case 221: case 231: return DEFORM_SLOT_GLOBAL;
-        default: return DEFORM_SLOT_LOCAL;
-    }
-}
-
-void markPending(ModelDeformers *deformers, int slot, int *flags) {
-    deformers->slot[slot].pending = 1;
-    if (flags) *flags = slot == DEFORM_SLOT_GLOBAL ? DEFORM_FLAG_GLOBAL : DEFORM_FLAG_LOCAL;
-}
-
 // The positions of a model while -200 works on them. One buffer per thread,
 // grown to the largest model, so a frame allocates nothing.
 float (*scratchPoints(int32_t count))[3] {
@@ -211,6 +198,22 @@ void deformerBlockRecompute(DeformerBlock *block) {
     block->falloff = std::isnan(strength) ? 0.0f : std::clamp(strength, 0.0f, 1.0f);
 }
 
+int deformSlotOf(int32_t relation) {
+    switch (relation) {
+        case 215: case 216: case 221: case 231: case 601: return DEFORM_SLOT_GLOBAL;
+        default: return DEFORM_SLOT_LOCAL;
+    }
+}
+
+void deformSlotMark(ModelDeformers *deformers, int slot, int *flags) {
+    deformers->slot[slot].pending = 1;
+    if (flags) *flags = slot == DEFORM_SLOT_GLOBAL ? DEFORM_FLAG_GLOBAL : DEFORM_FLAG_LOCAL;
+}
+
+void deformersApplyNow(Model *model, float time) {
+    if (model && model->deformers) applyPending(model, model->deformers, time);
+}
+
 // ---------------------------------------------------------------------------
 // The record -200
 
@@ -243,17 +246,17 @@ void evalDeformKeyPosition(UpdateRecord *record, float time, int *) {
     double value = 0.0;
     if (!model || !firstCurveValue(record, time, &value)) return;
     ModelDeformers *deformers = modelDeformersOf(model);
-    if (deformers) deformers->slot[slotOf(record->relation)].keyPosition = static_cast<float>(value);
+    if (deformers) deformers->slot[deformSlotOf(record->relation)].keyPosition = static_cast<float>(value);
 }
 
 void evalKeyedDeformation(UpdateRecord *record, float, int *flags) {
     Model *model = static_cast<Model *>(record->data);
     if (!model || record->sourceCount < 1 || !record->sources[0].data || !model->deformers) return;
-    const int slot = slotOf(record->relation);
+    const int slot = deformSlotOf(record->relation);
     DeformSlotData &s = model->deformers->slot[slot];
     Lattice *lattice = s.lattice;
     if (!lattice || lattice->keyCount < 1 || !lattice->keys) return;
-    markPending(model->deformers, slot, flags);
+    deformSlotMark(model->deformers, slot, flags);
     if (!groupHasKeyCurve(record)) return;
     const int32_t n = lattice->keyCount;
     const double v = s.keyPosition;
@@ -276,10 +279,10 @@ void evalDeformerBlock(UpdateRecord *record, float time, int *flags) {
     Model *model = static_cast<Model *>(record->data);
     ModelDeformers *deformers = modelDeformersOf(model);
     if (!deformers) return;
-    const int slot = slotOf(record->relation);
+    const int slot = deformSlotOf(record->relation);
     const bool lattice = record->relation == 220 || record->relation == 221;
     DeformerBlock &block = lattice ? deformers->slot[slot].latticeBlock : deformers->slot[slot].curveBlock;
-    markPending(deformers, slot, flags);
+    deformSlotMark(deformers, slot, flags);
     const uint8_t *driven = expressionDriven(record);
     for (int i = 0; i < record->sourceCount; ++i) {
         const UpdateSource &src = record->sources[i];

@@ -57,6 +57,14 @@ void evalTexture2DParam(UpdateRecord *record, float time, int *flags);    // 511
 void evalSceneGlobal(UpdateRecord *record, float time, int *flags);       // 3000 to 3003, 3030 to 3035
 // Deformers of the geometry group: parameters and list flags, then -200.
 void deformersGeometryEnd(UpdateRecord *record, float time, int *flags);  // body of -200
+// The slot a deformer relation works on: the second of each pair (215, 216,
+// 221, 231, 601) is the global form.
+int deformSlotOf(int32_t relation);
+// A record of the slot ran: -200 applies the slot, and the walk's word says
+// which form spoke last.
+void deformSlotMark(ModelDeformers *deformers, int slot, int *flags);
+// Rewrites the model's points now by every pending slot, as -200 does.
+void deformersApplyNow(Model *model, float time);
 void evalDeformKeyPosition(UpdateRecord *record, float time, int *flags); // 211, 216
 void evalKeyedDeformation(UpdateRecord *record, float time, int *flags);  // 210, 215
 void evalDeformerBlock(UpdateRecord *record, float time, int *flags);     // 220, 221, 230, 231

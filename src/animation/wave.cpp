@@ -149,11 +149,9 @@ void waveRecord(UpdateRecord *record, float time, int *flags) {
     if (wave->current[WAVE_ACTIVE] <= 0.0f) return;
     ModelDeformers *deformers = modelDeformersOf(model);
     if (!deformers) return;
-    const bool local = record->relation == 600;
-    DeformSlotData &slot = deformers->slot[local ? DEFORM_SLOT_LOCAL : DEFORM_SLOT_GLOBAL];
-    slot.wave = wave;
-    slot.pending = 1;
-    if (flags) *flags = local ? DEFORM_FLAG_LOCAL : DEFORM_FLAG_GLOBAL;
+    const int slot = deformSlotOf(record->relation);
+    deformers->slot[slot].wave = wave;
+    deformSlotMark(deformers, slot, flags);
 }
 
 int waveApply(Model *model, int slot, float (*points)[3], int32_t count, float time) {

@@ -703,6 +703,7 @@ enum SetupTexInterpolation : int32_t {
 struct SetupLine {
     int32_t section = -1;             // section it was read in (index of the section table); -1 before any
     std::vector<std::string> tokens;  // keyword first, then its values
+    bool operator==(const SetupLine &) const = default;
 };
 
 struct SceneSetup {
@@ -726,6 +727,7 @@ struct SceneSetup {
     int32_t texTiling = 0;        // TXT_DPY_TILING: 1 textures tiled in the image
     int32_t texMirror = 0;        // TXT_DPY_MIRROR: 1 tiles mirrored
     std::vector<SetupLine> lines; // the other keyword lines, in the order read
+    bool operator==(const SceneSetup &) const = default;
 };
 
 // Section names of the file, in the order a written file has them.
@@ -736,5 +738,6 @@ int sceneSetupSectionCount();
 // leaves the record as it was and gives 0; otherwise the settings read
 // replace theirs, the kept lines are replaced, and the result is 1.
 int sceneSetupRead(const char *path, SceneSetup *setup);
-// Writes the header, each section's settings and kept lines. 1 or 0.
+// Writes the header, each section's settings and kept lines; the play control
+// only when the file gave one (playGiven). 1 or 0.
 int sceneSetupWrite(const char *path, const SceneSetup &setup);

@@ -371,9 +371,9 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
 // clear takes its colour too. A setup file gives the light model alone. A
 // block neither touched leaves the viewer's own settings alone.
 static void sceneGlobalsTake(const SceneGlobals &g, BW_GraphicProps *gprops) {
-    if (g.revision == 0 && g.lightingGiven) grLightModelSet(g);
-    if (g.revision == 0) return;
+    if (g.revision == 0 && !g.lightingGiven) return;
     grLightModelSet(g);
+    if (g.revision == 0) return;  // the fog is the curves' alone
     gprops->fogEnable = g.fogEnable;
     gprops->fogStart = g.fogStart;
     gprops->fogEnd = g.fogEnd;

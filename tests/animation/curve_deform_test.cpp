@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "animation.h"
+#include "scene_fixture.h"
 #include "dictionary.h"
 #include "geometry.h"
 #include "model.h"
@@ -229,12 +230,7 @@ TEST_F(CurveDeform, TheRecordNamesTheDriverInTheSlotOfItsBlockAndMarksItPending)
     UpdateHandler handler = updateHandlerFind(RELGR_GEOM, 245);
     ASSERT_NE(handler, nullptr);
     UpdateSource source{CHP_MODELS, RELGR_GEOM, 0, line, 1, nullptr};
-    UpdateRecord record{};
-    record.chapter = CHP_MODELS;
-    record.data = m;
-    record.relation = 245;
-    record.sourceCount = 1;
-    record.sources = &source;
+    UpdateRecord record = recordFor(CHP_MODELS, m, 245, &source, 1);
 
     // No block written: the local slot.
     int flags = 0;
@@ -279,12 +275,7 @@ TEST_F(CurveDeform, TheRecursiveFormDeformsEachDescendantAtOnceFromItsRestEveryF
     UpdateHandler handler = updateHandlerFind(RELGR_GEOM, 246);
     ASSERT_NE(handler, nullptr);
     UpdateSource source{CHP_MODELS, RELGR_GEOM, 0, line, 1, nullptr};
-    UpdateRecord record{};
-    record.chapter = CHP_MODELS;
-    record.data = m;
-    record.relation = 246;
-    record.sourceCount = 1;
-    record.sources = &source;
+    UpdateRecord record = recordFor(CHP_MODELS, m, 246, &source, 1);
     for (int frame = 0; frame < 2; ++frame) {
         int flags = 0;
         handler(&record, 0.0f, &flags);

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
 #include <string>
 
 #include "animation.h"
@@ -50,12 +49,6 @@ std::string latticeFile(float lift) {
     return b.data;
 }
 
-void writeInChapter(Database *db, int chapter, const std::string &fullName, const std::string &bytes) {
-    dbSetChapter(*db, g_chapterTable[chapter].dir);
-    std::ofstream out(db->chapterPath + fullName + "." + g_chapterTable[chapter].suffix, std::ios::binary);
-    out << bytes;
-}
-
 class LatticeScene : public bwtest::LayerTest {};
 
 TEST_F(LatticeScene, LatticeFileDeformsItsModelThroughTheUpdateList) {
@@ -71,8 +64,8 @@ TEST_F(LatticeScene, LatticeFileDeformsItsModelThroughTheUpdateList) {
         std::string path = tdWriteModel(db, "ball", m);
         modelFree(m);
         const int model = scene.add(CHP_MODELS, tdFullName(path));
-        writeInChapter(db, CHP_LATTICES, "cage.1-0", latticeFile(1.0f));
-        writeInChapter(db, CHP_LATTICES, "orphan.1-0", latticeFile(0.0f));
+        tdWriteBytes(db, CHP_LATTICES, "cage.1-0", latticeFile(1.0f));
+        tdWriteBytes(db, CHP_LATTICES, "orphan.1-0", latticeFile(0.0f));
         orphanPath = db->chapterPath + "orphan.1-0.lat";
         const int cage = scene.add(CHP_LATTICES, "cage.1-0");
         scene.add(CHP_LATTICES, "orphan.1-0");

@@ -13,6 +13,18 @@
 #include "model.h"
 #include "animation.h"
 
+// A record of `relation` for `data` with its sources, as a walk hands it to
+// the relation's handler.
+inline UpdateRecord recordFor(int chapter, void *data, int32_t relation, UpdateSource *sources, int16_t count) {
+    UpdateRecord record{};
+    record.chapter = static_cast<int16_t>(chapter);
+    record.data = data;
+    record.relation = relation;
+    record.sourceCount = count;
+    record.sources = sources;
+    return record;
+}
+
 class SceneTest : public ::testing::Test {
 protected:
     void SetUp() override {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -83,12 +82,6 @@ std::string clusterFile() {
     return b.data;
 }
 
-void writeInChapter(Database *db, int chapter, const std::string &fullName, const std::string &bytes) {
-    dbSetChapter(*db, g_chapterTable[chapter].dir);
-    std::ofstream out(db->chapterPath + fullName + "." + g_chapterTable[chapter].suffix, std::ios::binary);
-    out << bytes;
-}
-
 Fcurve *line(int32_t type, std::vector<std::pair<float, float>> frames) {
     Fcurve *c = fcurveCreate(type, 0);
     for (auto [frame, value] : frames) {
@@ -111,10 +104,10 @@ void writeMorphDatabase(const bwtest::TempDir &dir) {
     std::string path = tdWriteModel(db, "morph", m);
     modelFree(m);
     const int model = scene.add(CHP_MODELS, tdFullName(path));
-    writeInChapter(db, CHP_SHAPES, "morphkeys.1-0", shapeFile());
-    writeInChapter(db, CHP_CLUSTERS, "lift.1-0", clusterFile());
-    writeInChapter(db, CHP_CLUSTERS, "orphan.1-0", clusterFile());
-    writeInChapter(db, CHP_SHAPES, "broken.1-0", "not a shape file");
+    tdWriteBytes(db, CHP_SHAPES, "morphkeys.1-0", shapeFile());
+    tdWriteBytes(db, CHP_CLUSTERS, "lift.1-0", clusterFile());
+    tdWriteBytes(db, CHP_CLUSTERS, "orphan.1-0", clusterFile());
+    tdWriteBytes(db, CHP_SHAPES, "broken.1-0", "not a shape file");
     const int shapes = scene.add(CHP_SHAPES, "morphkeys.1-0");
     const int lift = scene.add(CHP_CLUSTERS, "lift.1-0");
     scene.add(CHP_CLUSTERS, "orphan.1-0");

@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "animation.h"
+#include "scene_fixture.h"
 #include "dictionary.h"
 #include "model.h"
 
@@ -190,12 +191,7 @@ TEST_F(WaveTest, CurvesOverrideTheFileValuesAndFollowTheirTypeRules) {
     UpdateSource sources[3] = {{CHP_ANIMATION, RELGR_PARAM, 0, amplitude, 1, nullptr},
                                {CHP_ANIMATION, RELGR_PARAM, 1, active, 1, nullptr},
                                {CHP_ANIMATION, RELGR_PARAM, 2, empty, 1, nullptr}};
-    UpdateRecord record{};
-    record.chapter = CHP_WAVES;
-    record.data = wave;
-    record.relation = 614;
-    record.sourceCount = 3;
-    record.sources = sources;
+    UpdateRecord record = recordFor(CHP_WAVES, wave, 614, sources, 3);
     updateHandlerFind(RELGR_PARAM, 614)(&record, 0.5f, nullptr);
     EXPECT_EQ(wave->curve[WAVE_AMPLITUDE], amplitude);
     EXPECT_EQ(wave->curve[WAVE_ACTIVE], active);
@@ -216,12 +212,7 @@ TEST_F(WaveTest, CurvesOverrideTheFileValuesAndFollowTheirTypeRules) {
 
 TEST_F(WaveTest, RecordsSetTheSlotTheFlagAndPending) {
     UpdateSource source{CHP_WAVES, RELGR_TRANSFO, 0, wave, 1, nullptr};
-    UpdateRecord record{};
-    record.chapter = CHP_MODELS;
-    record.data = model;
-    record.sourceCount = 1;
-    record.sources = &source;
-    record.relation = 600;
+    UpdateRecord record = recordFor(CHP_MODELS, model, 600, &source, 1);
     int flags = 0;
     updateHandlerFind(RELGR_GEOM, 600)(&record, 0.5f, &flags);
     EXPECT_EQ(flags, DEFORM_FLAG_LOCAL);
@@ -257,12 +248,7 @@ TEST_F(WaveTest, TransformRecordsMoveTheWavesTransformObject) {
     waveSceneInstall();
     Fcurve *tx = curve(139, 0, 0, 1, 4);
     UpdateSource source{CHP_ANIMATION, RELGR_PARAM, 0, tx, 1, nullptr};
-    UpdateRecord record{};
-    record.chapter = CHP_WAVES;
-    record.data = wave;
-    record.relation = 613;
-    record.sourceCount = 1;
-    record.sources = &source;
+    UpdateRecord record = recordFor(CHP_WAVES, wave, 613, &source, 1);
     updateHandlerFind(RELGR_TRANSFO, 613)(&record, 0.5f, nullptr);
     record.relation = REL_WAVE_HIERARCHY_STEP;
     record.sourceCount = 0;

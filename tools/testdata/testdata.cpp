@@ -135,6 +135,14 @@ std::string tdWriteWave(Database *db, const std::string &name, const Wave &wave)
     return finish(db, CHP_WAVES, t, waveFileWrite((t.stem + "." + t.suffix).c_str(), wave));
 }
 
+void tdWriteBytes(Database *db, int chapter, const std::string &fullName, const std::string &bytes) {
+    dbSetChapter(*db, g_chapterTable[chapter].dir);
+    FILE *f = fopen((db->chapterPath + fullName + "." + g_chapterTable[chapter].suffix).c_str(), "wb");
+    if (!f) return;
+    fwrite(bytes.data(), 1, bytes.size(), f);
+    fclose(f);
+}
+
 std::string tdWriteLattice(Database *db, const std::string &name, const Lattice &lattice) {
     Target t;
     if (!targetFor(db, CHP_LATTICES, name, t)) return "";

@@ -46,6 +46,9 @@ std::string tdWriteShapes(Database *db, const std::string &name, const ShapeKeys
 // WAVES: a ".wav" file of the wave; the scene ties it to the models it
 // moves by relation 600 or 601.
 std::string tdWriteWave(Database *db, const std::string &name, const Wave &wave);
+// `bytes` as the file of element `fullName` in `chapter`, as they stand:
+// files of other writers, written by a test field by field.
+void tdWriteBytes(Database *db, int chapter, const std::string &fullName, const std::string &bytes);
 // A lattice file (.lat) of the keys of `lattice`, in chapter LATTICES.
 std::string tdWriteLattice(Database *db, const std::string &name, const Lattice &lattice);
 // A scene setup file (.sts) in chapter SETUP_BRAK.

@@ -324,6 +324,7 @@ void readPlay(SceneSetup &s, const char *kw, const Values &v, const std::string 
     }
 }
 void writePlay(FILE *f, const SceneSetup &s, const char *kw) {
+    if (!s.playGiven) return;  // the scene file's play control stands: write back what was read
     fprintf(f, "%s FRAME %d %d %d %d PAUSE %d RATE %.9g EndOfPLAYCTRL\n", kw, s.firstFrame,
             s.lastFrame, s.currentFrame, s.frameStep, s.pause, static_cast<double>(s.frameRate));
 }

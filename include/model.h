@@ -40,6 +40,7 @@ enum ModelKind : int32_t {
     MODEL_KIND_EFFECTOR = 3,       // chain effector (type 0)
     MODEL_KIND_EFFECTOR_2 = 4,     // chain effector of the second form
     MODEL_KIND_DYNAMIC = 12,       // object under dynamics
+    MODEL_KIND_INSTANCE = 15,      // instance: drawn without strips, yellow in wire, never culled
 };
 constexpr int32_t MODEL_TYPE_NULL = 0;   // Model::type of a null node
 constexpr int32_t MODEL_TYPE_JOINT = 5;  // Model::type of a chain joint

@@ -51,6 +51,10 @@ struct ViewModelRecord {
 // Builds the bounds of every root entry of the dictionary's models and their
 // trees. Returns the number of entries given a record.
 int boundsBuild(Dictionary *dict);
+// Makes every instance of the scene a model of its own: drawn through strips
+// in its own colours and boxed for culling like any model. Its display form
+// is made again at the next preprocess. Returns the number expanded.
+int instancesExpand(Dictionary *dict);
 // The record of a models entry; null when the bounds build never saw it.
 ViewModelRecord *viewModelRecord(const Dictionary *dict, int32_t index);
 // The model's own box in its local coordinates. 1 when its geometry has

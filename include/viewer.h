@@ -119,8 +119,9 @@ struct ViewerOptions {
 // -a, -d and -l: 1 when `letter` is one of them, with its argument applied.
 int viewerDisplayOption(int letter, const char *arg, BW_GraphicProps *gprops, int *patchLod);
 // Bounds for culling, display mode and colour of every model; returns the
-// scene's first camera (null without one). Leaves the scene current.
-TOL_Elem *viewerPrepareScene(TOL_Scene *scene);
+// scene's first camera (null without one). Leaves the scene current. With
+// `expandInstances` (-e) its instances first become models of their own.
+TOL_Elem *viewerPrepareScene(TOL_Scene *scene, int expandInstances);
 // Sets the camera's aspect (width / height), keeping the current scene.
 void viewerSceneAspect(TOL_Scene *scene, TOL_Elem *camera, float aspect);
 // Time in seconds of a frame at the scene's frame rate (30 when it has none).

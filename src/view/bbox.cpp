@@ -136,7 +136,7 @@ void ownBox(const Dictionary *dict, Model *m, ViewModelRecord &r, int parentAnim
     const Element *e = elemGet(const_cast<Dictionary *>(dict), CHP_MODELS, m->elementIndex);
     Motion motion = e ? modelMotion(e, m->elementIndex) : CHANGING;
     // References and instances would need their master's box.
-    if (m->type == MODEL_REF || m->kind == 15) motion = MOVING;
+    if (m->type == MODEL_REF || m->kind == MODEL_KIND_INSTANCE) motion = MOVING;
     if (motion == MOVING) b.animated = 1;
     if (motion != STATIC) return;
     float lo[3], hi[3];
@@ -255,6 +255,20 @@ int boundsBuild(Dictionary *dict) {
     }
     int count = 0;
     for (const ViewModelRecord &r : records) count += r.hasBounds;
+    return count;
+}
+
+int instancesExpand(Dictionary *dict) {
+    Chapter *list = dictChapter(dict, CHP_MODELS);
+    int count = 0;
+    for (int32_t i = 0; list && i < list->elementCount; ++i) {
+        const Element &e = list->elements[i];
+        Model *m = static_cast<Model *>(e.data);
+        if (e.deleted != ELEM_LIVE || !m || m->kind != MODEL_KIND_INSTANCE) continue;
+        m->kind = MODEL_KIND_NONE;
+        m->displayFlags |= MODEL_GEOMETRY_STALE;
+        ++count;
+    }
     return count;
 }
 

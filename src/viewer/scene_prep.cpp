@@ -30,9 +30,11 @@ int viewerDisplayOption(int letter, const char *arg, BW_GraphicProps *gprops, in
     }
 }
 
-TOL_Elem *viewerPrepareScene(TOL_Scene *scene) {
+TOL_Elem *viewerPrepareScene(TOL_Scene *scene, int expandInstances) {
     TOL_sceneSetCurrent(scene);
-    boundsBuild(dictGet(static_cast<int>(scene->dict)));
+    Dictionary *dict = dictGet(static_cast<int>(scene->dict));
+    if (expandInstances) instancesExpand(dict);
+    boundsBuild(dict);
     static const float colour[3] = {0.1f, 0.7f, 0.1f};
     TOL_Elem model;
     for (TOL_Elem *m = TOL_elemGetFirstInChap(scene->dict, CHP_MODELS, 0, &model); m;

@@ -143,7 +143,7 @@ int viewerStartup(const ViewerOptions &o) {
     glbVar.listEnable = 0;
     viewer.gprops.stereoEye = 0;
 
-    for (int i = 0; i < viewer.processCount; ++i) viewer.camera[i] = viewerPrepareScene(&viewer.sceneCtx[i]);
+    for (int i = 0; i < viewer.processCount; ++i) viewer.camera[i] = viewerPrepareScene(&viewer.sceneCtx[i], static_cast<int>(viewer.expandInstances));
     viewerSetAspect(static_cast<float>(o.width) / static_cast<float>(o.height > 0 ? o.height : 1));
     // What key R goes back to.
     for (int i = 0; i < viewer.processCount; ++i)

@@ -175,6 +175,38 @@ TEST_F(Draw, CubeCoversItsProjectionShadedWireAndMatte) {
         }
 }
 
+// An instance shows its lines in yellow and no faces (it has no strips of its
+// own); with -e it is a model of its own: grey lines, and faces that fill the
+// cube's projection.
+TEST_F(Draw, ExpandedInstancesDrawAsModelsOfTheirOwn) {
+    Model *cube = modelNew("cube", MODEL_MESH, meshMakeCube(1.0f));
+    cube->rotation[1] = CUBE_TURN;
+    for (int k = 0; k < 3; ++k) cube->translation[k] = cubeAt[k];
+    cube->kind = MODEL_KIND_INSTANCE;
+    writeScene(cube, {});
+    const std::string script = "at 3\nsnapshot shaded.png\nat 4\nkey w\nat 6\nsnapshot wire.png\nat 7\nkey Escape\n";
+    auto colours = [&](const char *name) {
+        std::set<int> seen;
+        bwtest::Image image = shot(name);
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x)
+                if (lit(image.at(x, y))) seen.insert(image.at(x, y)[0] << 16 | image.at(x, y)[1] << 8 | image.at(x, y)[2]);
+        return seen;
+    };
+    RunResult r = run(script);
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_EQ(colours("wire.png"), std::set<int>{0xFFFF00});
+    EXPECT_TRUE(colours("shaded.png").empty());
+
+    r = run(script, {"-e"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    for (int c : colours("wire.png")) {
+        const int red = c >> 16, green = c >> 8 & 255, blue = c & 255;
+        ASSERT_TRUE(red == green && green == blue && red >= 120 && red <= 136) << std::hex << c;
+    }
+    expectNear(litRect(shot("shaded.png")), projectedCube());
+}
+
 TEST_F(Draw, CullingKeepsThePictureAndSaysWhatItPruned) {
     // A row of cubes in sight and two far to the sides, under one group.
     Model *row = modelNew("row", MODEL_BARE, nullptr);

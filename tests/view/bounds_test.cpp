@@ -145,3 +145,23 @@ TEST_F(Bounds, SceneBoxCountsShownSurfacesOnly) {
     EXPECT_EQ(TOL_scnGetBbox(&scene, nullptr, 0, nullptr, hi), 16);
     EXPECT_NE(out.out.text().find("TOL_scnGetBbox(): bbmin:"), std::string::npos);
 }
+
+// An instance is never boxed (it would need its master's box); expanded with
+// -e it is a model of its own, boxed like any other and remade for the draw.
+TEST_F(Bounds, ExpandedInstancesAreBoxedAsTheirOwnModels) {
+    int instance = model("instance", -1, true, 4);
+    int plain = model("plain", -1, true);
+    node(instance)->kind = MODEL_KIND_INSTANCE;
+    build();
+    EXPECT_EQ(bounds(instance).animated, 1);
+    EXPECT_EQ(bounds(instance).ownState, BOUNDS_NONE);
+
+    EXPECT_EQ(instancesExpand(dict), 1);
+    EXPECT_EQ(node(instance)->kind, MODEL_KIND_NONE);
+    EXPECT_TRUE(node(instance)->displayFlags & MODEL_GEOMETRY_STALE);
+    EXPECT_FALSE(node(plain)->displayFlags & MODEL_GEOMETRY_STALE);
+    build();
+    EXPECT_EQ(bounds(instance).ownState, BOUNDS_VALID);
+    expectBox(bounds(instance).own, {3, -1, -1}, {5, 1, 1});
+    EXPECT_EQ(instancesExpand(dict), 0);
+}

@@ -193,7 +193,7 @@ int main(int argc, char *argv[]) {
     glbVar.cullEnable = 0;
     glbVar.listEnable = 0;
     gprops.stereoEye = 0;
-    TOL_Elem *camera = viewerPrepareScene(&scene);
+    TOL_Elem *camera = viewerPrepareScene(&scene, 0);
     viewerSceneAspect(&scene, camera, static_cast<float>(o.width) / static_cast<float>(o.height));
     if (!o.framesGiven) {
         if (const TOL_PlayCtrl *play = tol_sidPlayCtrl(&scene)) {

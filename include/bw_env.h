@@ -34,6 +34,9 @@
     ENV_VAR(BW_SHADE_DISABLE_OFFSET, "present: no polygon offset") \
     ENV_VAR(OGL_PRESENT_TEST, "present: print whether polygon offset was found") \
     ENV_VAR(DEBUG_CULLING, "first letter Y: print a line per culling decision") \
+    ENV_VAR(BW_SHADE_SHOW_FIELD, "present: editing shows the safe frames when asked") \
+    ENV_VAR(BW_SAFETITLE, "safe title percentage, 1 to 100; 80 otherwise") \
+    ENV_VAR(BW_SAFEACTION, "safe action percentage, 1 to 100; 90 otherwise") \
     ENV_VAR(HOME, "home directory for a leading ~ in a database path") \
     ENV_VAR(USER, "user named in a database lock file") \
     ENV_VAR(LOGNAME, "user named in a lock file when USER is unset") \

@@ -119,8 +119,26 @@ void grDepthTest(int on);  // on for any non-zero value
 void grViewport(int x, int y, int width, int height);
 // Clears the stencil buffer once, for a pixel format that has one.
 void grClearStencil();
-// The red alignment cross over the whole viewport.
-void grDrawCross();
+// The red alignment cross over the whole viewport: an X along its diagonals.
+// Lighting and depth test are on after it.
+void viewportCross();
+
+// Safe frames of editing: three black rectangles, at an outer margin, the
+// safe action margin and the safe title margin, each a fraction of the view
+// on every side. Drawn only with `safeFrame` and `icons`, outside the viewer.
+constexpr float SAFE_FRAME_OUTER = 0.015f;  // outer rectangle, of each side
+constexpr int SAFE_TITLE_DEFAULT = 80;      // percent of the view kept for titles
+constexpr int SAFE_ACTION_DEFAULT = 90;     // percent of the view kept for action
+struct SafeFrameMargins {
+    int shown;     // 1 when BW_SHADE_SHOW_FIELD is set
+    float outer;   // margins of each side, fractions of the view
+    float action;  // (100 - action percent) x 0.005
+    float title;   // (100 - title percent) x 0.005
+};
+// The margins from the three variables' texts (null: unset); a percentage
+// outside 1 to 100, or no number, takes the default.
+SafeFrameMargins safeFrameMargins(const char *showField, const char *title, const char *action);
+void safeFrameDraw(const BW_GraphicProps *props);
 
 // The 8 x 13 bitmap font of grStringDraw: for each printable character, 32
 // to 126 in order, its code and then 13 rows of 8 pixels, bottom row first, the

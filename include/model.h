@@ -95,6 +95,7 @@ struct Model {
     float classicalPosition[3];      // classical scaling: the own-scaling global position
     float keyedRotation[2];          // last keyed x and y rotation, radians
     uint16_t drawState;              // MODEL_DRAW_STATE_* chosen by an overloaded visibility
+    uint16_t garbageMatte;           // 1: read with a garbage matte scene (-G); drawn as a matte
     uint16_t deformChildren;         // non-zero: deforms its descendants, not itself
     uint16_t subtreeWait;            // MODEL_WAIT_* data that makes the model wait for its subtree
     uint16_t materialCount;          // entries of materials

@@ -178,7 +178,9 @@ TOL_Status TOL_grStringDraw(const char *str, const float *color, int x, int y);
 // Tessellates changed surfaces and builds the strips of the scene's models.
 TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops);
 
-// Video texturing hardware is absent on this platform: each reports status 8.
+// Video texturing hardware is absent on this platform: each reports status 8
+// ("OpenGL sirius functions not supported") and its own failure line, returns
+// 8 and leaves the record alone; the caller switches video texturing off.
 TOL_Status TOL_siriusInit(BW_GraphicProps *props);
 TOL_Status TOL_siriusExit(BW_GraphicProps *props);
 TOL_Status TOL_siriusProcessEvents(BW_GraphicProps *props);

@@ -45,7 +45,7 @@ struct ViewModelRecord {
     BoundsRecord bounds;     // see above
     const void *boxSource;   // geometry the own box was made from; another one voids it
     float alpha;             // the model's alpha, 1 by default; matte colour and material alpha
-    uint16_t garbageMatte;   // drawn in pass 0 only, as a matte
+    uint16_t garbageMatte;   // the model's flag, taken at the bounds build: drawn in pass 0 only, as a matte
 };
 
 // Builds the bounds of every root entry of the dictionary's models and their
@@ -220,10 +220,36 @@ void textureSequenceFrameSet(const Texture2D *texture, int32_t frame);
 // `current` is the scene's own camera, which the layer keeps per scene: the
 // one a pass loads with `loadCamera`, and the one whose icon the pass leaves
 // out.
-// The frame wrapper: loads `camera` (null: `current`) and runs the pass. 99
+// The frame wrapper: loads `camera` (null: `current`) and runs the pass once
+// per jitter sample of gprops->anti_lev, summing the passes in the
+// accumulation buffer when there are two or more, and twice per sample, once
+// per eye, when gprops->stereoEye is not 0. The status of the last pass; 99
 // without a camera.
 TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, Camera *current,
                            BW_GraphicProps *gprops);
+
+// One sample of the antialiasing jitter, in pixels.
+struct JitterOffset {
+    float x, y;  // pixels, within half a pixel of the centre
+};
+// The samples of a level: one at the centre when `antialias` is 0 or the
+// level is negative; 2, 3, 4, 8, 15, 24 for levels 1 to 6; 66 from 7 up.
+const JitterOffset *jitterSet(int antialias, int level, int *passes);
+// glAccum as drawAccumulated calls it; tests count the calls through their
+// own. Null puts glAccum back. Returns the previous one.
+using AccumFn = void (*)(unsigned op, float value);
+AccumFn accumHookSet(AccumFn fn);
+
+// Garbage mattes. matteBegin, at the first matte model of a pass: with a
+// stencil buffer the mattes write 1 there and nothing else; without one they
+// punch the depth buffer, or are refused (0) when neither showGarbage nor
+// matte display asks for them. matteEnd, at the end of pass 0, undoes it.
+// matteFill, after the main pass, with a stencil buffer and shading only:
+// outside the mattes the alpha goes to 1, or red shows with showGarbage;
+// the stencil buffer is clear again after it.
+int matteBegin(const BW_GraphicProps *gprops);
+void matteEnd(const BW_GraphicProps *gprops);
+void matteFill(const BW_GraphicProps *gprops);
 TOL_Status sceneDrawPass(TOL_Scene *scene, Camera *current, int loadCamera,
                          BW_GraphicProps *gprops);
 // Draws entry `index` of the models list. `pass`: 0 garbage mattes, 1 all but

@@ -20,7 +20,8 @@
 // a round track at a percentage from a curve, an arrow points at it, the
 // camera's interest follows it and a lamp stands at the lantern above it.
 // "figure" shows a chain, a skin and shape keys; "deform" a lattice, a curve
-// and a surface deformation, a wave and a setup file.
+// and a surface deformation, a wave and a setup file. "matte" is a garbage
+// matte scene for -G: a card in front of the stage.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -454,6 +455,22 @@ bool writeChannelSetup(Database *db, const char *scene, const char *driverName,
     return ok;
 }
 
+// "matte": a garbage matte scene for the viewer's -G, a thin card standing
+// between the demo's camera and the left half of its stage. Older than
+// "demo", so that "demo" stays the scene taken when none is named.
+bool writeMatteScene(Database *db, time_t when) {
+    Model *card = modelNew("matte-card", MODEL_MESH, meshMakeCube(1.0f));
+    const float size[3] = {2.5f, 1.5f, 0.05f}, at[3] = {-1.5f, 1.0f, 2.0f};
+    memcpy(card->scaling, size, sizeof size);
+    memcpy(card->translation, at, sizeof at);
+    const std::string cardFile = tdFullName(tdWriteModel(db, "matte-card", card));
+    modelFree(card);
+    if (cardFile.empty()) return false;
+    TdScene scene;
+    scene.add(CHP_MODELS, cardFile);
+    return !tdWriteScene(db, "matte", scene, when).empty();
+}
+
 int main(int argc, char *argv[]) {
     if (argc != 2) {
         fprintf(stderr, "Usage: %s OUTDIR\n", argv[0]);
@@ -841,6 +858,7 @@ int main(int argc, char *argv[]) {
         scene.add(CHP_SETUP_BRAK, settingsFile);
         ok = ok && !tdWriteScene(db, "deform", scene, now - 120).empty();
     }
+    ok = ok && writeMatteScene(db, now - 90);
     if (!ok) return 1;
     printf("Demo database written to %s\n", dbPath.c_str());
     return 0;

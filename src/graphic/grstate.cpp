@@ -76,7 +76,7 @@ void grDepthTest(int on) {
 
 void grViewport(int x, int y, int width, int height) { glViewport(x, y, width, height); }
 
-void grDrawCross() {
+void viewportCross() {
     grDepthTest(0);
     grLighting(0);
     GLint mode = GL_MODELVIEW;
@@ -101,4 +101,64 @@ void grDrawCross() {
     glMatrixMode(static_cast<GLenum>(mode));
     grDepthTest(1);
     grLighting(1);
+}
+
+namespace {
+
+// A percentage of 1 to 100, else the default.
+int percentOr(const char *text, int fallback) {
+    const int value = text ? atoi(text) : 0;
+    return value >= 1 && value <= 100 ? value : fallback;
+}
+
+float marginOf(int percent) { return static_cast<float>(100 - percent) * 0.005f; }
+
+void frameRectangle(float margin) {
+    glBegin(GL_LINE_LOOP);
+    glVertex2f(margin, margin);
+    glVertex2f(1.0f - margin, margin);
+    glVertex2f(1.0f - margin, 1.0f - margin);
+    glVertex2f(margin, 1.0f - margin);
+    glEnd();
+}
+
+}  // namespace
+
+SafeFrameMargins safeFrameMargins(const char *showField, const char *title, const char *action) {
+    SafeFrameMargins m;
+    m.shown = showField ? 1 : 0;
+    m.outer = SAFE_FRAME_OUTER;
+    m.title = marginOf(percentOr(title, SAFE_TITLE_DEFAULT));
+    m.action = marginOf(percentOr(action, SAFE_ACTION_DEFAULT));
+    return m;
+}
+
+void safeFrameDraw(const BW_GraphicProps *props) {
+    // An editing overlay: the viewer never shows it.
+    if (!props || !props->safeFrame || !props->icons || props->inViewer) return;
+    static const SafeFrameMargins m = safeFrameMargins(
+        envGet(ENV_BW_SHADE_SHOW_FIELD), envGet(ENV_BW_SAFETITLE), envGet(ENV_BW_SAFEACTION));
+    if (!m.shown) return;
+    GLint mode = GL_MODELVIEW;
+    glGetIntegerv(GL_MATRIX_MODE, &mode);
+    const GLboolean lit = glIsEnabled(GL_LIGHTING), depth = glIsEnabled(GL_DEPTH_TEST);
+    grLighting(0);
+    grDepthTest(0);
+    glMatrixMode(GL_PROJECTION);
+    glPushMatrix();
+    glLoadIdentity();
+    glOrtho(0, 1, 0, 1, -1, 1);
+    glMatrixMode(GL_MODELVIEW);
+    glPushMatrix();
+    glLoadIdentity();
+    glColor4f(0.0f, 0.0f, 0.0f, 1.0f);
+    frameRectangle(m.outer);
+    frameRectangle(m.action);
+    frameRectangle(m.title);
+    glPopMatrix();
+    glMatrixMode(GL_PROJECTION);
+    glPopMatrix();
+    glMatrixMode(static_cast<GLenum>(mode));
+    grLighting(lit ? 1 : 0);
+    grDepthTest(depth);
 }

@@ -3,22 +3,33 @@
 #include "tol.h"
 #include "tol_internal.h"
 
+namespace {
+
+// The video input of the graphics board, which this platform does not have.
+// Each operation says so and fails; the record is left as it is.
+TOL_Status siriusUnsupported() { return tol_report(TOL_ST_NOT_SUPPORTED, "OpenGL sirius functions"); }
+
+}  // namespace
+
 TOL_Status TOL_siriusInit(BW_GraphicProps *props) {
     if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_siriusInit(): gprops:");
-    tol_report(TOL_ST_NOT_SUPPORTED, "TOL_siriusInit(): video texturing");
-    props->texture.video = 0;
-    return TOL_ST_NOT_SUPPORTED;
+    TOL_Status status = siriusUnsupported();
+    tol_report(TOL_ST_ERROR_TEXT, "TOL_siriusInit(): can't initialize SIRIUS properly");
+    return status;
 }
 
 TOL_Status TOL_siriusExit(BW_GraphicProps *props) {
     if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_siriusExit(): gprops:");
-    return tol_report(TOL_ST_NOT_SUPPORTED, "TOL_siriusExit(): video texturing");
+    TOL_Status status = siriusUnsupported();
+    tol_report(TOL_ST_ERROR_TEXT, "TOL_siriusExit(): can't exit SIRIUS mode properly");
+    return status;
 }
 
 TOL_Status TOL_siriusProcessEvents(BW_GraphicProps *props) {
     if (!props) return tol_report(TOL_ST_NULL_ARGUMENT, "TOL_siriusProcessEvents(): gprops:");
-    props->texture.video = 0;
-    return tol_report(TOL_ST_NOT_SUPPORTED, "TOL_siriusProcessEvents(): video texturing");
+    TOL_Status status = siriusUnsupported();
+    tol_report(TOL_ST_ERROR_TEXT, "TOL_siriusProcessEvents(): can't process SIRIUS events properly");
+    return status;
 }
 
 TOL_Status TOL_grStateInit(TOL_Scene *scene, BW_GraphicProps *props) {

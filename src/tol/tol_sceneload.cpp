@@ -6,6 +6,7 @@
 #include "database.h"
 #include "dictionary.h"
 #include "graphic.h"
+#include "model.h"
 #include "tol.h"
 #include "tol_internal.h"
 #include "bw_env.h"
@@ -44,6 +45,16 @@ void setupTake(const Dictionary *dict) {
     glbVar.useLocalTexture = s.texLocal ? 1 : 0;
     glbVar.tiling = s.texTiling ? 1 : 0;
     glbVar.mirror = s.texMirror ? 1 : 0;
+}
+
+// The models a garbage matte scene brought, behind the entries there were
+// before its load, are mattes.
+void markGarbageMattes(Dictionary *dict, int32_t firstNew) {
+    Chapter *models = dictChapter(dict, CHP_MODELS);
+    for (int32_t i = firstNew; models && i < models->elementCount; ++i) {
+        const Element &e = models->elements[i];
+        if (e.deleted != ELEM_FREE_SLOT && e.data) static_cast<Model *>(e.data)->garbageMatte = 1;
+    }
 }
 
 }  // namespace
@@ -88,8 +99,11 @@ TOL_Status TOL_sceneLoad(TOL_Database *dbHandle, const char *name, TOL_Scene *sc
             free(latest);
         }
 
+        const Chapter *models = dictChapter(dictCurrent(), CHP_MODELS);
+        const int32_t modelsBefore = models ? models->elementCount : 0;
         if (status == 0 && !sceneRead(dictCurrent(), db, loading.c_str()))
             status = tol_report(TOL_ST_CANNOT_READ_SCENE, "TOL_sceneLoad:", loading.c_str());
+        if (status == 0 && g_loadMatteScene) markGarbageMattes(dictCurrent(), modelsBefore);
         // The one way to see everything a load has built.
         if (status == 0) setupTake(dictCurrent());
         if (status == 0 && envGet(ENV_BW_DICT_DUMP)) dictDump(dictCurrent());

@@ -246,6 +246,9 @@ int boundsBuild(Dictionary *dict) {
     ViewModelRecord fresh{};
     fresh.alpha = 1.0f;
     records.assign(static_cast<size_t>(list->elementCount), fresh);
+    for (int32_t i = 0; i < list->elementCount; ++i)
+        if (const Model *m = static_cast<const Model *>(list->elements[i].data))
+            records[static_cast<size_t>(i)].garbageMatte = m->garbageMatte;
     for (int32_t i = 0; i < list->elementCount; ++i) {
         const Element &e = list->elements[i];
         Model *m = static_cast<Model *>(e.data);

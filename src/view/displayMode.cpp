@@ -50,12 +50,12 @@ void shadedEnd(const DisplayPassState *) {}
 
 // Matte draws every triangle unlit in its model's alpha; lighting is off for
 // each batch, and on again for what follows the pass.
-void matteBegin(DisplayPassState *state) {
+void matteModeBegin(DisplayPassState *state) {
     state->depthWasOn = 1;
     grDepthTest(1);
     glDisable(GL_TEXTURE_2D);
 }
-void matteEnd(const DisplayPassState *) { grLighting(1); }
+void matteModeEnd(const DisplayPassState *) { grLighting(1); }
 
 struct DisplayModeGL {
     void (*begin)(DisplayPassState *state);
@@ -66,7 +66,7 @@ const DisplayModeGL modeGL[VIEW_MODE_COUNT] = {
     {wireBegin, wireEnd},
     {shadedBegin, shadedEnd},
     {shadedBegin, shadedEnd},
-    {matteBegin, matteEnd},
+    {matteModeBegin, matteModeEnd},
 };
 
 }  // namespace

@@ -36,6 +36,7 @@ const float INSTANCE[4] = {1.0f, 1.0f, 0.0f, 1.0f};      // instance
 int debugCulling = -1;      // DEBUG_CULLING begins with "Y"; read at the first pass
 int drawFrame = 0;          // frames drawn, for the culling lines
 int showHelpers = 1;        // helper kinds are drawn
+int matteBegun = 0;         // a garbage matte was met in pass 0 of this scene pass
 
 const char *const cullWords[4] = {"NOT IN SIGHT", "PARTIALLY IN SIGHT", "COMPLETLY IN SIGHT",
                                   "CANT TELL IF IN SIGHT"};
@@ -339,11 +340,14 @@ TOL_Status drawModelTree(TOL_Scene *scene, Chapter *list, int32_t index, BW_Grap
         }
         if (outcome != FRUSTUM_OUT) {
             if (gprops->stopFct && gprops->stopFct()) return TOL_ST_STOPPED;
-            // Garbage mattes need the stencil set-up that frame effects own;
-            // without it they are not drawn.
-            if (pass == 0) {
-                *stop = 1;
-                return 0;
+            // The first matte of the pass sets the buffers up for all of them;
+            // a refusal draws no matte and ends the pass.
+            if (pass == 0 && !matteBegun) {
+                if (!matteBegin(gprops)) {
+                    *stop = 1;
+                    return 0;
+                }
+                matteBegun = 1;
             }
             // Only the selected models show their textures when asked. The
             // properties are shared with the update side, which reads them:
@@ -414,10 +418,12 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, Camera *current, int loadCamera, BW_G
     const int count = list ? list->elementCount : 0;
     int stop = 0;
     int mainPass = 2;
+    matteBegun = 0;
     if (gprops->material.shade) {
-        // Garbage mattes first, into the stencil, so that the scene is cut by them.
+        // Garbage mattes first, into the stencil, so that the frame knows them.
         for (int32_t i = 0; i < count && !stop && status == 0; ++i)
             status = drawModelTree(scene, list, i, gprops, 0, 0, &stop, viewMatrix, 0);
+        if (matteBegun) matteEnd(gprops);
         mainPass = 1;
         stop = 0;
     }
@@ -431,22 +437,11 @@ TOL_Status sceneDrawPass(TOL_Scene *scene, Camera *current, int loadCamera, BW_G
     }
 
     if (gprops->dispType & DISP_WIRE) drawIcons(dict, current, gprops);
+    safeFrameDraw(gprops);
+    if (matteBegun) matteFill(gprops);
     displayModePassEnd(gprops, &state);
     if (gprops->fogEnable == 1) glDisable(GL_FOG);
     glbVar.curMatId = -1;
     glbVar.curTxtId = -1;
     return status;
-}
-
-TOL_Status drawAccumulated(TOL_Scene *scene, Camera *camera, Camera *current,
-                           BW_GraphicProps *gprops) {
-    gpropsResolveDispType(gprops);
-    if (!camera) camera = current;
-    if (!camera) return tol_report(TOL_ST_FREE_ERROR_99, "drawAccumulated(): no camera");
-    gprops->curCamera = camera;
-    // One sample: the pixel formats taken on this platform offer no
-    // accumulation buffer, so jittered samples could not be summed.
-    if (camera->kind == CAMERA_KIND_ORTHO) cameraLoadOrtho(camera, gprops);
-    else cameraLoadPerspective(camera, gprops, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f);
-    return sceneDrawPass(scene, current, 0, gprops);
 }

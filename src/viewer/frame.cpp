@@ -119,7 +119,7 @@ void viewerFrame() {
     if (viewer.gprops.texture.video && viewer.gprops.texture.active)
         TOL_siriusProcessEvents(&viewer.gprops);
     TOL_sceneDraw(&viewer.sceneCtx[viewer.drawIndex], viewer.camera[viewer.drawIndex], &viewer.gprops);
-    if (viewer.showCross) grDrawCross();
+    if (viewer.showCross) viewportCross();
     viewerScriptBeforeSwap();
     if (!viewer.singleBuffer) viewerSwapBuffers();
     if (stats >= 2) viewer.drawAcc += viewerClock() - t0;

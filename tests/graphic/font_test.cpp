@@ -43,3 +43,26 @@ TEST(GraphicArguments, NullPointersAreReportedAsCode16) {
               "BW_WARNING: TOL_grStringDraw(): str: Null or Invalid argument\n"
               "BW_WARNING: TOL_grStringDraw(): color: Null or Invalid argument\n");
 }
+
+TEST(GraphicArguments, VideoInputIsUnsupportedAndLeavesTheRecordAlone) {
+    bwtest::OutputCapture cap;
+    BW_GraphicProps gp;
+    gp.texture.video = 1;
+    EXPECT_EQ(TOL_siriusInit(&gp), 8);
+    EXPECT_EQ(TOL_siriusProcessEvents(&gp), 8);
+    EXPECT_EQ(TOL_siriusExit(&gp), 8);
+    EXPECT_EQ(gp.texture.video, 1);
+    EXPECT_EQ(TOL_siriusInit(nullptr), 16);
+    EXPECT_EQ(TOL_siriusExit(nullptr), 16);
+    EXPECT_EQ(TOL_siriusProcessEvents(nullptr), 16);
+    EXPECT_EQ(cap.out.text(),
+              "BW_WARNING: OpenGL sirius functions not supported\n"
+              "BW_ERROR: TOL_siriusInit(): can't initialize SIRIUS properly\n"
+              "BW_WARNING: OpenGL sirius functions not supported\n"
+              "BW_ERROR: TOL_siriusProcessEvents(): can't process SIRIUS events properly\n"
+              "BW_WARNING: OpenGL sirius functions not supported\n"
+              "BW_ERROR: TOL_siriusExit(): can't exit SIRIUS mode properly\n"
+              "BW_WARNING: TOL_siriusInit(): gprops: Null or Invalid argument\n"
+              "BW_WARNING: TOL_siriusExit(): gprops: Null or Invalid argument\n"
+              "BW_WARNING: TOL_siriusProcessEvents(): gprops: Null or Invalid argument\n");
+}

@@ -89,7 +89,7 @@ TEST_F(Gl, TheCrossJoinsTheCornersAndRestoresTheState) {
     glTranslatef(0.25f, 0, 0);
     glGetFloatv(GL_PROJECTION_MATRIX, projection);
 
-    grDrawCross();
+    viewportCross();
     std::vector<unsigned> pixels = picture();
     int reds = 0, stray = 0;
     for (int y = 0; y < H; ++y)

@@ -50,3 +50,22 @@ TEST(DisplayType, SurfacePrecisionGoesToTheSharedRecord) {
               "BW_GraphicProps Dump:\n   NULL\n");
     glbVar.patch_lod = 0;
 }
+
+TEST(SafeFrames, MarginsAreAHalfPercentOfEachSideOutsideThePercentage) {
+    SafeFrameMargins m = safeFrameMargins(nullptr, nullptr, nullptr);
+    EXPECT_EQ(m.shown, 0);
+    EXPECT_FLOAT_EQ(m.outer, 0.015f);
+    EXPECT_FLOAT_EQ(m.title, 0.1f);    // 80 percent
+    EXPECT_FLOAT_EQ(m.action, 0.05f);  // 90 percent
+    m = safeFrameMargins("", "70", "100");
+    EXPECT_EQ(m.shown, 1);
+    EXPECT_FLOAT_EQ(m.title, 0.15f);
+    EXPECT_FLOAT_EQ(m.action, 0.0f);
+    // Out of 1 to 100, or no number: the defaults.
+    for (const char *bad : {"0", "101", "-5", "wide"}) {
+        m = safeFrameMargins("", bad, bad);
+        EXPECT_FLOAT_EQ(m.title, 0.1f) << bad;
+        EXPECT_FLOAT_EQ(m.action, 0.05f) << bad;
+    }
+    EXPECT_FLOAT_EQ(safeFrameMargins("", "1", "1").title, 0.495f);
+}

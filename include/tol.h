@@ -169,6 +169,13 @@ TOL_Status TOL_scnGetBbox(TOL_Scene *scene, const TOL_Elem *elem, int selectedOn
                           float *bbmax);
 // One frame of the scene. `camera` is the camera element or null.
 TOL_Status TOL_sceneDraw(TOL_Scene *scene, TOL_Elem *camera, BW_GraphicProps *gprops);
+// The model under the box (x1, y1)-(x2, y2) of the viewport, in GL window
+// coordinates (y upwards), as `camera` (null: the scene's own) sees it through
+// a perspective. *elem receives a handle to its element, allocated with
+// malloc for the caller to free, or null when nothing was hit. Needs the GL
+// context current. Returns 0; 16 (reported) for a null scene, gprops or elem.
+TOL_Status TOL_modelPick(TOL_Scene *scene, const TOL_Elem *camera, BW_GraphicProps *gprops, TOL_Elem **elem,
+                         int x1, int y1, int x2, int y2);
 // Forwarders with no scene.
 TOL_Status TOL_gpropsSetSurfacePrecision(BW_GraphicProps *props, int level);
 // Clears the frame: colour, and depth when shading; fog colour while fog is on.

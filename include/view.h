@@ -6,6 +6,7 @@
 // except the bounds build (start-up) and the box of TOL_scnGetBbox (any side).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -265,6 +266,7 @@ void drawTrianglesDirect(const TOL_Scene *scene, Model *model, const BW_GraphicP
 void drawWireModel(const Model *model, int iconsOnly = 0);
 // Light and camera icons, in world space.
 void drawLightIcons(Dictionary *dict);
+void drawLightIcon(const Light &light, int selected);  // one light, white when selected
 void drawCameraIcon(const Camera *camera, int selected);
 // Drawing colour from a colour code; returns 1 when the colour was set.
 // glbVar.palette holds PALETTE_SIZE wire colours and the spare entry after
@@ -275,6 +277,27 @@ constexpr int PALETTE_SIZE = 128;          // wire colours of the palette; wire 
 constexpr int PALETTE_SPARE = PALETTE_SIZE;  // the fixed spare entry, after the wire colours
 // Types 1, 2, 4, 7 and 10: filled geometry, left out of an icons-only wire.
 int modelTypeFilled(int32_t type);
+
+// ---------------------------------------------------------------------------
+// Picking through the selection mode of the GL.
+
+constexpr size_t PICK_BUFFER_WORDS = 512;  // selection buffer of one pick, on the stack
+
+// The name of the nearest of `hits` selection records in `buffer` (name
+// count, minimum depth, maximum depth, names): the smallest minimum depth,
+// compared unsigned, the first of equals; a depth of 0xFFFFFFFF is never
+// taken. -1 for no hit or a negative name.
+int pickNearestHit(int hits, const uint32_t *buffer);
+// Draws one entry of `chapter` for the selection: a models entry that is
+// shown as drawModel draws it, without its children; light and camera
+// entries as their icons while the wire is drawn.
+TOL_Status pickDrawElement(TOL_Scene *scene, int chapter, Element *entry, BW_GraphicProps *gprops);
+// The models entry under the box (x1, y1)-(x2, y2) of the viewport, in GL
+// window coordinates, seen by `camera` through a perspective with no roll; a
+// box with no extent on an axis is 10 pixels on it. -1 for none. The depth
+// test, the matrices and their mode are as before.
+int32_t pickModelEntry(TOL_Scene *scene, const Camera *camera, BW_GraphicProps *gprops, int x1, int y1,
+                       int x2, int y2);
 
 // ---------------------------------------------------------------------------
 // What the draw reads of a models entry: its visibility record. The entry and

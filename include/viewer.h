@@ -208,12 +208,6 @@ void onMouseDrag(int x, int y, int width, int height, int left, int middle, int 
 int viewerButtonOf(int button, int control, int buttonCount);
 // Selects by a pick in Scene Context i at (x, y), by the button's rule.
 void pickElement(int button, int x, int y, int i);
-// The pick of the scene draw: 1 with `elem` set when a model lies in the
-// region (x0, y0)-(x1, y1) of the window, 0 for nothing. Null: nothing is
-// ever picked.
-using ViewerPickFn = int (*)(TOL_Scene *scene, BW_GraphicProps *gprops, TOL_Elem *elem, int x0,
-                             int y0, int x1, int y1);
-extern ViewerPickFn viewerModelPick;
 
 extern const char *const viewerUsageLines[];  // null-terminated
 extern const char *const keysHelp[];          // null-terminated

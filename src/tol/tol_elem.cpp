@@ -46,21 +46,28 @@ void applyState(Element *entry, int state) {
     }
 }
 
-// The element and every element below it through the model hierarchy.
-void applyToBranch(Dictionary *dict, int32_t index, int state, int depth) {
+// The element and every element below it, through the child and sibling
+// links of the model hierarchy: the links the draw walks, so that a branch
+// selected is the branch drawn.
+void applyToBranch(Dictionary *dict, int32_t index, int state) {
     Element *entry = elemGet(dict, CHP_MODELS, index);
-    if (!entry || entry->deleted != ELEM_LIVE || depth > 4096) return;
+    if (!entry || entry->deleted != ELEM_LIVE) return;
     applyState(entry, state);
-    int16_t group = 0;
-    if (!relRowInstance(&g_relationDict, REL_MODEL_HIERARCHY, 1, nullptr, nullptr, &group,
-                        nullptr, nullptr, nullptr))
-        return;
-    std::vector<int32_t> children;
-    int32_t chapter = 0, child = 0;
-    for (Element *e = relFirst(dict, entry, 1, group, REL_MODEL_HIERARCHY, CHP_MODELS, &chapter, &child);
-         e; e = relNext(dict, entry, 1, group, REL_MODEL_HIERARCHY, CHP_MODELS, &chapter, &child))
-        children.push_back(child);
-    for (int32_t c : children) applyToBranch(dict, c, state, depth + 1);
+    const Model *top = static_cast<const Model *>(entry->data);
+    if (!top) return;
+    // Depth first with a stack of our own: a hierarchy is data.
+    std::vector<const Model *> stack;
+    if (top->firstChild) stack.push_back(top->firstChild);
+    size_t visited = 0;
+    const size_t limit = static_cast<size_t>(dictChapter(dict, CHP_MODELS)->elementCount);
+    while (!stack.empty() && visited++ <= limit) {
+        const Model *m = stack.back();
+        stack.pop_back();
+        if (m->nextSibling) stack.push_back(m->nextSibling);
+        if (m->firstChild) stack.push_back(m->firstChild);
+        Element *e = elemGet(dict, CHP_MODELS, m->elementIndex);
+        if (e && e->deleted == ELEM_LIVE && e->data == m) applyState(e, state);
+    }
 }
 
 }  // namespace
@@ -517,6 +524,6 @@ TOL_Status TOL_elemDraw(uint32_t dictSlot, const TOL_Elem *elem, uint32_t chapte
     if (scope == 0)
         applyState(entry, state);
     else
-        applyToBranch(dict, static_cast<int32_t>(target.index), state, 0);
+        applyToBranch(dict, static_cast<int32_t>(target.index), state);
     return 0;
 }

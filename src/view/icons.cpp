@@ -170,16 +170,19 @@ const LightIconFn lightIcons[LIGHT_ICON_TYPES] = {iconPoint, iconPoint, iconSpot
 
 }  // namespace
 
+void drawLightIcon(const Light &light, int selected) {
+    // The light's own selection state counts as the entry's flag does.
+    glColor4fv(selected || lightOnSelectList(light) ? WHITE : LIGHT_COLOUR);
+    lightIcons[light.type < LIGHT_ICON_TYPES ? light.type : 0](light);
+}
+
 void drawLightIcons(Dictionary *dict) {
     Chapter *lights = dictChapter(dict, CHP_LIGHTS);
     for (int32_t i = 0; lights && i < lights->elementCount; ++i) {
         const Element &e = lights->elements[i];
         const Light *l = static_cast<const Light *>(e.data);
         if (e.deleted != ELEM_LIVE || !l || l->visibility == 0) continue;
-        // The light's own selection state counts as the entry's flag does.
-        const bool selected = e.selected || lightOnSelectList(*l);
-        glColor4fv(selected ? WHITE : LIGHT_COLOUR);
-        lightIcons[l->type < LIGHT_ICON_TYPES ? l->type : 0](*l);
+        drawLightIcon(*l, e.selected);
     }
 }
 

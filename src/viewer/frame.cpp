@@ -451,6 +451,14 @@ void viewerDumpScene() {
                    double(l->position[1]), double(l->position[2]), double(l->interest[0]),
                    double(l->interest[1]), double(l->interest[2]));
         }
+    // The selection of every copy: picks keep them equal.
+    for (int i = 0; i < viewer.processCount; ++i)
+        if (Chapter *models = dictChapter(dictGet(static_cast<int>(viewer.sceneCtx[i].dict)), CHP_MODELS))
+            for (int k = 0; k < models->elementCount; ++k) {
+                const Element &e = models->elements[k];
+                if (e.deleted == ELEM_LIVE && e.selected && e.name)
+                    printf("selected %d %s\n", i, e.name->name.c_str());
+            }
     if (const Camera *c = cameraOf(d))
         printf("camera %.6f %.6f %.6f\n", double(c->position[0]), double(c->position[1]), double(c->position[2]));
     if (const ChannelSetup *setup = viewer.channelSetup[d])

@@ -12,8 +12,6 @@
 #include "viewer.h"
 #include "viewer_platform.h"
 
-ViewerPickFn viewerModelPick = nullptr;
-
 namespace {
 
 constexpr float PI = 3.14159265358979f;
@@ -341,26 +339,29 @@ int viewerButtonOf(int button, int control, int buttonCount) {
 
 void pickElement(int button, int x, int y, int i) {
     TOL_Scene *scene = &viewer.sceneCtx[i];
-    TOL_Elem elem{};
+    TOL_Elem *elem = nullptr;
     // A pick region of 3 by 3 pixels around the cursor.
-    if (!viewerModelPick || !viewerModelPick(scene, &viewer.gprops, &elem, x - 1, y - 1, x + 1, y + 1))
-        return;
+    TOL_modelPick(scene, nullptr, &viewer.gprops, &elem, x - 1, y - 1, x + 1, y + 1);
+    if (!elem) return;
     int count = 0;
     float *values = nullptr;
-    int selected = TOL_elemGetParams(&elem, 5, 0, &count, &values) == 0 && count > 0 && values[0] > 0.0f;
+    int selected = TOL_elemGetParams(elem, 5, 0, &count, &values) == 0 && count > 0 && values[0] > 0.0f;
     free(values);
-    // The selection always starts from nothing: a left click on the only
-    // selected element empties it; middle takes the branch, right the tree.
+    // The selection always starts from nothing: a left click on a selected
+    // element empties it; middle takes the branch, right the tree.
     int scope = button == 0 ? 0 : button == 1 ? 1 : 2;
     int state = button == 0 && selected ? 2 : 0;
-    TOL_elemDraw(scene->dict, &elem, scene->chapters[CHP_MODELS], scope, state, 1);
+    TOL_elemDraw(scene->dict, elem, scene->chapters[CHP_MODELS], scope, state, 1);
+    free(elem);
 }
 
 void onMousePress(int button, int x, int y, int doubleClick) {
     mouse.lastX = mouse.pressX = x;
     mouse.lastY = mouse.pressY = y;
     if (viewer.selectMode) {
-        // Both copies pick, so that their selections stay equal.
+        // Both copies pick, so that their selections stay equal. The pick
+        // draws, so the window's context must be current.
+        viewerMakeCurrent();
         for (int i = 0; i < viewer.processCount; ++i) pickElement(button, x, y, i);
     } else if (viewer.zoomPanMode) {
         if (button == 0) viewer.panMode = 1;

@@ -391,7 +391,9 @@ TOL_Status texturesMerge(Dictionary *dict, int *pictures, int *merged, int *memo
             // The icon of an element is drawn from the element, not read here.
             std::string path;
             PictureInfo info{};
-            if (!texturePicturePath(dict, t, -1, &path) || !picRead(path.c_str(), &info))
+            // A sequence is measured on the picture of the play range's first frame.
+            const int32_t frame = t->sequenceName.empty() ? -1 : sceneStateCurrent().playCtrl.startFrame;
+            if (!texturePicturePath(dict, t, frame, &path) || !picRead(path.c_str(), &info))
                 return tol_report(TOL_ST_INVALID_GRAPHIC_DATA, "Invalid Pic name");
             key.bytes = pictureMemory(info.width, info.height);
             picFree(&info);

@@ -278,7 +278,8 @@ int grMaterialId(Dictionary *dict, const Material *material);
 const Material *grMaterialOfId(Dictionary *dict, int id);
 // One past the scene's last material id.
 int grMaterialIdEnd(Dictionary *dict);
-// -1 for null or a texture the scene does not hold.
+// -1 for null or a texture the scene does not hold; the id of the list it
+// shares (Texture2D::listId) for a texture merged with an earlier one.
 int grTextureId(Dictionary *dict, const Texture2D *texture);
 // The texture of an id; null for none.
 const Texture2D *grTextureOfId(Dictionary *dict, int id);

@@ -81,6 +81,8 @@ struct Texture2D {
     float matrix[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};  // projection's rotation, row by row
     uint32_t revision = 0;           // bumped whenever a value changes after the read; the draw
                                      // rebuilds what it made from the texture when it differs
+    int32_t listId = 0;              // id of the earlier texture whose list it shares (one picture
+                                     // read and defined once, by texturesMerge); 0: its own
 };
 
 // A 3D (solid) texture (record id 15).

@@ -184,6 +184,13 @@ TOL_Status TOL_grClear(BW_GraphicProps *props);
 TOL_Status TOL_grStringDraw(const char *str, const float *color, int x, int y);
 // Tessellates changed surfaces and builds the strips of the scene's models.
 TOL_Status TOL_preprocessALL(TOL_Scene *scene, BW_GraphicProps *gprops);
+// Merges the scene's equal materials into one each; `mergedMaterials` gets
+// how many went.
+TOL_Status TOL_sceneOptimizeMaterials(TOL_Scene *scene, int *mergedMaterials);
+// Gives the scene's textures of one picture one list; the count of pictures,
+// of textures beyond them, and the bytes of the pictures. 98 "Invalid Pic
+// name" for a picture that cannot be read.
+TOL_Status TOL_sceneOptimizeTexture2D(TOL_Scene *scene, int *pictures, int *mergedPictures, int *memory);
 
 // Video texturing hardware is absent on this platform: each reports status 8
 // ("OpenGL sirius functions not supported") and its own failure line, returns

@@ -371,3 +371,28 @@ void drawLinkedModels(Dictionary *dict);
 // All icon chapters in order, then the camera icon of `current` unless it is
 // the camera of the draw in progress.
 void drawIcons(Dictionary *dict, const Camera *current, const BW_GraphicProps *gprops);
+
+// ---------------------------------------------------------------------------
+// Scene optimisation, once after a load and before the first frame: textures
+// that show one picture share one list, and materials that look the same
+// become one. The dictionary in memory changes; the files do not.
+
+// 1 when MATERIALS elements `a` and `b` can merge: colours, shading and
+// transparency within 1e-4, the rest of the record alike, curves alike key by
+// key, the linked textures alike and not driven by an expression. Never for a
+// material and itself.
+int materialsEqual(Dictionary *dict, int32_t a, int32_t b);
+// Merges every group of equal materials into its first (with `selectedOnly`,
+// of the selected ones; a material driven by an expression never merges):
+// the models take the first one instead, their arrays and polygons are made
+// to match, and the others are removed. The count of materials merged away.
+int mergeMaterials(Dictionary *dict, int selectedOnly);
+// Gives every TEXTURES2D texture that shows the picture of an earlier one
+// (same name, crop, alpha and video switches) that one's list (Texture2D::
+// listId). Each picture is read once: `pictures` is their count, `merged` the
+// texture entries beyond it, `memory` their bytes at power-of-two size in
+// RGBA. 0, or 98 "Invalid Pic name" for a picture that cannot be read, which
+// ends the merge.
+TOL_Status texturesMerge(Dictionary *dict, int *pictures, int *merged, int *memory);
+// Bytes a picture of that size takes: each side down to a power of two, 4 a pixel.
+int32_t pictureMemory(int32_t width, int32_t height);

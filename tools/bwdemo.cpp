@@ -633,6 +633,7 @@ int main(int argc, char *argv[]) {
     }
     {
         // The props in their materials and pictures, by the sun and the lamp.
+        // Globe and sign wear paper from two elements, which merge at start-up.
         TdScene shelf;
         int root = shelf.add(CHP_MODELS, propsFile);
         const char *nodes[4] = {"demo-globe.1-0", "demo-drum.1-0", "demo-sign.1-0", "demo-bead.1-0"};

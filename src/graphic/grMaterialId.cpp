@@ -172,6 +172,8 @@ int grMaterialIdEnd(Dictionary *dict) {
 int grTextureId(Dictionary *dict, const Texture2D *texture) {
     if (!texture || !dict) return -1;
     const int32_t id = idLookUp(dict, texture, CHP_TEXTURES2D);
+    // A texture merged with an earlier one of the same picture draws through its list.
+    if (id >= 2 && texture->listId >= 2) return texture->listId;
     return id >= 2 ? id : -1;
 }
 

@@ -136,6 +136,10 @@ void textureListMade(int id, const Texture2D &t, int32_t frame) {
     inputsOf(t, frame, c.inputs);
 }
 
+// A texture that shares the list of an earlier one of the same picture is
+// defined there: each picture is loaded and compiled once.
+bool ownList(Dictionary *dict, const Texture2D *t, int32_t index) { return grTextureId(dict, t) == index + 2; }
+
 }  // namespace
 
 void textureSequenceFrameSet(const Texture2D *texture, int32_t frame) {
@@ -197,7 +201,7 @@ TOL_Status texturesBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
     bool pending = false;
     for (int32_t i = 0; i < count; ++i) {
         const Texture2D *t = grTextureOfId(dict, i + 2);
-        if (!t) continue;
+        if (!t || !ownList(dict, t, i)) continue;
         ShadeTexture &state = s.textures[static_cast<size_t>(i)];
         if (!t->sequenceName.empty()) {
             const int32_t frame = sequenceFrameOf(t);
@@ -212,7 +216,8 @@ TOL_Status texturesBind(TOL_Scene *scene, BW_GraphicProps *gprops) {
     textureCacheBegin(gprops);
     TOL_Status status = 0;
     for (int32_t i = s.textureWalk; i < count && status == 0; ++i) {
-        if (!grTextureOfId(dict, i + 2)) continue;
+        const Texture2D *t = grTextureOfId(dict, i + 2);
+        if (!t || !ownList(dict, t, i)) continue;
         const int result = textureDefine(dict, i, gprops);
         if (result == TOL_ST_INVALID_GRAPHIC_DATA) {
             fprintf(stderr, "ERROR: TEXTURE %s INVALID!\n", textureName(dict, i));

@@ -83,10 +83,13 @@ int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, in
         setup->takeNumber = viewer.takeNumber;
     }
     if (TOL_updatelistGet(scene) != 0) return 0;
-    // Materials and pictures are merged here once the display has them.
+    // Equal materials and textures of one picture merge before any strip is
+    // built; a picture that cannot be read stops the load.
+    int pictures = 0, mergedPictures = 0, mergedMaterials = 0, textureMemory = 0;
+    if (TOL_sceneOptimizeMaterials(scene, &mergedMaterials) != 0) return 0;
+    if (TOL_sceneOptimizeTexture2D(scene, &pictures, &mergedPictures, &textureMemory) != 0) return 0;
     if (TOL_preprocessALL(scene, &viewer.gprops) != 0) return 0;
     if (i == 0) {
-        int pictures = 0, mergedPictures = 0, mergedMaterials = 0, textureMemory = 0;
         printf("Texture Summary\n");
         printf("---------------\n");
         printf("# of pictures:          %d\n", pictures);

@@ -118,6 +118,16 @@ struct ViewerOptions {
 // programs that draw as it does (library viewer_scene, no window in it).
 // -a, -d and -l: 1 when `letter` is one of them, with its argument applied.
 int viewerDisplayOption(int letter, const char *arg, BW_GraphicProps *gprops, int *patchLod);
+// The figures of the start-up's Texture Summary.
+struct TextureSummary {
+    int pictures;         // pictures after the merge
+    int mergedPictures;   // textures that share another's picture
+    int mergedMaterials;  // materials merged into an equal one
+    int textureMemory;    // bytes of the pictures, at powers of two
+};
+// Merges equal materials and textures of one picture, then makes the display
+// form of every model. 0 when a step failed; its status was printed.
+int viewerOptimizeScene(TOL_Scene *scene, BW_GraphicProps *gprops, TextureSummary *summary);
 // Bounds for culling, display mode and colour of every model; returns the
 // scene's first camera (null without one). Leaves the scene current. With
 // `expandInstances` (-e) its instances first become models of their own.

@@ -30,6 +30,15 @@ int viewerDisplayOption(int letter, const char *arg, BW_GraphicProps *gprops, in
     }
 }
 
+int viewerOptimizeScene(TOL_Scene *scene, BW_GraphicProps *gprops, TextureSummary *summary) {
+    // Equal materials and textures of one picture merge before any strip is
+    // built; a picture that cannot be read stops the load.
+    return TOL_sceneOptimizeMaterials(scene, &summary->mergedMaterials) == 0 &&
+           TOL_sceneOptimizeTexture2D(scene, &summary->pictures, &summary->mergedPictures,
+                                      &summary->textureMemory) == 0 &&
+           TOL_preprocessALL(scene, gprops) == 0;
+}
+
 TOL_Elem *viewerPrepareScene(TOL_Scene *scene, int expandInstances) {
     TOL_sceneSetCurrent(scene);
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));

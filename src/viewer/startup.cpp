@@ -83,19 +83,15 @@ int viewerLoadContext(int i, TOL_Database *handle, const char *const *scenes, in
         setup->takeNumber = viewer.takeNumber;
     }
     if (TOL_updatelistGet(scene) != 0) return 0;
-    // Equal materials and textures of one picture merge before any strip is
-    // built; a picture that cannot be read stops the load.
-    int pictures = 0, mergedPictures = 0, mergedMaterials = 0, textureMemory = 0;
-    if (TOL_sceneOptimizeMaterials(scene, &mergedMaterials) != 0) return 0;
-    if (TOL_sceneOptimizeTexture2D(scene, &pictures, &mergedPictures, &textureMemory) != 0) return 0;
-    if (TOL_preprocessALL(scene, &viewer.gprops) != 0) return 0;
+    TextureSummary summary{};
+    if (!viewerOptimizeScene(scene, &viewer.gprops, &summary)) return 0;
     if (i == 0) {
         printf("Texture Summary\n");
         printf("---------------\n");
-        printf("# of pictures:          %d\n", pictures);
-        printf("# of pictures merged:   %d\n", mergedPictures);
-        printf("# of materials merged:  %d\n", mergedMaterials);
-        printf("Used texture memory:    %d\n", textureMemory);
+        printf("# of pictures:          %d\n", summary.pictures);
+        printf("# of pictures merged:   %d\n", summary.mergedPictures);
+        printf("# of materials merged:  %d\n", summary.mergedMaterials);
+        printf("Used texture memory:    %d\n", summary.textureMemory);
         printf("\n");
     }
     return 1;

@@ -188,7 +188,8 @@ int main(int argc, char *argv[]) {
         fprintf(stderr, "bwrender: the scene '%s' does not load from %s\n", o.scene, o.database);
         return 1;
     }
-    if (TOL_updatelistGet(&scene) != 0 || TOL_preprocessALL(&scene, &gprops) != 0) return 1;
+    TextureSummary summary{};
+    if (TOL_updatelistGet(&scene) != 0 || !viewerOptimizeScene(&scene, &gprops, &summary)) return 1;
     TOL_gpropsSetSurfacePrecision(&gprops, o.patchLod);
     glbVar.cullEnable = 0;
     glbVar.listEnable = 0;

@@ -122,6 +122,11 @@ void grClearStencil();
 // The red alignment cross over the whole viewport: an X along its diagonals.
 // Lighting and depth test are on after it.
 void viewportCross();
+// Overlays drawn over the whole view: both matrices pushed, the view the unit
+// square (0, 0)-(1, 1) of the window. The end pops them and gives back the
+// matrix mode the begin returned.
+int grOverlayBegin();
+void grOverlayEnd(int matrixMode);
 
 // Safe frames of editing: three black rectangles, at an outer margin, the
 // safe action margin and the safe title margin, each a fraction of the view

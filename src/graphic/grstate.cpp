@@ -76,18 +76,31 @@ void grDepthTest(int on) {
 
 void grViewport(int x, int y, int width, int height) { glViewport(x, y, width, height); }
 
-void viewportCross() {
-    grDepthTest(0);
-    grLighting(0);
+int grOverlayBegin() {
     GLint mode = GL_MODELVIEW;
     glGetIntegerv(GL_MATRIX_MODE, &mode);
-    glMatrixMode(GL_MODELVIEW);
-    glPushMatrix();
-    glLoadIdentity();
     glMatrixMode(GL_PROJECTION);
     glPushMatrix();
     glLoadIdentity();
     glOrtho(0, 1, 0, 1, -1, 1);
+    glMatrixMode(GL_MODELVIEW);
+    glPushMatrix();
+    glLoadIdentity();
+    return mode;
+}
+
+void grOverlayEnd(int matrixMode) {
+    glMatrixMode(GL_MODELVIEW);
+    glPopMatrix();
+    glMatrixMode(GL_PROJECTION);
+    glPopMatrix();
+    glMatrixMode(static_cast<GLenum>(matrixMode));
+}
+
+void viewportCross() {
+    grDepthTest(0);
+    grLighting(0);
+    const int mode = grOverlayBegin();
     glColor4f(1.0f, 0.0f, 0.0f, 1.0f);
     glBegin(GL_LINES);
     glVertex2f(0.0f, 0.0f);
@@ -95,10 +108,7 @@ void viewportCross() {
     glVertex2f(0.0f, 1.0f);
     glVertex2f(1.0f, 0.0f);
     glEnd();
-    glPopMatrix();
-    glMatrixMode(GL_MODELVIEW);
-    glPopMatrix();
-    glMatrixMode(static_cast<GLenum>(mode));
+    grOverlayEnd(mode);
     grDepthTest(1);
     grLighting(1);
 }
@@ -139,26 +149,15 @@ void safeFrameDraw(const BW_GraphicProps *props) {
     static const SafeFrameMargins m = safeFrameMargins(
         envGet(ENV_BW_SHADE_SHOW_FIELD), envGet(ENV_BW_SAFETITLE), envGet(ENV_BW_SAFEACTION));
     if (!m.shown) return;
-    GLint mode = GL_MODELVIEW;
-    glGetIntegerv(GL_MATRIX_MODE, &mode);
     const GLboolean lit = glIsEnabled(GL_LIGHTING), depth = glIsEnabled(GL_DEPTH_TEST);
     grLighting(0);
     grDepthTest(0);
-    glMatrixMode(GL_PROJECTION);
-    glPushMatrix();
-    glLoadIdentity();
-    glOrtho(0, 1, 0, 1, -1, 1);
-    glMatrixMode(GL_MODELVIEW);
-    glPushMatrix();
-    glLoadIdentity();
+    const int mode = grOverlayBegin();
     glColor4f(0.0f, 0.0f, 0.0f, 1.0f);
     frameRectangle(m.outer);
     frameRectangle(m.action);
     frameRectangle(m.title);
-    glPopMatrix();
-    glMatrixMode(GL_PROJECTION);
-    glPopMatrix();
-    glMatrixMode(static_cast<GLenum>(mode));
+    grOverlayEnd(mode);
     grLighting(lit ? 1 : 0);
     grDepthTest(depth);
 }

@@ -90,25 +90,14 @@ void matteFill(const BW_GraphicProps *gprops) {
     }
     grLighting(0);
     glDisable(GL_TEXTURE_2D);
-    GLint mode = GL_MODELVIEW;
-    glGetIntegerv(GL_MATRIX_MODE, &mode);
-    glMatrixMode(GL_PROJECTION);
-    glPushMatrix();
-    glLoadIdentity();
-    glOrtho(0, 1, 0, 1, -1, 1);
-    glMatrixMode(GL_MODELVIEW);
-    glPushMatrix();
-    glLoadIdentity();
+    const int mode = grOverlayBegin();
     glBegin(GL_POLYGON);
     glVertex2f(0.0f, 0.0f);
     glVertex2f(1.0f, 0.0f);
     glVertex2f(1.0f, 1.0f);
     glVertex2f(0.0f, 1.0f);
     glEnd();
-    glPopMatrix();
-    glMatrixMode(GL_PROJECTION);
-    glPopMatrix();
-    glMatrixMode(static_cast<GLenum>(mode));
+    grOverlayEnd(mode);
     if (blend) glDisable(GL_BLEND);
     glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
     if (textured) glEnable(GL_TEXTURE_2D);

@@ -226,6 +226,10 @@ void tessDictionarySet(Dictionary *dict);
 int modelPreprocess(Model *model, BW_GraphicProps *gprops);
 void modelDropStrips(Model *model);
 void modelDropGeometry(Model *model, int recurse);
+// 1 (default): strips are drawn from the stream as vertex arrays, one call a
+// strip (a per-vertex diffuse colour excepted); 0: one call a vertex. Both
+// give the same pixels.
+extern int g_stripArrays;
 // Plays the model's stream (or its display list under listEnable). 0, or 97.
 int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprops);
 // Preprocesses every shown model of the scene when shading (modelPreprocess).

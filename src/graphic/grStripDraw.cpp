@@ -137,7 +137,30 @@ int stripStreamWalk(const float *stream, int32_t length, const StripStreamVisito
     return -1;
 }
 
+int g_stripArrays = 1;
+
 namespace {
+
+// Client arrays a play has switched on, one bit each.
+constexpr unsigned ARRAY_UV = 1, ARRAY_COLOUR = 2, ARRAY_NORMAL = 4, ARRAY_POSITION = 8;
+
+struct ClientArray {
+    unsigned bit;  // ARRAY_*
+    GLenum array;  // its client state
+};
+const ClientArray clientArrays[] = {{ARRAY_UV, GL_TEXTURE_COORD_ARRAY},
+                                    {ARRAY_COLOUR, GL_COLOR_ARRAY},
+                                    {ARRAY_NORMAL, GL_NORMAL_ARRAY},
+                                    {ARRAY_POSITION, GL_VERTEX_ARRAY}};
+
+// Switches the client arrays to `wanted`, touching only those that change.
+void clientArraysSet(unsigned *enabled, unsigned wanted) {
+    for (const ClientArray &a : clientArrays) {
+        if ((wanted & a.bit) && !(*enabled & a.bit)) glEnableClientState(a.array);
+        if (!(wanted & a.bit) && (*enabled & a.bit)) glDisableClientState(a.array);
+    }
+    *enabled = wanted;
+}
 
 // The state of one play of a stream on OpenGL.
 struct Player {
@@ -150,6 +173,7 @@ struct Player {
     bool textureCell;          // the material had a texture cell
     bool compiling;            // a display list is being made
     GLuint list;               // that list
+    unsigned arrays;           // ARRAY_* switched on by this play
 };
 
 void playMaterial(void *user, float token, int id) {
@@ -185,10 +209,9 @@ void playTexture(void *user, int id) {
     textureBindList(grTextureOfId(p.dict, id), id, p.gprops);
 }
 
-void playStrip(void *user, const float *cells, int count, const StripVertexLayout *l) {
-    Player &p = *static_cast<Player *>(user);
-    if (!p.textureCell && p.g->curTxtId > 0) textureUnbind(*p.g);
-    const bool diffuse = p.token == STRIP_MAT_SHADED_COLOUR;
+// One vertex a call: the form that a per-vertex diffuse colour needs, since
+// it goes through the material, and the reference the arrays are held to.
+void playStripImmediate(const float *cells, int count, const StripVertexLayout *l, bool diffuse) {
     glBegin(GL_TRIANGLE_STRIP);
     for (const float *v = cells; v < cells + count; v += l->stride) {
         if (l->uv >= 0) glTexCoord2fv(v + l->uv + 1);
@@ -204,6 +227,31 @@ void playStrip(void *user, const float *cells, int count, const StripVertexLayou
         glVertex3fv(v + l->pos);
     }
     glEnd();
+}
+
+// The strip's cells are already interleaved vertices: the arrays point into
+// the stream with its stride, and one call draws the strip (or compiles it
+// into the list being made).
+void playStripArrays(Player &p, const float *cells, int count, const StripVertexLayout *l) {
+    const GLsizei stride = static_cast<GLsizei>(l->stride * sizeof(float));
+    unsigned wanted = ARRAY_POSITION;
+    if (l->uv >= 0) wanted |= ARRAY_UV;
+    if (l->colour >= 0) wanted |= ARRAY_COLOUR;
+    if (l->normal >= 0) wanted |= ARRAY_NORMAL;
+    clientArraysSet(&p.arrays, wanted);
+    if (l->uv >= 0) glTexCoordPointer(2, GL_FLOAT, stride, cells + l->uv + 1);
+    if (l->colour >= 0) glColorPointer(3, GL_FLOAT, stride, cells + l->colour);
+    if (l->normal >= 0) glNormalPointer(GL_FLOAT, stride, cells + l->normal);
+    glVertexPointer(3, GL_FLOAT, stride, cells + l->pos);
+    glDrawArrays(GL_TRIANGLE_STRIP, 0, count / l->stride);
+}
+
+void playStrip(void *user, const float *cells, int count, const StripVertexLayout *l) {
+    Player &p = *static_cast<Player *>(user);
+    if (!p.textureCell && p.g->curTxtId > 0) textureUnbind(*p.g);
+    const bool diffuse = p.token == STRIP_MAT_SHADED_COLOUR;
+    if (g_stripArrays && !diffuse) playStripArrays(p, cells, count, l);
+    else playStripImmediate(cells, count, l, diffuse);
 }
 
 }  // namespace
@@ -245,6 +293,7 @@ int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprop
         }
         const StripStreamVisitor visitor = {&p, playMaterial, playTexture, playStrip};
         stripStreamWalk(h->stream, h->streamLength, &visitor);
+        clientArraysSet(&p.arrays, 0);
         if (p.compiling) {
             // The list takes the stream over.
             glEndList();

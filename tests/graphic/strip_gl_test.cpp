@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <vector>
 
 #include "graphic.h"
 #include "material.h"
@@ -139,4 +141,114 @@ TEST_F(StripGl, AMeshIsDrawnWithItsSecondScaleUnlessItsMeshCarriesIt) {
     EXPECT_EQ(mv[0], 1.0f);
     EXPECT_EQ(mv[12], 0.0f);
     modelFree(m);
+}
+
+namespace {
+
+// One quad strip of every material token, with and without a texture cell,
+// each over its own eighth of the view; each vertex has its own colour,
+// normal and UV so that a vertex sent wrong shows.
+std::vector<float> everyTokenStream() {
+    // The plain constant material last: it ends the compiling of a list, so
+    // with lists on the others go through one.
+    const float tokens[4] = {STRIP_MAT_CONSTANT_COLOUR, STRIP_MAT_SHADED, STRIP_MAT_SHADED_COLOUR,
+                             STRIP_MAT_CONSTANT};
+    std::vector<float> s;
+    int cell = 0;
+    for (float token : tokens)
+        for (int textured = 0; textured < 2; ++textured, ++cell) {
+            const bool colour = token == STRIP_MAT_CONSTANT_COLOUR || token == STRIP_MAT_SHADED_COLOUR;
+            const bool shaded = token == STRIP_MAT_SHADED || token == STRIP_MAT_SHADED_COLOUR;
+            s.push_back(token);
+            s.push_back(static_cast<float>(cell + 1));  // material id
+            if (textured) {
+                s.push_back(STRIP_TEXTURE);
+                s.push_back(7.0f);
+            }
+            const int stride = 1 + (textured ? 3 : 0) + (colour ? 3 : 0) + (shaded ? 3 : 0) + 3;
+            s.push_back(static_cast<float>(4 * stride));
+            const float x0 = -1.0f + 0.5f * static_cast<float>(cell % 4), y0 = cell < 4 ? -1.0f : 0.0f;
+            for (int v = 0; v < 4; ++v) {
+                const float u = static_cast<float>(v & 1), w = static_cast<float>(v >> 1);
+                int32_t index = v;
+                float bits;
+                memcpy(&bits, &index, sizeof bits);
+                s.push_back(bits);
+                if (textured) s.insert(s.end(), {0.0f, u * 3.0f, w * 3.0f});
+                if (colour) s.insert(s.end(), {u, w, 0.25f + 0.5f * u * w});
+                if (shaded) s.insert(s.end(), {0.6f * (u - 0.5f), 0.6f * (w - 0.5f), 0.7f});
+                s.insert(s.end(), {x0 + 0.5f * u, y0 + w, 0.0f});
+            }
+        }
+    s.push_back(STRIP_END);
+    return s;
+}
+
+// The texture list of id 7: a 2 x 2 checker, nearest, repeated.
+void checkerList() {
+    static GLuint name = 0;
+    if (!name) glGenTextures(1, &name);
+    const unsigned char texels[16] = {255, 255, 255, 255, 40, 40, 200, 255, 40, 40, 200, 255, 255, 255, 255, 255};
+    glNewList(TEXTURE_LIST_BASE + 7, GL_COMPILE);
+    glBindTexture(GL_TEXTURE_2D, name);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 2, 2, 0, GL_RGBA, GL_UNSIGNED_BYTE, texels);
+    glEndList();
+}
+
+std::vector<unsigned char> frame() {
+    std::vector<unsigned char> rgb(W * H * 3);
+    glReadPixels(0, 0, W, H, GL_RGB, GL_UNSIGNED_BYTE, rgb.data());
+    return rgb;
+}
+
+}  // namespace
+
+// Vertex arrays and one call a vertex must give the same picture for every
+// material token and texture combination, drawn directly and while a list
+// is compiled from them.
+TEST_F(StripGl, ArraysDrawEveryTokenAndTextureAsOneCallAVertexDoes) {
+    checkerList();
+    const GLfloat light[4] = {0.2f, 0.3f, 1.0f, 0.0f};
+    glLightfv(GL_LIGHT0, GL_POSITION, light);
+    glEnable(GL_LIGHT0);
+    gp.texture.active = 1;
+    const std::vector<float> stream = everyTokenStream();
+    auto draw = [&](int arrays, int lists) {
+        Model *m = modelNew("strips", MODEL_MESH, nullptr);
+        for (int i = 0; i < 4; ++i) m->globalMatrix[i][i] = 1.0f;
+        m->tmesh = static_cast<TmeshHeader *>(calloc(1, sizeof(TmeshHeader)));
+        m->tmesh->listId = -1;
+        m->tmesh->compileRequest = 1;
+        m->tmesh->streamLength = static_cast<int32_t>(stream.size());
+        m->tmesh->stream = static_cast<float *>(malloc(stream.size() * sizeof(float)));
+        memcpy(m->tmesh->stream, stream.data(), stream.size() * sizeof(float));
+        g_stripArrays = arrays;
+        glbVar.listEnable = lists;
+        glbVar.curMatId = glbVar.curTxtId = -1;
+        glEnable(GL_LIGHTING);
+        clear();
+        EXPECT_EQ(drawStripStream(nullptr, m, &gp), 0);
+        std::vector<unsigned char> picture = frame();
+        modelFree(m);
+        g_stripArrays = 1;
+        return picture;
+    };
+    const std::vector<unsigned char> reference = draw(0, 0);
+    // Every eighth shows something, and the shaded ones more than one shade.
+    for (int cell = 0; cell < 8; ++cell) {
+        const int x = (cell % 4) * (W / 4) + W / 8, y = (cell < 4 ? H / 4 : 3 * H / 4);
+        const unsigned char *p = &reference[(y * W + x) * 3];
+        EXPECT_GT(p[0] + p[1] + p[2], 0) << "cell " << cell;
+    }
+    EXPECT_EQ(draw(1, 0), reference);
+    EXPECT_EQ(draw(1, 1), reference);
+    EXPECT_EQ(draw(0, 1), reference);
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    GLboolean on = GL_TRUE;
+    glGetBooleanv(GL_VERTEX_ARRAY, &on);
+    EXPECT_FALSE(on);  // the play leaves no client array on
+    glDisable(GL_LIGHT0);
+    glDisable(GL_LIGHTING);
 }

@@ -231,3 +231,32 @@ TEST(ChannelComm, SetDataBoundsAndDebugLines) {
     EXPECT_EQ(written, 0);
     EXPECT_EQ(commBlock()->values[999].value, 9.0f);
 }
+
+TEST(ChannelComm, AnOutputSetByTheViewerIsMarkedForTheWriteToTakeIt) {
+    Arena arena(0);
+    ASSERT_EQ(arena.ok, 1);
+    ChannelDriver d;
+    d.dofCount = 3;
+    d.dofs.resize(3);
+    d.dofs[0].direction = d.dofs[2].direction = CHANNEL_DIR_OUTPUT;
+    d.dofs[1].direction = CHANNEL_DIR_INPUT;
+    d.dofs[2].scale = 2.0f;
+    channelDofSet(&d, 0, 1.5f);
+    channelDofSet(&d, 1, 9.0f);  // an input: the driver's to set
+    channelDofSet(&d, 2, 3.0f);
+    ASSERT_EQ(d.slots.size(), 3u);
+    EXPECT_EQ(d.slots[0].written, 2u);
+    EXPECT_EQ(d.slots[1].written, 0u);
+    EXPECT_EQ(d.slots[2].written, 2u);
+    // The write step copies exactly the marked slots, with their mark, into the block.
+    int written = -1;
+    ASSERT_EQ(bw_commSetData(&d, 0, 100, 3, d.slots.data(), 0, &written), 1);
+    EXPECT_EQ(written, 1);
+    const ChannelSlot *block = commBlock()->values;
+    EXPECT_EQ(block[100].value, 1.5f);
+    EXPECT_EQ(block[100].written, 2u);
+    EXPECT_EQ(block[101].written, 0u);
+    EXPECT_EQ(block[101].value, 0.0f);
+    EXPECT_EQ(block[102].value, 6.0f);
+    EXPECT_EQ(block[102].active, 1u);
+}

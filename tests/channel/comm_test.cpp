@@ -10,9 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "capture.h"
 #include "channel.h"
@@ -133,6 +135,47 @@ TEST(ChannelComm, HandshakeAndTurnsWithADriverThread) {
     EXPECT_EQ(slots[0].value, 10.5f);
     EXPECT_EQ(commDriver(0)->holdsLock, 0u);
     driver.join();
+}
+
+TEST(ChannelComm, GrabbingAHeldTurnOrReleasingAGivenOneChangesNothing) {
+    Arena arena(1);
+    ASSERT_EQ(arena.ok, 1);
+    commPrepareDriver(0, 0, 0, 1, CHANNEL_RUN_SYNCED, 0);
+    FakeDriver d;
+    ASSERT_NE(d.base, nullptr);
+    d.handshake(4343);
+    d.turn(1.0f);
+    int timedOut = -1;
+    ASSERT_EQ(commAwaitDriver(0, "fake", 4343, -1, &timedOut), 1);  // the viewer holds the turn
+    sem_t *a = d.sem(d.u32(580)), *b = d.sem(d.u32(584));
+    auto values = [&] {
+        int va = -1, vb = -1;
+        sem_getvalue(a, &va);
+        sem_getvalue(b, &vb);
+        return std::pair(va, vb);
+    };
+    EXPECT_EQ(values(), std::pair(0, 0));
+    // Were the second grab to wait, the driver would never post: a watchdog
+    // aborts the wait so that the test fails instead of hanging.
+    std::atomic<bool> done{false};
+    std::thread watchdog([&] {
+        for (int i = 0; i < 200 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (!done) commBlock()->abort = 1;
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(commGrabDriver(nullptr, 0), 1);
+    const auto took = std::chrono::steady_clock::now() - start;
+    done = true;
+    watchdog.join();
+    EXPECT_LT(took, std::chrono::milliseconds(500));
+    EXPECT_EQ(values(), std::pair(0, 0));
+    EXPECT_EQ(commDriver(0)->holdsLock, 1u);
+    // One release gives the turn back; a second has nothing to give.
+    ASSERT_EQ(commReleaseDriver(nullptr, 0), 1);
+    EXPECT_EQ(values(), std::pair(1, 0));
+    ASSERT_EQ(commReleaseDriver(nullptr, 0), 1);
+    EXPECT_EQ(values(), std::pair(1, 0));
+    EXPECT_EQ(commDriver(0)->holdsLock, 0u);
 }
 
 TEST(ChannelComm, ADeadDriverProcessDoesNotHangTheTurn) {

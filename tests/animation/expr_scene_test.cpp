@@ -86,6 +86,9 @@ TEST_F(ExprScene, AWheelTurnsAsItsTranslationGoesAndAChildReadsTheGlobalValue) {
     Expression *probe = expression("= at_time(1, wheel.transx) + at_frame(15, wheel.transx) * 100");
     int status = 0;
     EXPECT_NEAR(exprNumber(expressionRun(probe, exprEvalSceneOf(&dict), 0.0f, &status)), 10 + 500, 1e-4);
+    // Read by name, the angle the model holds in radians is degrees again.
+    Expression *angle = expression("= wheel.rotz");
+    EXPECT_NEAR(exprNumber(expressionRun(angle, exprEvalSceneOf(&dict), 0.0f, &status)), 90, 1e-4);
     Expression *dist = expression("= ctr_dist(wheel.transx, hub.transx)");
     EXPECT_NEAR(exprNumber(expressionRun(dist, exprEvalSceneOf(&dict), 0.0f, &status)), 2.5, 1e-5);
     Expression *has = expression("= has_relation(wheel.transx, 20011, FORWARD) + has_relation(hub.transx, 110, FORWARD) * 10"

@@ -152,6 +152,12 @@ TEST(ChannelFileRead, EveryTokenOfAVersion351File) {
     EXPECT_EQ(c->next->itemType, CHN_TOK_CAMERA);
     EXPECT_EQ(c->next->enabled, 1);
     EXPECT_EQ(c->next->calibration[0], 4.0f);
+    // Only the word "#" is a comment: a bar, or a word glued to a "#", is a
+    // word that is no token, and the words after it on its line are read.
+    Read bar(dir, "CHANNELS 3.51\n######## FRAMERATE ON\n#TIMESTAMP OFF\n");
+    EXPECT_EQ(bar.result, 1);
+    EXPECT_EQ(bar.setup->frameRate, 1);
+    EXPECT_EQ(bar.setup->timeStamp, 1);
 }
 
 TEST(ChannelFileRead, CaptureComesOnWhenNeitherWordIsSet) {

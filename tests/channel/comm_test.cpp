@@ -10,9 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #include "capture.h"
 #include "channel.h"
@@ -135,6 +137,47 @@ TEST(ChannelComm, HandshakeAndTurnsWithADriverThread) {
     driver.join();
 }
 
+TEST(ChannelComm, GrabbingAHeldTurnOrReleasingAGivenOneChangesNothing) {
+    Arena arena(1);
+    ASSERT_EQ(arena.ok, 1);
+    commPrepareDriver(0, 0, 0, 1, CHANNEL_RUN_SYNCED, 0);
+    FakeDriver d;
+    ASSERT_NE(d.base, nullptr);
+    d.handshake(4343);
+    d.turn(1.0f);
+    int timedOut = -1;
+    ASSERT_EQ(commAwaitDriver(0, "fake", 4343, -1, &timedOut), 1);  // the viewer holds the turn
+    sem_t *a = d.sem(d.u32(580)), *b = d.sem(d.u32(584));
+    auto values = [&] {
+        int va = -1, vb = -1;
+        sem_getvalue(a, &va);
+        sem_getvalue(b, &vb);
+        return std::pair(va, vb);
+    };
+    EXPECT_EQ(values(), std::pair(0, 0));
+    // Were the second grab to wait, the driver would never post: a watchdog
+    // aborts the wait so that the test fails instead of hanging.
+    std::atomic<bool> done{false};
+    std::thread watchdog([&] {
+        for (int i = 0; i < 200 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (!done) commBlock()->abort = 1;
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(commGrabDriver(nullptr, 0), 1);
+    const auto took = std::chrono::steady_clock::now() - start;
+    done = true;
+    watchdog.join();
+    EXPECT_LT(took, std::chrono::milliseconds(500));
+    EXPECT_EQ(values(), std::pair(0, 0));
+    EXPECT_EQ(commDriver(0)->holdsLock, 1u);
+    // One release gives the turn back; a second has nothing to give.
+    ASSERT_EQ(commReleaseDriver(nullptr, 0), 1);
+    EXPECT_EQ(values(), std::pair(1, 0));
+    ASSERT_EQ(commReleaseDriver(nullptr, 0), 1);
+    EXPECT_EQ(values(), std::pair(1, 0));
+    EXPECT_EQ(commDriver(0)->holdsLock, 0u);
+}
+
 TEST(ChannelComm, ADeadDriverProcessDoesNotHangTheTurn) {
     std::string path;
     {
@@ -230,4 +273,33 @@ TEST(ChannelComm, SetDataBoundsAndDebugLines) {
     ASSERT_EQ(bw_commSetData(nullptr, 0, 998, 2, slots, 1, &written), 1);
     EXPECT_EQ(written, 0);
     EXPECT_EQ(commBlock()->values[999].value, 9.0f);
+}
+
+TEST(ChannelComm, AnOutputSetByTheViewerIsMarkedForTheWriteToTakeIt) {
+    Arena arena(0);
+    ASSERT_EQ(arena.ok, 1);
+    ChannelDriver d;
+    d.dofCount = 3;
+    d.dofs.resize(3);
+    d.dofs[0].direction = d.dofs[2].direction = CHANNEL_DIR_OUTPUT;
+    d.dofs[1].direction = CHANNEL_DIR_INPUT;
+    d.dofs[2].scale = 2.0f;
+    channelDofSet(&d, 0, 1.5f);
+    channelDofSet(&d, 1, 9.0f);  // an input: the driver's to set
+    channelDofSet(&d, 2, 3.0f);
+    ASSERT_EQ(d.slots.size(), 3u);
+    EXPECT_EQ(d.slots[0].written, 2u);
+    EXPECT_EQ(d.slots[1].written, 0u);
+    EXPECT_EQ(d.slots[2].written, 2u);
+    // The write step copies exactly the marked slots, with their mark, into the block.
+    int written = -1;
+    ASSERT_EQ(bw_commSetData(&d, 0, 100, 3, d.slots.data(), 0, &written), 1);
+    EXPECT_EQ(written, 1);
+    const ChannelSlot *block = commBlock()->values;
+    EXPECT_EQ(block[100].value, 1.5f);
+    EXPECT_EQ(block[100].written, 2u);
+    EXPECT_EQ(block[101].written, 0u);
+    EXPECT_EQ(block[101].value, 0.0f);
+    EXPECT_EQ(block[102].value, 6.0f);
+    EXPECT_EQ(block[102].active, 1u);
 }

@@ -172,6 +172,22 @@ TEST(TakeFileRead, BinaryRecordsInNetworkOrder) {
     EXPECT_EQ(nl.complete, 1);
 }
 
+TEST(TakeFileRead, AnyFirstWordLeadsAndTheStartMarkIsALineOfItsOwn) {
+    bwtest::TempDir tmp;
+    // Another writer's word before the version, and line ends of two bytes:
+    // the BINARY records begin right behind the start mark's line end.
+    std::vector<std::string> lines = headerLines("1.100000", "BINARY");
+    lines[0] = "OTHER_TAKE V1.100000\r\n";
+    lines.back() = "START-OF-DATA\r\n";
+    Read r = readBytes(tmp, joined(lines) + binaryRecords(kRecords) + "END-OF-DATA\r\n");
+    ASSERT_EQ(r.header, 1) << r.err;
+    EXPECT_FLOAT_EQ(r.take.version, 1.1f);
+    EXPECT_EQ(r.take.startTc, "00:00:00:00");  // a time code is kept as its text
+    EXPECT_EQ(r.take.endTc, "00:00:01:00");
+    expectRecords(r.records, kRecords);
+    EXPECT_EQ(r.complete, 1);
+}
+
 TEST(TakeFileRead, EachMissingHeaderLineIsNamedWithItsLine) {
     bwtest::TempDir tmp;
     const std::vector<std::string> lines = headerLines("1.100000", "BINARY");

@@ -80,4 +80,16 @@ TEST(TakeWriter, HeaderValuesKeepToALineThatReads) {
     EXPECT_EQ(blank.driverName, "NONE");
 }
 
+TEST(TakeWriter, TimeCodesAreHoursMinutesSecondsAndFramesAtThirty) {
+    bwkit::Take take = sample(BW_TAKE_FILE_ASCII);
+    // 0.1 s is 3 frames; 3725.5 s is 1 h 2 min 5 s and 15 frames; 2.305 s
+    // (69.15 frames) rounds to the nearest frame.
+    take.records = {{3725.5f, 0, 1, 0.0f}, {0.1f, 1, 1, 0.0f}};
+    std::string text = bwkit::takeText(take);
+    EXPECT_TRUE(bwtest::contains(text, "\tSTART_TC    : 00:00:00:03\n\tEND_TC      : 01:02:05:15\n")) << text;
+    take.records = {{2.305f, 0, 1, 0.0f}};
+    text = bwkit::takeText(take);
+    EXPECT_TRUE(bwtest::contains(text, "\tSTART_TC    : 00:00:02:09\n\tEND_TC      : 00:00:02:09\n")) << text;
+}
+
 }  // namespace

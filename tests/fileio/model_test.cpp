@@ -279,3 +279,59 @@ TEST(ModelFile, ShortChainBlockFailsTheFileByName) {
     EXPECT_NE(said.find("short.hrc"), std::string::npos) << said;
     EXPECT_NE(said.find("chain block shorter than its four fields"), std::string::npos) << said;
 }
+
+TEST(ModelFile, EachTypeNumberReadsItsOwnGeometryRecord) {
+    // Version 4.0 without a table: a node of type n, its geometry (token 3)
+    // with one field only that record kind has, then a translation that is
+    // read right only if the geometry took exactly its own bytes.
+    struct Case {
+        int32_t type;
+        Buf geometry;  // the record's tokens, without the closing 0
+    };
+    Buf ref;
+    ref.u16(4).i32(0x40080000).i32(0);  // f64 3.0
+    const Case cases[] = {
+        {MODEL_PATCH, Buf().u16(1).i32(3)},                // u basis
+        {MODEL_FACE, Buf().u16(3).u16(1)},                 // spline boundaries
+        {MODEL_MESH, Buf().u16(6).u16(3)},                 // mesh flags
+        {MODEL_SPLINE, Buf().u16(1).u16(3)},               // spline basis
+        {MODEL_META, Buf().u16(1).i32(3)},                 // meta value 1
+        {MODEL_REF, ref},                                  // reference value 4
+        {MODEL_NURBS_CURVE, Buf().u16(1).i32(3)},          // degree
+        {MODEL_NURBS_SURFACE, Buf().u16(1).i32(3).i32(2)}, // u and v degrees
+    };
+    bwtest::TempDir dir;
+    auto read = [&](int32_t type, const Buf &geometry, bool sized) {
+        Buf b;
+        b.header(4.0f).raw("HRCH", 4).u16(1).raw("n", 2).u16(2).i32(uint32_t(type)).u16(3);
+        b.b = b.b + geometry.b;
+        if (!sized) b.u16(0);
+        b.u16(6).f32(1).f32(2).f32(7).u16(0);
+        return readBytes(dir, b.b);
+    };
+    for (const Case &c : cases) {
+        Model *m = read(c.type, c.geometry, false);
+        ASSERT_TRUE(m && m->geometry.any) << c.type;
+        EXPECT_EQ(m->type, c.type);
+        EXPECT_FLOAT_EQ(m->translation[2], 7.0f) << c.type;
+        switch (c.type) {
+        case MODEL_PATCH: EXPECT_EQ(m->geometry.patch->uType, 3); break;
+        case MODEL_FACE: EXPECT_EQ(m->geometry.face->isSpline, 1); break;
+        case MODEL_MESH: EXPECT_EQ(m->geometry.mesh->flags, 3); break;
+        case MODEL_SPLINE: EXPECT_EQ(m->geometry.spline->type, 3); break;
+        case MODEL_META: EXPECT_EQ(m->geometry.meta->value1, 3); break;
+        case MODEL_REF: EXPECT_EQ(m->geometry.ref->value4, 3.0); break;
+        case MODEL_NURBS_CURVE: EXPECT_EQ(m->geometry.curve->degree, 3); break;
+        default: EXPECT_TRUE(m->geometry.surface->degree[0] == 3 && m->geometry.surface->degree[1] == 2);
+        }
+        modelFree(m);
+    }
+    // Types 0, 3 and 5 carry no geometry: their token 3 is a sized block.
+    for (int32_t bare : {MODEL_BARE, MODEL_BARE3, MODEL_BARE5}) {
+        Model *m = read(bare, Buf().i32(4).i32(0x01020304), true);
+        ASSERT_NE(m, nullptr);
+        EXPECT_TRUE(m->type == bare && m->geometry.any == nullptr) << bare;
+        EXPECT_FLOAT_EQ(m->translation[2], 7.0f) << bare;
+        modelFree(m);
+    }
+}

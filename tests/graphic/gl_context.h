@@ -45,4 +45,11 @@ inline bool glFreshState(int width, int height, BW_GraphicProps &gp) {
     return grStateInitGL(&gp) == 1;  // every scene record flagged afresh
 }
 
+// The pixel at (x, y), bottom row first, as 0xRRGGBB.
+inline unsigned glPixel(int x, int y) {
+    unsigned char rgb[3];
+    glReadPixels(x, y, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, rgb);
+    return unsigned{rgb[0]} << 16 | unsigned{rgb[1]} << 8 | rgb[2];
+}
+
 }  // namespace bwtest

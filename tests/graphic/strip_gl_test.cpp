@@ -19,11 +19,7 @@ namespace {
 constexpr int W = 64, H = 64;
 
 
-unsigned pixel(int x, int y) {
-    unsigned char rgb[3];
-    glReadPixels(x, y, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, rgb);
-    return unsigned{rgb[0]} << 16 | unsigned{rgb[1]} << 8 | rgb[2];
-}
+using bwtest::glPixel;
 
 // A unit grid square turned from XZ into XY and moved over the lower-left
 // quarter of the view.
@@ -68,8 +64,8 @@ TEST_F(StripGl, DrawnDirectlyThenFromTheListThatTakesTheStreamOver) {
     clear();
     ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
     const unsigned grey = 0xB2B2B2;  // the default binding: 0.7 grey
-    EXPECT_EQ(pixel(16, 16), grey);
-    EXPECT_EQ(pixel(48, 48), 0u);
+    EXPECT_EQ(glPixel(16, 16), grey);
+    EXPECT_EQ(glPixel(48, 48), 0u);
     EXPECT_EQ(glbVar.curMatId, 1);
     EXPECT_EQ(glbVar.curTxtId, 0);
     EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
@@ -79,7 +75,7 @@ TEST_F(StripGl, DrawnDirectlyThenFromTheListThatTakesTheStreamOver) {
     glbVar.listEnable = 1;
     clear();
     ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
-    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_EQ(glPixel(16, 16), grey);
     ASSERT_GE(m->tmesh->listId, 0);
     EXPECT_EQ(m->tmesh->stream, nullptr);
     EXPECT_EQ(m->tmesh->streamLength, 0);
@@ -90,7 +86,7 @@ TEST_F(StripGl, DrawnDirectlyThenFromTheListThatTakesTheStreamOver) {
     glbVar.curMatId = -1;
     clear();
     ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
-    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_EQ(glPixel(16, 16), grey);
     EXPECT_EQ(glbVar.curMatId, 1);
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
 
@@ -107,7 +103,7 @@ TEST_F(StripGl, DrawnDirectlyThenFromTheListThatTakesTheStreamOver) {
     glEnable(GL_LIGHTING);
     clear();
     ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
-    EXPECT_EQ(pixel(16, 16), grey);
+    EXPECT_EQ(glPixel(16, 16), grey);
     EXPECT_TRUE(glIsEnabled(GL_LIGHTING));  // restored
     EXPECT_EQ(m->tmesh->listId, -1);
     EXPECT_EQ(m->tmesh->compileRequest, 0);
@@ -125,15 +121,15 @@ TEST_F(StripGl, AMeshIsDrawnWithItsSecondScaleUnlessItsMeshCarriesIt) {
     const unsigned grey = 0xB2B2B2;
     clear();
     ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
-    EXPECT_EQ(pixel(16, 16), grey);
-    EXPECT_EQ(pixel(48, 48), grey);
+    EXPECT_EQ(glPixel(16, 16), grey);
+    EXPECT_EQ(glPixel(48, 48), grey);
 
     // A mesh marked as carrying its scale is drawn by the global matrix alone.
     m->geometry.mesh->flags |= MESH_FLAG_SCALED;
     clear();
     ASSERT_EQ(drawStripStream(nullptr, m, &gp), 0);
-    EXPECT_EQ(pixel(16, 16), grey);
-    EXPECT_EQ(pixel(48, 48), 0u);
+    EXPECT_EQ(glPixel(16, 16), grey);
+    EXPECT_EQ(glPixel(48, 48), 0u);
 
     // The modelview comes back as it was.
     GLfloat mv[16];

@@ -30,11 +30,7 @@ constexpr int MPRFLG = 2, DISPLAY = 1, WIRECOL = 0;  // environment values of an
 // Rows of the x axis of a null model put at y = -0.484, 0.016 and 0.516.
 constexpr float ROW16 = -0.484f, ROW32 = 0.016f, ROW48 = 0.516f;
 
-unsigned pixel(int x, int y) {
-    unsigned char rgb[3];
-    glReadPixels(x, y, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, rgb);
-    return unsigned{rgb[0]} << 16 | unsigned{rgb[1]} << 8 | rgb[2];
-}
+using bwtest::glPixel;
 
 // Colours within one step of rounding.
 bool near(unsigned a, unsigned b) {
@@ -48,7 +44,7 @@ bool near(unsigned a, unsigned b) {
 // Pixels of `row` from x 6 to 30 that hold `colour`.
 int litOnRow(int row, unsigned colour) {
     int n = 0;
-    for (int x = 6; x <= 30; ++x) n += near(pixel(x, row), colour) ? 1 : 0;
+    for (int x = 6; x <= 30; ++x) n += near(glPixel(x, row), colour) ? 1 : 0;
     return n;
 }
 
@@ -197,7 +193,7 @@ TEST_F(Draw, DrawingStatesKeyModelsOutOfTheMatte) {
     gp.material.shade = 1;
     gp.material.matte = 1;
     const uint16_t matte = DISP_MATTE | DISP_SHADED;
-    auto inside = [] { return pixel(16, 16) & 0xFFFFFF; };
+    auto inside = [] { return glPixel(16, 16) & 0xFFFFFF; };
 
     // Without the overload switch the states are nothing to the draw.
     gp.useHiddenForMatte = 0;
@@ -267,20 +263,20 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
         drawIcons(dict, camera, &gp);
     };
     icons(camera);
-    EXPECT_TRUE(near(pixel(16, 32), 0xB23300u)) << "light " << std::hex << pixel(16, 32);
-    EXPECT_TRUE(near(pixel(48, 48), 0x004C00u)) << "lattice " << std::hex << pixel(48, 48);
-    EXPECT_EQ(pixel(20, 16), 0xFFFF00u) << "linked model";
-    EXPECT_EQ(pixel(48, 16), BACK) << "no icon for the camera being drawn";
+    EXPECT_TRUE(near(glPixel(16, 32), 0xB23300u)) << "light " << std::hex << glPixel(16, 32);
+    EXPECT_TRUE(near(glPixel(48, 48), 0x004C00u)) << "lattice " << std::hex << glPixel(48, 48);
+    EXPECT_EQ(glPixel(20, 16), 0xFFFF00u) << "linked model";
+    EXPECT_EQ(glPixel(48, 16), BACK) << "no icon for the camera being drawn";
 
     elemGet(dict, CHP_LIGHTS, lightIndex)->selected = 1;
     elemGet(dict, CHP_LATTICES, latticeIndex)->selected = 1;
     icons(nullptr);
-    EXPECT_EQ(pixel(16, 32), WHITE) << "selected light";
-    EXPECT_EQ(pixel(48, 48), WHITE) << "selected lattice";
-    EXPECT_EQ(pixel(48, 16), BLACK) << "camera icon";
+    EXPECT_EQ(glPixel(16, 32), WHITE) << "selected light";
+    EXPECT_EQ(glPixel(48, 48), WHITE) << "selected lattice";
+    EXPECT_EQ(glPixel(48, 16), BLACK) << "camera icon";
     cameras->elements[cameraIndex].selected = 1;
     icons(nullptr);
-    EXPECT_EQ(pixel(48, 16), WHITE) << "selected camera";
+    EXPECT_EQ(glPixel(48, 16), WHITE) << "selected camera";
     cameras->elements[cameraIndex].selected = 0;
 
     // A hidden light has no icon; without the link switch no linked models.
@@ -288,8 +284,8 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
     light->visibility = 0;
     g_linkIcons = 0;
     icons(camera);
-    EXPECT_EQ(pixel(16, 32), BACK);
-    EXPECT_EQ(pixel(20, 16), BACK);
+    EXPECT_EQ(glPixel(16, 32), BACK);
+    EXPECT_EQ(glPixel(20, 16), BACK);
 
     // Models linked as icons draw only the types without filled geometry.
     Model *square = modelNew("square", MODEL_MESH, tdMakeGridMesh(1, 1));
@@ -301,7 +297,7 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
         glColor3f(1, 1, 1);
         drawWireModel(square, iconsOnly);
         for (int y = 0; y < H; ++y)
-            for (int x = 0; x < W; ++x) drawn[iconsOnly] += pixel(x, y) != BACK;
+            for (int x = 0; x < W; ++x) drawn[iconsOnly] += glPixel(x, y) != BACK;
     }
     EXPECT_GT(drawn[0], 0);
     EXPECT_EQ(drawn[1], 0);
@@ -311,8 +307,8 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
     // a point light: a null whose x axis runs from the light to the right.
     light->visibility = 2;
     icons(camera);
-    EXPECT_TRUE(near(pixel(8, 32), 0xB23300u)) << "the cross reaches left";
-    EXPECT_EQ(pixel(40, 32), BACK);
+    EXPECT_TRUE(near(glPixel(8, 32), 0xB23300u)) << "the cross reaches left";
+    EXPECT_EQ(glPixel(40, 32), BACK);
     bwtest::TempDir rsrc;
     Model *bulb = modelNew("BULB_ICON", MODEL_BARE, nullptr);
     ASSERT_EQ(modelFileWritePath((rsrc / "BULB_ICON.hrc").c_str(), bulb), 1);
@@ -320,8 +316,8 @@ TEST_F(Draw, IconsOfEveryIconChapter) {
     EXPECT_EQ(iconModelsLoad(rsrc.path().c_str()), 1);
     ASSERT_NE(iconModel(ICON_MODEL_BULB), nullptr);
     icons(camera);
-    EXPECT_EQ(pixel(8, 32), BACK) << "no cross";
-    EXPECT_TRUE(near(pixel(40, 32), 0xB23300u)) << "the bulb's axis";
+    EXPECT_EQ(glPixel(8, 32), BACK) << "no cross";
+    EXPECT_TRUE(near(glPixel(40, 32), 0xB23300u)) << "the bulb's axis";
     iconModelsFree();
 
     elemGet(dict, CHP_LIGHTS, lightIndex)->data = nullptr;

@@ -25,11 +25,7 @@ constexpr int W = 64, H = 64;
 std::vector<std::pair<unsigned, float>> accumCalls;
 void countAccum(unsigned op, float value) { accumCalls.emplace_back(op, value); }
 
-unsigned pixel(int x, int y) {
-    unsigned char rgb[3];
-    glReadPixels(x, y, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, rgb);
-    return unsigned{rgb[0]} << 16 | unsigned{rgb[1]} << 8 | rgb[2];
-}
+using bwtest::glPixel;
 
 class FrameFx : public bwtest::LayerTest {
 protected:
@@ -122,15 +118,15 @@ TEST_F(FrameFx, WithoutStencilMattesPunchTheDepthOnlyWhenSomeoneLooks) {
 
     // Nobody looks: the mattes are refused and the scene draws all over.
     frame();
-    const unsigned wall = pixel(48, 48);
+    const unsigned wall = glPixel(48, 48);
     EXPECT_NE(wall, BACK);
-    EXPECT_EQ(pixel(16, 16), wall);
+    EXPECT_EQ(glPixel(16, 16), wall);
 
     // The operator looks: red outside the mattes, the scene only over them.
     gp.showGarbage = 1;
     frame();
-    EXPECT_EQ(pixel(48, 48), RED);
-    EXPECT_EQ(pixel(16, 16), wall);
+    EXPECT_EQ(glPixel(48, 48), RED);
+    EXPECT_EQ(glPixel(16, 16), wall);
     GLint func = 0;
     GLfloat range[2];
     glGetIntegerv(GL_DEPTH_FUNC, &func);

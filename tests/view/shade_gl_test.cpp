@@ -55,11 +55,7 @@ GLint texWidth() {
     return v;
 }
 
-unsigned pixel(int x, int y) {
-    unsigned char rgb[3];
-    glReadPixels(x, y, 1, 1, GL_RGB, GL_UNSIGNED_BYTE, rgb);
-    return unsigned{rgb[0]} << 16 | unsigned{rgb[1]} << 8 | rgb[2];
-}
+using bwtest::glPixel;
 
 class Shade : public bwtest::LayerTest {
 protected:
@@ -391,11 +387,11 @@ TEST_F(Shade, ATexturedSquareShowsItsCornersMirroredWhenTiled) {
             glbVar.curMatId = -1;
             if (strips) ASSERT_EQ(drawStripStream(&scene, m, &gp), 0);
             else drawTrianglesDirect(&scene, m, &gp);
-            EXPECT_EQ(pixel(2, 2), shade(red)) << tiling << strips;
-            EXPECT_EQ(pixel(2, 29), shade(blue)) << tiling << strips;
-            EXPECT_EQ(pixel(29, 2), shade(tiling ? red : green)) << tiling << strips;
-            EXPECT_EQ(pixel(29, 29), shade(tiling ? blue : white)) << tiling << strips;
-            EXPECT_EQ(pixel(48, 48), 0u);
+            EXPECT_EQ(glPixel(2, 2), shade(red)) << tiling << strips;
+            EXPECT_EQ(glPixel(2, 29), shade(blue)) << tiling << strips;
+            EXPECT_EQ(glPixel(29, 2), shade(tiling ? red : green)) << tiling << strips;
+            EXPECT_EQ(glPixel(29, 29), shade(tiling ? blue : white)) << tiling << strips;
+            EXPECT_EQ(glPixel(48, 48), 0u);
         }
     }
     EXPECT_EQ(glbVar.curTxtId, 0);

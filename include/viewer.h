@@ -50,6 +50,7 @@ struct ViewerState {
     uint16_t retraceMultiple;            // -f
     int32_t alphaBits, stencilBits, accumBits;  // what the pixel format offers
     BW_GraphicProps gprops;              // the one set of graphic properties
+    BW_GraphicProps updateGprops;        // the update thread's copy of gprops, taken at each hand-over
     uint32_t singleBuffer;               // -b
     uint32_t parallel;                   // 1 when processCount is 2
     uint32_t channelsRunning, channelStopAck;  // channel run hand-shake

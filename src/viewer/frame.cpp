@@ -128,6 +128,9 @@ void viewerFrame() {
 
 void viewerRingStep() {
     if (loadAcquire(viewer.updateIndex) == viewer.drawIndex) {
+        // The keys change the properties while the update thread works: it
+        // reads the copy taken here, while it waits for this hand-over.
+        if (viewer.parallel) viewer.updateGprops = viewer.gprops;
         storeRelease(viewer.drawIndex, nextIndex(viewer.drawIndex));
         if (viewer.preprocessOnDraw) TOL_preprocessALL(&viewer.sceneCtx[viewer.drawIndex], &viewer.gprops);
     }
@@ -165,6 +168,7 @@ void updateThreadProc() {
 }
 
 int viewerStartUpdateThread() {
+    viewer.updateGprops = viewer.gprops;
     try {
         std::thread(updateThreadProc).detach();
     } catch (const std::system_error &e) {
@@ -174,6 +178,9 @@ int viewerStartUpdateThread() {
     }
     return 1;
 }
+
+// The graphic properties the update side's preprocess reads.
+static BW_GraphicProps *updateProps() { return viewer.parallel ? &viewer.updateGprops : &viewer.gprops; }
 
 void updateNormal() {
     UpdateStats stats;
@@ -192,7 +199,7 @@ void updateNormal() {
         storeRelease(viewer.forceEval[u], 0u);
     }
     stats.workDone();
-    TOL_preprocessALL(&viewer.sceneCtx[u], &viewer.gprops);
+    TOL_preprocessALL(&viewer.sceneCtx[u], updateProps());
     stats.preprocessDone();
     if (loadAcquire(viewer.channelCommand) == CHANNEL_CMD_START) {
         if (!channelsActive()) channelStart();
@@ -222,7 +229,7 @@ void updateChannels() {
         !runCaptureList(u, &viewer.channelSetup[u]->mainList, "MAIN UPDATE LIST"))
         channelStop();
     stats.workDone();
-    if (!viewer.preprocessOnDraw) TOL_preprocessALL(&viewer.sceneCtx[u], &viewer.gprops);
+    if (!viewer.preprocessOnDraw) TOL_preprocessALL(&viewer.sceneCtx[u], updateProps());
     stats.preprocessDone();
     if (channelsActive()) {
         switch (loadAcquire(viewer.channelCommand)) {

@@ -281,6 +281,8 @@ extern int (*g_stripTextureId)(const Texture2D *texture);
 // "Ids of materials and textures"). The two copies of a scene, loaded from
 // the same files, give every record the same id.
 //
+// The id of the element in slot `index` of MATERIALS or TEXTURES2D.
+constexpr int32_t grSlotId(int32_t index) { return index + 2; }
 // 1 (the default material) for null or a material the scene does not hold.
 int grMaterialId(Dictionary *dict, const Material *material);
 // The material of an id; the default material for 1; null for none.

@@ -82,13 +82,13 @@ void make(Dictionary *dict, SceneIds &ids) {
         const Element &e = materials->elements[i];
         const Material *m = e.deleted != ELEM_LIVE ? nullptr : static_cast<const Material *>(e.data);
         ids.materials.push_back(m);
-        if (m) ids.idOf.emplace(m, i + 2);
+        if (m) ids.idOf.emplace(m, grSlotId(i));
     }
     for (int32_t i = 0; i < ids.textureSlots; ++i) {
         const Element &e = textures->elements[i];
         const Texture2D *t = e.deleted != ELEM_LIVE ? nullptr : static_cast<const Texture2D *>(e.data);
         ids.textures.push_back(t);
-        if (t) ids.idOf.emplace(t, i + 2);
+        if (t) ids.idOf.emplace(t, grSlotId(i));
     }
     // The models' own materials and local textures, tree by tree in file order.
     std::vector<const Texture2D *> locals;

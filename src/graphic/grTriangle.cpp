@@ -27,7 +27,7 @@ namespace {
 constexpr uint16_t SHADING_CONSTANT = 1;  // drawn unlit
 constexpr uint16_t SHADING_SHADOW = 6;    // catches shadows only: no strips
 constexpr uint16_t MAP_CYLINDER = 5, MAP_SPHERE = 6;
-constexpr int32_t KIND_SKIPPED_A = 13, KIND_SKIPPED_B = 15;  // model kinds without strips
+constexpr int32_t KIND_SKIPPED = 13;  // a model kind without strips, beside instances
 constexpr float COLOUR_SCALE = 0.00392156862745098f;  // 1 / 255
 
 Dictionary *lookupDict() { return tessDictionary(); }
@@ -553,7 +553,7 @@ int streamCompile(Model *model, TmeshBuild *build, const BW_GlbVar &g, const BW_
 
 int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
     if (!model) return 23;
-    if (model->kind == KIND_SKIPPED_A || model->kind == KIND_SKIPPED_B || !drawnType(model->type)) return 0;
+    if (model->kind == KIND_SKIPPED || model->kind == MODEL_KIND_INSTANCE || !drawnType(model->type)) return 0;
     const BW_GlbVar &g = glbOf(gprops);
     if (model->displayFlags & MODEL_GEOMETRY_STALE) modelDropGeometry(model, 0);
 

@@ -20,7 +20,6 @@ constexpr uint16_t ENTRY_ALPHA_ZERO = 128;   // per-model word: matte alpha 0 un
 constexpr uint16_t ENTRY_ALPHA_ONE = 0x100;  // per-model word: matte alpha 1 under the overload
 constexpr uint16_t DISP_BITS = DISP_WIRE | DISP_SHADED | DISP_TEXTURED | DISP_NORMALS;
 constexpr int32_t KIND_NO_SHADE = 13;        // models of this kind are never filled
-constexpr int32_t KIND_INSTANCE = 15;        // instances draw without strips, yellow in wire
 constexpr int32_t KIND_HELPER_FIRST = 18;    // helper kinds, shown with the helper switch
 constexpr int32_t KIND_HELPER_LAST = 29;
 constexpr uint16_t SHADING_CONSTANT = 1;     // drawn unlit in the material's colour
@@ -92,13 +91,13 @@ void wireColour(const ModelDisplay &display, const Model *m, const BW_GraphicPro
         glColor4fv(display.selectionByte >= SELECTION_BRANCH ? YELLOW : WHITE);
     bool bare = m->type == MODEL_NULL || m->type == MODEL_BARE;
     if (bare && m->parent && m->parent->type == MODEL_TYPE_JOINT) glColor4fv(JOINT_NULL);
-    if (m->kind == KIND_INSTANCE) glColor4fv(INSTANCE);
+    if (m->kind == MODEL_KIND_INSTANCE) glColor4fv(INSTANCE);
 }
 
 // Whether the strip stream can draw the model as its shaded part.
 bool stripsDraw(const Model *m, const ModelDisplay &display, const ViewModelRecord *r,
                 const BW_GraphicProps *gprops) {
-    return display.state >= VISIBILITY_SHOWN && m->kind != KIND_INSTANCE && m->triangles &&
+    return display.state >= VISIBILITY_SHOWN && m->kind != MODEL_KIND_INSTANCE && m->triangles &&
            !gprops->material.matte && !(r && r->garbageMatte) && m->tmesh &&
            (m->tmesh->stream || m->tmesh->listId >= 0) && modelTypeFilled(m->type);
 }

@@ -11,6 +11,7 @@
 namespace {
 
 GLboolean depthWasOn = GL_TRUE;  // depth test before matteBegin, for matteEnd
+bool stencilPath = false;        // matteBegin found stencil bits: End and Fill of the frame follow it
 const float RED[4] = {1.0f, 0.0f, 0.0f, 1.0f};    // the operator's view of the area outside
 const float WHITE[4] = {1.0f, 1.0f, 1.0f, 1.0f};  // the key signal
 
@@ -32,7 +33,8 @@ bool hasExtension(const char *name) {
 
 int matteBegin(const BW_GraphicProps *gprops) {
     depthWasOn = glIsEnabled(GL_DEPTH_TEST);
-    if (stencilBits() > 0) {
+    stencilPath = stencilBits() > 0;
+    if (stencilPath) {
         glStencilFunc(GL_ALWAYS, 1, 1);
         glStencilOp(GL_REPLACE, GL_REPLACE, GL_REPLACE);
         glEnable(GL_STENCIL_TEST);
@@ -53,7 +55,7 @@ int matteBegin(const BW_GraphicProps *gprops) {
 }
 
 void matteEnd(const BW_GraphicProps *gprops) {
-    if (stencilBits() > 0) {
+    if (stencilPath) {
         glDisable(GL_STENCIL_TEST);
         glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
         grDepthTest(depthWasOn);
@@ -66,7 +68,7 @@ void matteEnd(const BW_GraphicProps *gprops) {
 }
 
 void matteFill(const BW_GraphicProps *gprops) {
-    if (stencilBits() <= 0 || !gprops->material.shade) return;
+    if (!stencilPath || !gprops->material.shade) return;
     const GLboolean depthOn = glIsEnabled(GL_DEPTH_TEST);
     const GLboolean lit = glIsEnabled(GL_LIGHTING);
     const GLboolean textured = glIsEnabled(GL_TEXTURE_2D);
@@ -77,7 +79,9 @@ void matteFill(const BW_GraphicProps *gprops) {
     glColor4fv(WHITE);
     bool blend = false;
     if (!gprops->material.matte) {
-        if (gprops->showGarbage && hasExtension("GL_EXT_blend_color")) {
+        // The context's extensions do not change while it lives.
+        static const bool blendColour = hasExtension("GL_EXT_blend_color");
+        if (gprops->showGarbage && blendColour) {
             glColorMask(GL_TRUE, GL_FALSE, GL_FALSE, GL_TRUE);
             glEnable(GL_BLEND);
             blend = true;

@@ -385,7 +385,7 @@ TOL_Status texturesMerge(Dictionary *dict, int *pictures, int *merged, int *memo
             t->listId = found->listId;
             continue;
         }
-        key.listId = i + 2;
+        key.listId = grSlotId(i);
         key.bytes = 0;
         if (t->sourceKind != 2) {
             // The icon of an element is drawn from the element, not read here.

@@ -64,7 +64,7 @@ const char *textureName(Dictionary *dict, int32_t index) {
         const Element *e = elemGet(dict, CHP_TEXTURES2D, index);
         return e && e->name ? e->name->fullName.c_str() : "";
     }
-    const Texture2D *t = grTextureOfId(dict, index + 2);
+    const Texture2D *t = grTextureOfId(dict, grSlotId(index));
     return !t ? "" : t->sequenceName.empty() ? t->pictureName.c_str() : t->sequenceName.c_str();
 }
 
@@ -138,7 +138,7 @@ void textureListMade(int id, const Texture2D &t, int32_t frame) {
 
 // A texture that shares the list of an earlier one of the same picture is
 // defined there: each picture is loaded and compiled once.
-bool ownList(Dictionary *dict, const Texture2D *t, int32_t index) { return grTextureId(dict, t) == index + 2; }
+bool ownList(Dictionary *dict, const Texture2D *t, int32_t index) { return grTextureId(dict, t) == grSlotId(index); }
 
 }  // namespace
 
@@ -159,7 +159,7 @@ uint16_t textureFlags(const Dictionary *dict, int32_t index) {
 
 int textureDefine(Dictionary *dict, int32_t index, BW_GraphicProps *gprops) {
     if (!gprops || !gprops->texture.active) return 0;
-    const Texture2D *t = grTextureOfId(dict, index + 2);
+    const Texture2D *t = grTextureOfId(dict, grSlotId(index));
     ViewScene &s = shadeSceneOf(dict);
     if (!t || static_cast<size_t>(index) >= s.textures.size()) return 0;
     ShadeTexture &state = s.textures[static_cast<size_t>(index)];

@@ -157,53 +157,32 @@ void trianglesSort(Model *model) {
 // ---------------------------------------------------------------------------
 // Strip walk
 
-struct EdgeRecord {
-    int32_t hi;     // higher vertex index of the edge
-    int32_t tri;    // first triangle
-    int32_t tri2;   // second triangle; -1 none
-    int32_t seam;   // a seam triangle lies on the edge
-};
-
-// Edges grouped by their lower vertex, each group sorted by the higher one;
-// the first record of a pair holds both triangles.
-struct EdgeTable {
-    std::vector<int64_t> start;      // per vertex, its first record; one more at the end
-    std::vector<EdgeRecord> records;
-
-    const EdgeRecord *find(int32_t a, int32_t b) const {
-        const int32_t lo = std::min(a, b), hi = std::max(a, b);
-        const EdgeRecord *first = records.data() + start[static_cast<size_t>(lo)];
-        const EdgeRecord *end = records.data() + start[static_cast<size_t>(lo) + 1];
-        const EdgeRecord *at =
-            std::lower_bound(first, end, hi, [](const EdgeRecord &r, int32_t want) { return r.hi < want; });
-        return at != end && at->hi == hi ? at : nullptr;
-    }
-};
-
+// Across each edge of each triangle, the triangle that may continue a strip
+// there: of the triangles that share the edge's two vertices, the first two
+// in triangle order are neighbours of each other (a third one has none), and
+// an edge that a seam triangle lies on has none. -1 for none.
 struct Walk {
     const Model *model;
     std::vector<int32_t> corner;   // 3 vertex indices per triangle; -1 for a null vertex
     std::vector<uint8_t> seam;     // seam triangles
     std::vector<uint8_t> used;
-    EdgeTable edges;
+    std::vector<int32_t> across;   // per triangle edge k (corners k, k + 1): the neighbour
 
     // The triangle across edge (x, y) of `t` that may continue a strip:
     // unused, same material, not across a seam, and running the edge the
     // other way so that the strip keeps its turning sense. -1 for none.
     int32_t neighbour(int32_t t, int32_t x, int32_t y) const {
-        const EdgeRecord *r = edges.find(x, y);
-        if (!r || r->seam) return -1;
-        const int32_t n = r->tri == t ? r->tri2 : (r->tri2 == t ? r->tri : -1);
+        const int32_t *ct = &corner[3 * static_cast<size_t>(t)];
+        int edge = -1;
+        for (int k = 0; k < 3; ++k)
+            if ((ct[k] == x && ct[(k + 1) % 3] == y) || (ct[k] == y && ct[(k + 1) % 3] == x)) edge = k;
+        if (edge < 0) return -1;
+        const int32_t n = across[3 * static_cast<size_t>(t) + static_cast<size_t>(edge)];
         if (n < 0 || used[static_cast<size_t>(n)]) return -1;
         if (model->triangles[n].material != model->triangles[t].material) return -1;
-        // t runs x -> y or y -> x; n must run the other way.
-        const int32_t *ct = &corner[3 * static_cast<size_t>(t)], *cn = &corner[3 * static_cast<size_t>(n)];
-        int32_t from = -1, to = -1;
-        for (int k = 0; k < 3; ++k)
-            if ((ct[k] == x && ct[(k + 1) % 3] == y) || (ct[k] == y && ct[(k + 1) % 3] == x)) {
-                from = ct[k];
-                to = ct[(k + 1) % 3];
-            }
+        // t runs from -> to; n must run the other way.
+        const int32_t from = ct[edge], to = ct[(edge + 1) % 3];
+        const int32_t *cn = &corner[3 * static_cast<size_t>(n)];
         for (int k = 0; k < 3; ++k)
             if (cn[k] == to && cn[(k + 1) % 3] == from) return n;
         return -1;
@@ -244,38 +223,57 @@ std::vector<const Texture2D *> wrapTextures(const Model *model) {
     return out;
 }
 
-void edgeTableMake(Walk &w) {
+// Fills `across`: the triangle edges grouped by their lower vertex (in
+// triangle order within a group), each group ordered by the higher vertex,
+// then each run of one vertex pair read as one edge.
+void acrossMake(Walk &w) {
     const int32_t n = w.model->triangleCount, nv = w.model->vertexCount;
-    EdgeTable &e = w.edges;
-    e.start.assign(static_cast<size_t>(nv) + 1, 0);
+    struct Record {
+        int32_t hi;    // higher vertex of the edge
+        int32_t slot;  // 3 x triangle + edge
+    };
+    std::vector<int64_t> start(static_cast<size_t>(nv) + 1, 0);
     for (int32_t t = 0; t < n; ++t) {
         const int32_t *c = &w.corner[3 * static_cast<size_t>(t)];
         if (c[0] < 0) continue;
-        for (int k = 0; k < 3; ++k) ++e.start[static_cast<size_t>(std::min(c[k], c[(k + 1) % 3])) + 1];
+        for (int k = 0; k < 3; ++k) ++start[static_cast<size_t>(std::min(c[k], c[(k + 1) % 3])) + 1];
     }
-    for (size_t i = 1; i < e.start.size(); ++i) e.start[i] += e.start[i - 1];
-    e.records.resize(static_cast<size_t>(e.start.back()));
-    std::vector<int64_t> fill(e.start.begin(), e.start.end() - 1);
-    for (int32_t t = 0; t < n; ++t) {
-        const int32_t *c = &w.corner[3 * static_cast<size_t>(t)];
-        if (c[0] < 0) continue;
-        for (int k = 0; k < 3; ++k) {
-            const int32_t a = c[k], b = c[(k + 1) % 3];
-            e.records[static_cast<size_t>(fill[static_cast<size_t>(std::min(a, b))]++)] =
-                EdgeRecord{std::max(a, b), t, -1, w.seam[static_cast<size_t>(t)]};
+    for (size_t i = 1; i < start.size(); ++i) start[i] += start[i - 1];
+    std::vector<Record> records(static_cast<size_t>(start.back()));
+    {
+        std::vector<int64_t> fill(start.begin(), start.end() - 1);
+        for (int32_t t = 0; t < n; ++t) {
+            const int32_t *c = &w.corner[3 * static_cast<size_t>(t)];
+            if (c[0] < 0) continue;
+            for (int k = 0; k < 3; ++k) {
+                const int32_t a = c[k], b = c[(k + 1) % 3];
+                records[static_cast<size_t>(fill[static_cast<size_t>(std::min(a, b))]++)] =
+                    Record{std::max(a, b), 3 * t + k};
+            }
         }
     }
-    for (int32_t v = 0; v < nv; ++v) {
-        EdgeRecord *first = e.records.data() + e.start[static_cast<size_t>(v)];
-        EdgeRecord *end = e.records.data() + e.start[static_cast<size_t>(v) + 1];
-        std::stable_sort(first, end, [](const EdgeRecord &a, const EdgeRecord &b) { return a.hi < b.hi; });
-        for (EdgeRecord *r = first; r + 1 < end; ++r)
-            if (r[1].hi == r->hi) {
-                r->tri2 = r[1].tri;
-                r->seam |= r[1].seam;
-                ++r;  // the pair is done
+    w.across.assign(3 * static_cast<size_t>(n), -1);
+    // Groups are a handful of records: each is sorted in place, stably, and
+    // each group writes only its own records' slots, so groups run at once.
+    tessParallel(nv, TESS_GRAIN, [&](int64_t from, int64_t to) {
+        for (int64_t v = from; v < to; ++v) {
+            Record *first = records.data() + start[static_cast<size_t>(v)];
+            Record *end = records.data() + start[static_cast<size_t>(v) + 1];
+            for (Record *r = first + 1; r < end; ++r)
+                for (Record *q = r; q > first && q[-1].hi > q->hi; --q) std::swap(q[-1], *q);
+            for (Record *run = first; run < end;) {
+                Record *stop = run + 1;
+                while (stop < end && stop->hi == run->hi) ++stop;
+                const int32_t a = run->slot / 3, b = stop - run > 1 ? run[1].slot / 3 : -1;
+                const bool seam = w.seam[static_cast<size_t>(a)] || (b >= 0 && w.seam[static_cast<size_t>(b)]);
+                for (Record *r = run; !seam && r < stop; ++r) {
+                    const int32_t t = r->slot / 3;
+                    w.across[static_cast<size_t>(r->slot)] = t == a ? b : (t == b ? a : -1);
+                }
+                run = stop;
             }
-    }
+        }
+    });
 }
 
 }  // namespace
@@ -315,16 +313,18 @@ int modelCreateTmesh(Model *model, TmeshBuild *build) {
     w.seam.assign(static_cast<size_t>(n), 0);
     w.used.assign(static_cast<size_t>(n), 0);
     const std::vector<const Texture2D *> wraps = wrapTextures(model);
-    for (int32_t t = 0; t < n; ++t) {
-        const TessTriangle &tri = model->triangles[t];
-        const bool whole = tri.v[0] && tri.v[1] && tri.v[2];
-        for (int k = 0; k < 3; ++k)
-            w.corner[3 * static_cast<size_t>(t) + static_cast<size_t>(k)] =
-                whole ? static_cast<int32_t>(tri.v[k] - model->vertices) : -1;
-        if (!whole) w.used[static_cast<size_t>(t)] = 1;
-        else if (!wraps.empty()) w.seam[static_cast<size_t>(t)] = onSeam(model, t, wraps);
-    }
-    edgeTableMake(w);
+    tessParallel(n, TESS_GRAIN, [&](int64_t from, int64_t to) {
+        for (int32_t t = static_cast<int32_t>(from); t < to; ++t) {
+            const TessTriangle &tri = model->triangles[t];
+            const bool whole = tri.v[0] && tri.v[1] && tri.v[2];
+            for (int k = 0; k < 3; ++k)
+                w.corner[3 * static_cast<size_t>(t) + static_cast<size_t>(k)] =
+                    whole ? static_cast<int32_t>(tri.v[k] - model->vertices) : -1;
+            if (!whole) w.used[static_cast<size_t>(t)] = 1;
+            else if (!wraps.empty()) w.seam[static_cast<size_t>(t)] = onSeam(model, t, wraps);
+        }
+    });
+    acrossMake(w);
 
     Material *modelDefault = modelMaterial(model);
     int32_t *out = build->cells;
@@ -473,11 +473,22 @@ int streamCompile(Model *model, TmeshBuild *build, const BW_GlbVar &g, const BW_
         runFormMake(model, build->materials[s], local, g, gprops, &forms[static_cast<size_t>(s)]);
     const int32_t *cells = build->cells;
 
-    // Sizing pass.
+    // Sizing pass. It also cuts the cells into pieces at strip starts, with
+    // each piece's place in the stream and the form in force there, so that
+    // the pieces are filled at once.
+    struct Piece {
+        int64_t cell;        // first cell of the piece
+        int64_t at;          // its first float in the stream
+        const RunForm *form; // the form in force at its start
+    };
+    constexpr int64_t PIECE_CELLS = int64_t{1} << 15;
+    std::vector<Piece> pieces{{0, 0, nullptr}};
     int64_t size = 1;
     const RunForm *f = nullptr;
     bool open = false;
     for (int64_t i = 0; i < build->count; ++i) {
+        if (!open && i >= pieces.back().cell + PIECE_CELLS && cells[i] != TMESH_STRIP_END)
+            pieces.push_back(Piece{i, size - 1, f});
         if (cells[i] == TMESH_MATERIAL) {
             f = &forms[static_cast<size_t>(cells[++i])];
             size += f->texture ? 4 : 2;
@@ -496,44 +507,53 @@ int streamCompile(Model *model, TmeshBuild *build, const BW_GlbVar &g, const BW_
         return 0;
     }
 
-    // Filling pass.
+    // Filling pass, piece by piece.
     const bool mirrored = modelMirrored(model);
-    int64_t at = 0, countAt = -1;
-    int64_t window[3];   // UV cells of the strip's last three vertices
-    int sides[3] = {0, 0, 0}, inWindow = 0;
-    for (int64_t i = 0; i < build->count; ++i) {
-        const int32_t c = cells[i];
-        if (c == TMESH_MATERIAL) {
-            f = &forms[static_cast<size_t>(cells[++i])];
-            stream[at++] = f->token;
-            stream[at++] = static_cast<float>(f->id);
-            if (f->texture) {
-                stream[at++] = STRIP_TEXTURE;
-                stream[at++] = static_cast<float>(f->textureId);
-            }
-            countAt = -1;
-        } else if (c == TMESH_STRIP_END) {
-            if (countAt >= 0) stream[countAt] = static_cast<float>(at - countAt - 1);
-            countAt = -1;
-        } else if (!f->shadow) {
-            if (countAt < 0) {
-                countAt = at;
-                stream[at++] = STRIP_PLACEHOLDER;
-                inWindow = 0;
-            }
-            const int side = vertexWrite(&stream[at], &model->vertices[c], c, *f, mirrored);
-            const bool wraps = f->texture && (f->texture->method == MAP_CYLINDER || f->texture->method == MAP_SPHERE);
-            if (wraps && !stripOldUvConversion()) {
-                window[inWindow % 3] = at + 2;
-                sides[inWindow % 3] = side;
-                if (++inWindow >= 3 && (sides[0] | sides[1] | sides[2]) == 3) {
-                    float *uv[3] = {&stream[window[0]], &stream[window[1]], &stream[window[2]]};
-                    wrapMend(f->texture, uv);
+    auto fill = [&](const Piece &piece, int64_t endCell) {
+        const RunForm *f = piece.form;
+        int64_t at = piece.at, countAt = -1;
+        int64_t window[3];   // UV cells of the strip's last three vertices
+        int sides[3] = {0, 0, 0}, inWindow = 0;
+        for (int64_t i = piece.cell; i < endCell; ++i) {
+            const int32_t c = cells[i];
+            if (c == TMESH_MATERIAL) {
+                f = &forms[static_cast<size_t>(cells[++i])];
+                stream[at++] = f->token;
+                stream[at++] = static_cast<float>(f->id);
+                if (f->texture) {
+                    stream[at++] = STRIP_TEXTURE;
+                    stream[at++] = static_cast<float>(f->textureId);
                 }
+                countAt = -1;
+            } else if (c == TMESH_STRIP_END) {
+                if (countAt >= 0) stream[countAt] = static_cast<float>(at - countAt - 1);
+                countAt = -1;
+            } else if (!f->shadow) {
+                if (countAt < 0) {
+                    countAt = at;
+                    stream[at++] = STRIP_PLACEHOLDER;
+                    inWindow = 0;
+                }
+                const int side = vertexWrite(&stream[at], &model->vertices[c], c, *f, mirrored);
+                const bool wraps = f->texture && (f->texture->method == MAP_CYLINDER || f->texture->method == MAP_SPHERE);
+                if (wraps && !stripOldUvConversion()) {
+                    window[inWindow % 3] = at + 2;
+                    sides[inWindow % 3] = side;
+                    if (++inWindow >= 3 && (sides[0] | sides[1] | sides[2]) == 3) {
+                        float *uv[3] = {&stream[window[0]], &stream[window[1]], &stream[window[2]]};
+                        wrapMend(f->texture, uv);
+                    }
+                }
+                at += f->stride;
             }
-            at += f->stride;
         }
-    }
+    };
+    tessParallel(static_cast<int64_t>(pieces.size()), 1, [&](int64_t from, int64_t to) {
+        for (int64_t p = from; p < to; ++p)
+            fill(pieces[static_cast<size_t>(p)],
+                 p + 1 < static_cast<int64_t>(pieces.size()) ? pieces[static_cast<size_t>(p) + 1].cell : build->count);
+    });
+    int64_t at = size - 1;
     stream[at++] = STRIP_END;
 
     TmeshHeader *h = build->header;

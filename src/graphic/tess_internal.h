@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "geometry.h"
 #include "graphic.h"
@@ -20,6 +21,17 @@ constexpr const char *GR_TRIANGLE_SOURCE = "graphic/grTriangle";
 [[noreturn]] void tessFatal();
 void *tessAlloc(size_t count, size_t size);
 void *tessGrow(void *block, size_t count, size_t size);
+
+// Runs fn(begin, end) over [0, count) cut into one range per core (at most
+// four), the calling thread taking the first, and returns when all are done.
+// The big loops of one model's build have independent iterations, and the
+// other cores are idle while a big model is prepared. Fewer than `grain`
+// iterations a range run here alone.
+void tessParallel(int64_t count, int64_t grain, const std::function<void(int64_t, int64_t)> &fn);
+// Iterations below which a range is not worth a thread of its own.
+constexpr int64_t TESS_GRAIN = 16384;
+// Ranges tessParallel cuts at most; 0 (the default) for one per core, at most four.
+extern int g_tessThreads;
 
 // Puts fresh arrays of `vertexCount` vertices (with their UV slots) and
 // `triangleCount` triangles on the model, zeroed; counts are set.

@@ -2,9 +2,12 @@
 // smooth edges and split along hard ones; its polygons become triangles. A
 // face is first turned into a mesh of triangles on its plane.
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <vector>
 
 #include "material.h"
@@ -18,20 +21,30 @@ constexpr uint16_t MESH_ALL_HARD = MESH_FLAG_TOKEN1;   // mesh flag: every edge 
 constexpr float NORMAL_APART = 0.01f;                  // corner normals further apart: hard
 constexpr float UV_APART = 0.001f;                     // UV further apart: hard
 
-int findRoot(std::vector<int32_t> &parent, int32_t x) {
-    while (parent[static_cast<size_t>(x)] != x) {
-        parent[static_cast<size_t>(x)] = parent[static_cast<size_t>(parent[static_cast<size_t>(x)])];
-        x = parent[static_cast<size_t>(x)];
+// Corners joined into fans, by several threads at once: a root is linked
+// under a lower one by one compare-and-swap, so each fan's root is its lowest
+// corner (a fan takes its first corner's values) whatever order the joins
+// come in.
+int32_t findRoot(std::atomic<int32_t> *parent, int32_t x) {
+    for (;;) {
+        int32_t up = parent[x].load(std::memory_order_relaxed);
+        if (up == x) return x;
+        const int32_t upper = parent[up].load(std::memory_order_relaxed);
+        // Halving: point past the parent; an ancestor stays an ancestor.
+        if (upper != up) parent[x].compare_exchange_weak(up, upper, std::memory_order_relaxed);
+        x = upper;
     }
-    return x;
 }
 
-void unite(std::vector<int32_t> &parent, int32_t a, int32_t b) {
-    a = findRoot(parent, a);
-    b = findRoot(parent, b);
-    // The lower corner stays the root, so a fan takes its first corner's values.
-    if (a < b) parent[static_cast<size_t>(b)] = a;
-    else if (b < a) parent[static_cast<size_t>(a)] = b;
+void unite(std::atomic<int32_t> *parent, int32_t a, int32_t b) {
+    for (;;) {
+        a = findRoot(parent, a);
+        b = findRoot(parent, b);
+        if (a == b) return;
+        if (a < b) std::swap(a, b);
+        int32_t expected = a;
+        if (parent[a].compare_exchange_strong(expected, b, std::memory_order_relaxed)) return;
+    }
 }
 
 const Texture2D *localTexture(const Model *m) {
@@ -111,76 +124,99 @@ int tessellateMesh(Model *model, Mesh *m, Mesh *reference, Material **materials,
         edge->flg &= static_cast<uint16_t>(~EDGE_HARD);
         if (everyHard || (edge->flg & EDGE_MARKED_HARD)) edge->flg |= EDGE_HARD;
     }
-    std::vector<int32_t> parent(static_cast<size_t>(corners));
-    for (int32_t c = 0; c < static_cast<int32_t>(corners); ++c) parent[static_cast<size_t>(c)] = c;
-    for (int32_t p = 0; m->edgeBlocks && p < m->polygonCount; ++p) {
-        const MeshPolygon &a = m->polygons[p];
-        if (!usable[static_cast<size_t>(p)]) continue;
-        for (int k = 0; k < a.nodeCount; ++k) {
-            const int32_t e = a.nodes[k].edg;
-            if (e < 0 || e >= m->edgeCount) continue;
-            MeshEdge *edge = meshEdge(m, e);
-            const int32_t q = edge->pol[1];
-            if (edge->pol[0] != p || q < 0 || q >= m->polygonCount || q == p || !usable[static_cast<size_t>(q)])
-                continue;
-            const MeshPolygon &b = m->polygons[q];
-            int at = -1;
-            for (int i = 0; i < b.nodeCount && at < 0; ++i)
-                if (b.nodes[i].edg == e) at = i;
-            if (at < 0) continue;
-            // The two ends of the edge, as corners of each polygon.
-            const int a0 = k, a1 = (k + 1) % a.nodeCount, b0 = at, b1 = (at + 1) % b.nodeCount;
-            int pairB[2];
-            if (b.nodes[b0].vrt == a.nodes[a1].vrt && b.nodes[b1].vrt == a.nodes[a0].vrt) {
-                pairB[0] = b1; pairB[1] = b0;
-            } else if (b.nodes[b0].vrt == a.nodes[a0].vrt && b.nodes[b1].vrt == a.nodes[a1].vrt) {
-                pairB[0] = b0; pairB[1] = b1;
-            } else {
-                continue;
+    // Each edge is judged by its first polygon, which alone writes its flag,
+    // so polygons are judged at once.
+    std::unique_ptr<std::atomic<int32_t>[]> parent(new std::atomic<int32_t>[static_cast<size_t>(corners)]);
+    tessParallel(corners, TESS_GRAIN, [&](int64_t from, int64_t to) {
+        for (int64_t c = from; c < to; ++c) parent[static_cast<size_t>(c)].store(static_cast<int32_t>(c), std::memory_order_relaxed);
+    });
+    tessParallel(m->edgeBlocks ? m->polygonCount : 0, TESS_GRAIN, [&](int64_t from, int64_t to) {
+        for (int32_t p = static_cast<int32_t>(from); p < to; ++p) {
+            const MeshPolygon &a = m->polygons[p];
+            if (!usable[static_cast<size_t>(p)]) continue;
+            for (int k = 0; k < a.nodeCount; ++k) {
+                const int32_t e = a.nodes[k].edg;
+                if (e < 0 || e >= m->edgeCount) continue;
+                MeshEdge *edge = meshEdge(m, e);
+                const int32_t q = edge->pol[1];
+                if (edge->pol[0] != p || q < 0 || q >= m->polygonCount || q == p || !usable[static_cast<size_t>(q)])
+                    continue;
+                const MeshPolygon &b = m->polygons[q];
+                int at = -1;
+                for (int i = 0; i < b.nodeCount && at < 0; ++i)
+                    if (b.nodes[i].edg == e) at = i;
+                if (at < 0) continue;
+                // The two ends of the edge, as corners of each polygon.
+                const int a0 = k, a1 = (k + 1) % a.nodeCount, b0 = at, b1 = (at + 1) % b.nodeCount;
+                int pairB[2];
+                if (b.nodes[b0].vrt == a.nodes[a1].vrt && b.nodes[b1].vrt == a.nodes[a0].vrt) {
+                    pairB[0] = b1; pairB[1] = b0;
+                } else if (b.nodes[b0].vrt == a.nodes[a0].vrt && b.nodes[b1].vrt == a.nodes[a1].vrt) {
+                    pairB[0] = b0; pairB[1] = b1;
+                } else {
+                    continue;
+                }
+                bool hard = edge->flg & EDGE_HARD;
+                if (!hard && materialCount > 1 && materialOf(a) != materialOf(b))
+                    hard = hasOwnTexture(materialOf(a), local) || hasOwnTexture(materialOf(b), local);
+                const int endA[2] = {a0, a1};
+                for (int end = 0; end < 2 && !hard; ++end) {
+                    const MeshNode &na = a.nodes[endA[end]], &nb = b.nodes[pairB[end]];
+                    hard = apart3(cornerNormal(a, na), cornerNormal(b, nb), NORMAL_APART) ||
+                           (uvUsed && uvApart(na, nb, extraSets));
+                }
+                if (hard) {
+                    edge->flg |= EDGE_HARD;
+                    continue;
+                }
+                for (int end = 0; end < 2; ++end)
+                    unite(parent.get(), static_cast<int32_t>(firstCorner[static_cast<size_t>(p)] + endA[end]),
+                          static_cast<int32_t>(firstCorner[static_cast<size_t>(q)] + pairB[end]));
             }
-            bool hard = edge->flg & EDGE_HARD;
-            if (!hard && materialCount > 1 && materialOf(a) != materialOf(b))
-                hard = hasOwnTexture(materialOf(a), local) || hasOwnTexture(materialOf(b), local);
-            const int endA[2] = {a0, a1};
-            for (int end = 0; end < 2 && !hard; ++end) {
-                const MeshNode &na = a.nodes[endA[end]], &nb = b.nodes[pairB[end]];
-                hard = apart3(cornerNormal(a, na), cornerNormal(b, nb), NORMAL_APART) ||
-                       (uvUsed && uvApart(na, nb, extraSets));
-            }
-            if (hard) {
-                edge->flg |= EDGE_HARD;
-                continue;
-            }
-            for (int end = 0; end < 2; ++end)
-                unite(parent, static_cast<int32_t>(firstCorner[static_cast<size_t>(p)] + endA[end]),
-                      static_cast<int32_t>(firstCorner[static_cast<size_t>(q)] + pairB[end]));
         }
-    }
+    });
 
-    // One vertex record per fan of corners joined by smooth edges.
+    // One vertex record per fan of corners joined by smooth edges, numbered
+    // in the order of the fans' first corners and written from them. Each
+    // range numbers its own first corners after the ranges before it.
     std::vector<int32_t> vertexOf(static_cast<size_t>(corners), -1);
-    int32_t vertexCount = 0;
-    int64_t triangleBound = 0;
-    for (int32_t p = 0; p < m->polygonCount; ++p) {
-        if (!usable[static_cast<size_t>(p)]) continue;
-        triangleBound += m->polygons[p].nodeCount - 2;
-        for (int64_t c = firstCorner[static_cast<size_t>(p)]; c < firstCorner[static_cast<size_t>(p) + 1]; ++c) {
-            const int32_t root = findRoot(parent, static_cast<int32_t>(c));
-            if (vertexOf[static_cast<size_t>(root)] < 0) vertexOf[static_cast<size_t>(root)] = vertexCount++;
-            vertexOf[static_cast<size_t>(c)] = vertexOf[static_cast<size_t>(root)];
-        }
+    std::vector<int32_t> firstOf;  // per vertex record, its first corner
+    {
+        std::vector<uint8_t> isFirst(static_cast<size_t>(corners), 0);
+        tessParallel(m->polygonCount, TESS_GRAIN, [&](int64_t from, int64_t to) {
+            for (int32_t p = static_cast<int32_t>(from); p < to; ++p) {
+                if (!usable[static_cast<size_t>(p)]) continue;
+                for (int64_t c = firstCorner[static_cast<size_t>(p)]; c < firstCorner[static_cast<size_t>(p) + 1]; ++c)
+                    isFirst[static_cast<size_t>(c)] = findRoot(parent.get(), static_cast<int32_t>(c)) == c;
+            }
+        });
+        for (int64_t c = 0; c < corners; ++c)
+            if (isFirst[static_cast<size_t>(c)]) {
+                vertexOf[static_cast<size_t>(c)] = static_cast<int32_t>(firstOf.size());
+                firstOf.push_back(static_cast<int32_t>(c));
+            }
     }
+    const int32_t vertexCount = static_cast<int32_t>(firstOf.size());
+    tessParallel(corners, TESS_GRAIN, [&](int64_t from, int64_t to) {
+        for (int64_t c = from; c < to; ++c)
+            if (vertexOf[static_cast<size_t>(c)] < 0) {
+                const int32_t root = parent[static_cast<size_t>(c)].load(std::memory_order_relaxed);
+                vertexOf[static_cast<size_t>(c)] = root == c ? -1 : vertexOf[static_cast<size_t>(findRoot(parent.get(), root))];
+            }
+    });
+    int64_t triangleBound = 0;
+    for (int32_t p = 0; p < m->polygonCount; ++p)
+        if (usable[static_cast<size_t>(p)]) triangleBound += m->polygons[p].nodeCount - 2;
     if (vertexCount == 0) return 0;
+    parent.reset();
     tessArraysNew(model, vertexCount, triangleBound);
-    std::vector<uint8_t> written(static_cast<size_t>(vertexCount));
-    for (int32_t p = 0; p < m->polygonCount; ++p) {
-        if (!usable[static_cast<size_t>(p)]) continue;
-        const MeshPolygon &poly = m->polygons[p];
-        for (int k = 0; k < poly.nodeCount; ++k) {
-            const int32_t vi = vertexOf[static_cast<size_t>(firstCorner[static_cast<size_t>(p)] + k)];
-            if (written[static_cast<size_t>(vi)]) continue;
-            written[static_cast<size_t>(vi)] = 1;
-            const MeshNode &node = poly.nodes[k];
+    tessParallel(vertexCount, TESS_GRAIN, [&](int64_t from, int64_t to) {
+        for (int64_t vi = from; vi < to; ++vi) {
+            const int32_t c = firstOf[static_cast<size_t>(vi)];
+            const int32_t p = static_cast<int32_t>(
+                std::upper_bound(firstCorner.begin(), firstCorner.end(), int64_t{c}) - firstCorner.begin() - 1);
+            const MeshPolygon &poly = m->polygons[p];
+            const MeshNode &node = poly.nodes[c - firstCorner[static_cast<size_t>(p)]];
             TessVertex *v = &model->vertices[vi];
             // Stored turned (1 - value): the UV method of the strips turns it back.
             tessVertexSet(v, uvUsed ? 1.0f - node.u : 0.0f, uvUsed ? 1.0f - node.v : 0.0f,
@@ -189,45 +225,67 @@ int tessellateMesh(Model *model, Mesh *m, Mesh *reference, Material **materials,
             if (reference != m && node.vrt < reference->vertexCount && reference->vertices)
                 memcpy(v->refPos, reference->vertices[node.vrt].pos, sizeof v->refPos);
         }
-    }
+    });
 
-    // Triangles, polygon by polygon; polygons the triangulator refuses are
-    // left out.
-    int32_t triangles = 0;
-    size_t room = 1000;
-    float (*points)[3] = static_cast<float (*)[3]>(tessAlloc(room, sizeof(float[3])));
-    int *triples = static_cast<int *>(tessAlloc(3 * room, sizeof(int)));
-    for (int32_t p = 0; p < m->polygonCount; ++p) {
-        if (!usable[static_cast<size_t>(p)]) continue;
-        const MeshPolygon &poly = m->polygons[p];
-        const int64_t base = firstCorner[static_cast<size_t>(p)];
-        Material *material = materialOf(poly);
-        const uint16_t index = materials && poly.material < materialCount ? poly.material : 0;
-        auto emit = [&](int c0, int c1, int c2) {
-            TessTriangle *t = &model->triangles[triangles++];
-            t->v[0] = &model->vertices[vertexOf[static_cast<size_t>(base + c0)]];
-            t->v[1] = &model->vertices[vertexOf[static_cast<size_t>(base + c1)]];
-            t->v[2] = &model->vertices[vertexOf[static_cast<size_t>(base + c2)]];
-            t->material = material;
-            t->materialIndex = index;
-        };
-        if (poly.nodeCount == 3) {
-            emit(0, 1, 2);
-            continue;
+    // Triangles, polygon by polygon, each range of polygons from the place of
+    // its first polygon's first triangle; polygons the triangulator refuses
+    // are left out, and the ranges are closed up after.
+    std::vector<int64_t> triangleFirst(static_cast<size_t>(m->polygonCount) + 1, 0);
+    for (int32_t p = 0; p < m->polygonCount; ++p)
+        triangleFirst[static_cast<size_t>(p) + 1] =
+            triangleFirst[static_cast<size_t>(p)] + (usable[static_cast<size_t>(p)] ? m->polygons[p].nodeCount - 2 : 0);
+    struct Made {
+        int64_t first, count;  // where the range wrote, how many triangles
+    };
+    std::vector<Made> made;
+    std::mutex madeLock;
+    tessParallel(m->polygonCount, TESS_GRAIN, [&](int64_t from, int64_t to) {
+        const int64_t first = triangleFirst[static_cast<size_t>(from)];
+        int64_t triangles = first;
+        size_t room = 1000;
+        float (*points)[3] = static_cast<float (*)[3]>(tessAlloc(room, sizeof(float[3])));
+        int *triples = static_cast<int *>(tessAlloc(3 * room, sizeof(int)));
+        for (int32_t p = static_cast<int32_t>(from); p < to; ++p) {
+            if (!usable[static_cast<size_t>(p)]) continue;
+            const MeshPolygon &poly = m->polygons[p];
+            const int64_t base = firstCorner[static_cast<size_t>(p)];
+            Material *material = materialOf(poly);
+            const uint16_t index = materials && poly.material < materialCount ? poly.material : 0;
+            auto emit = [&](int c0, int c1, int c2) {
+                TessTriangle *t = &model->triangles[triangles++];
+                t->v[0] = &model->vertices[vertexOf[static_cast<size_t>(base + c0)]];
+                t->v[1] = &model->vertices[vertexOf[static_cast<size_t>(base + c1)]];
+                t->v[2] = &model->vertices[vertexOf[static_cast<size_t>(base + c2)]];
+                t->material = material;
+                t->materialIndex = index;
+            };
+            if (poly.nodeCount == 3) {
+                emit(0, 1, 2);
+                continue;
+            }
+            if (poly.nodeCount > room) {
+                while (room < poly.nodeCount) room *= 2;
+                points = static_cast<float (*)[3]>(tessGrow(points, room, sizeof(float[3])));
+                triples = static_cast<int *>(tessGrow(triples, 3 * room, sizeof(int)));
+            }
+            for (int k = 0; k < poly.nodeCount; ++k) memcpy(points[k], m->vertices[poly.nodes[k].vrt].pos, sizeof points[k]);
+            const int count = poly.nodeCount;
+            const int madeHere = polygonTriangulate3D(points, &count, 1, triples);
+            for (int t = 0; t < madeHere; ++t) emit(triples[3 * t], triples[3 * t + 1], triples[3 * t + 2]);
         }
-        if (poly.nodeCount > room) {
-            while (room < poly.nodeCount) room *= 2;
-            points = static_cast<float (*)[3]>(tessGrow(points, room, sizeof(float[3])));
-            triples = static_cast<int *>(tessGrow(triples, 3 * room, sizeof(int)));
-        }
-        for (int k = 0; k < poly.nodeCount; ++k) memcpy(points[k], m->vertices[poly.nodes[k].vrt].pos, sizeof points[k]);
-        const int count = poly.nodeCount;
-        const int made = polygonTriangulate3D(points, &count, 1, triples);
-        for (int t = 0; t < made; ++t) emit(triples[3 * t], triples[3 * t + 1], triples[3 * t + 2]);
+        free(points);
+        free(triples);
+        std::lock_guard<std::mutex> hold(madeLock);
+        made.push_back(Made{first, triangles - first});
+    });
+    std::sort(made.begin(), made.end(), [](const Made &x, const Made &y) { return x.first < y.first; });
+    int64_t triangles = 0;
+    for (const Made &r : made) {
+        if (r.first != triangles)
+            memmove(&model->triangles[triangles], &model->triangles[r.first], static_cast<size_t>(r.count) * sizeof(TessTriangle));
+        triangles += r.count;
     }
-    free(points);
-    free(triples);
-    tessTrianglesLink(model, triangles);
+    tessTrianglesLink(model, static_cast<int32_t>(triangles));
     return 0;
 }
 

@@ -1,10 +1,14 @@
 // Tessellation of a model into the display form: the dispatch by type, the
 // box form, and the writers of vertex and triangle arrays shared by the
 // routines of each type.
+#include <algorithm>
 #include <cfloat>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
+#include <thread>
+#include <vector>
 
 #include "animation.h"
 #include "tess_internal.h"
@@ -25,6 +29,25 @@ void *tessGrow(void *block, size_t count, size_t size) {
     void *grown = count > SIZE_MAX / size ? nullptr : realloc(block, count * size);
     if (!grown && count) tessFatal();
     return grown;
+}
+
+int g_tessThreads = 0;
+
+void tessParallel(int64_t count, int64_t grain, const std::function<void(int64_t, int64_t)> &fn) {
+    if (count <= 0) return;
+    const int64_t cores = g_tessThreads > 0 ? g_tessThreads : std::clamp<int64_t>(std::thread::hardware_concurrency(), 1, 4);
+    const int64_t ranges = std::clamp<int64_t>(grain > 0 ? count / grain : 1, 1, cores);
+    std::vector<std::thread> others;
+    for (int64_t r = 1; r < ranges; ++r) {
+        const int64_t begin = count * r / ranges, end = count * (r + 1) / ranges;
+        try {
+            others.emplace_back(fn, begin, end);
+        } catch (const std::system_error &) {
+            fn(begin, end);  // no thread to be had: this one does it
+        }
+    }
+    fn(0, count / ranges);
+    for (std::thread &t : others) t.join();
 }
 
 void tessArraysNew(Model *model, int64_t vertexCount, int64_t triangleCount) {

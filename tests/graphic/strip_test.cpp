@@ -109,6 +109,7 @@ protected:
         g_stripMaterialId = savedMaterial;
         g_stripTextureId = savedTexture;
         g_keepOrientation = 1;
+        g_tessThreads = 0;
     }
     // Tessellation at the first call, strips at the second.
     void preprocess(Model *m) {
@@ -490,4 +491,57 @@ TEST_F(Strips, ATurnedTextureRotationBringsNewUvAtTheNextPreprocess) {
     ASSERT_EQ(modelPreprocess(m, &gp), 0);
     expectU(1);
     modelFree(m);
+}
+
+// The big loops of the build run on several threads: the display form of a
+// big model must not depend on how many. A grid of 90,000 triangles with
+// creases (bent corner normals), two materials in bands, a polygon that
+// names no vertex, and a cylindrical texture with its seam.
+TEST_F(Strips, ABigModelBuildsTheSameDisplayFormOnOneThreadAsOnFour) {
+    struct Form {
+        std::vector<float> vertices;   // position, normal, u, v of each vertex record
+        std::vector<int32_t> triangles;  // vertex indices and material index
+        std::vector<float> stream;
+    };
+    auto build = [&](int threads) {
+        g_tessThreads = threads;
+        Mesh *mesh = tdMakeGridMesh(300, 150);
+        for (int32_t p = 0; p < mesh->polygonCount; ++p) {
+            MeshPolygon &poly = mesh->polygons[p];
+            poly.material = static_cast<uint16_t>((p / 5000) % 2);
+            if (p % 7 == 0) poly.nodes[0].nrm[0] = 0.5f;
+        }
+        mesh->polygons[3].nodes[1].vrt = -1;
+        Model *m = modelNew("big", MODEL_MESH, mesh);
+        Material *a = addMaterial(m, 4), *b = addMaterial(m, 4);
+        g_ids[a] = 5;
+        g_ids[b] = 6;
+        Texture2D *t = addTexture(m, 5);
+        t->boxCentre[0] = 150.0f;
+        t->boxCentre[2] = 75.0f;
+        g_ids[t] = 7;
+        Form f;
+        preprocess(m);
+        for (int32_t i = 0; i < m->vertexCount; ++i) {
+            const TessVertex &v = m->vertices[i];
+            f.vertices.insert(f.vertices.end(), {v.pos[0], v.pos[1], v.pos[2], v.normal[0], v.normal[1], v.normal[2], v.u, v.v});
+        }
+        for (int32_t i = 0; i < m->triangleCount; ++i) {
+            const TessTriangle &tri = m->triangles[i];
+            for (const TessVertex *v : tri.v) f.triangles.push_back(static_cast<int32_t>(v - m->vertices));
+            f.triangles.push_back(tri.materialIndex);
+            EXPECT_EQ(tri.next, i + 1 < m->triangleCount ? &m->triangles[i + 1] : nullptr);
+        }
+        f.stream.assign(m->tmesh->stream, m->tmesh->stream + m->tmesh->streamLength);
+        expectRoundTrip(m, decode(m->tmesh));
+        modelFree(m);
+        return f;
+    };
+    const Form one = build(1), four = build(4);
+    EXPECT_EQ(one.triangles.size(), 4u * (2 * 300 * 150 - 1));
+    EXPECT_GT(one.vertices.size(), 8u * 301 * 151);  // creases split vertices
+    EXPECT_EQ(one.vertices, four.vertices);
+    EXPECT_EQ(one.triangles, four.triangles);
+    ASSERT_EQ(one.stream.size(), four.stream.size());
+    EXPECT_EQ(memcmp(one.stream.data(), four.stream.data(), one.stream.size() * sizeof(float)), 0);
 }

@@ -302,12 +302,16 @@ GLuint compileFloorList(TOL_Scene *scene, BW_GraphicProps *gprops, ListBuild *b)
     for (int32_t i = 0; models && i < models->elementCount; ++i) {
         Element *entry = &models->elements[i];
         Model *m = static_cast<Model *>(entry->data);
-        if (entry->deleted != ELEM_LIVE || !m || modelDisplay(entry, m).state != VISIBILITY_SHOWN) continue;
-        if (!m->tmesh || !m->tmesh->stream) {
-            if (modelTypeFilled(m->type)) fprintf(stderr, "floor_draw: model %s has no strips; left out\n", m->name);
+        if (entry->deleted != ELEM_LIVE || !m || !modelTypeFilled(m->type)) continue;
+        // Hidden, ghosts and wire-only models have no fill to draw.
+        const ModelDisplay display = modelDisplay(entry, m);
+        if (display.state != VISIBILITY_SHOWN || display.hiddenInShade) continue;
+        const ViewModelRecord *r = viewModelRecord(dict, i);
+        if (m->kind == MODEL_KIND_INSTANCE || !m->triangles || (r && r->garbageMatte) || !m->tmesh ||
+            !m->tmesh->stream) {
+            fprintf(stderr, "floor_draw: model %s has no strips; left out\n", m->name);
             continue;
         }
-        const ViewModelRecord *r = viewModelRecord(dict, i);
         shadeStripsBegin(dict, r ? r->alpha : 1.0f);
         glPushMatrix();
         glMultMatrixf(&m->globalMatrix[0][0]);

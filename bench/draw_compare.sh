@@ -53,7 +53,7 @@ while [ $# -gt 0 ]; do
     --sizes) sizes=$2; shift 2 ;;
     --idle-wait) idle_wait=$2; shift 2 ;;
     --configs) configs=$2; shift 2 ;;
-    -h|--help) sed -n '2,34p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,33p' "$0"; exit 0 ;;
     *) echo "draw_compare: unknown argument $1" >&2; exit 2 ;;
   esac
 done

@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
-# Frame times of the viewer drawing a big sphere shaded, with display lists off
-# and on, against osgviewer (Debian's openscenegraph) drawing the same mesh as
-# an OBJ file: one Xvfb of 1024x768x24 for every run, Mesa's software
-# rasteriser, runs alternating (ours with lists on, osgviewer, ours with lists
-# off, again), each program's frames timed by Mesa's own frame-time dump
-# (GALLIUM_HUD=frametime with GALLIUM_HUD_DUMP_DIR), which needs no hook in the
-# program measured.
+# Frame times of the viewer drawing a big sphere shaded, in each of its four
+# configurations (one Scene Context or two, -p 1 and -p 2; display lists off,
+# the start-up default, and on, key d at frame 2), against two others drawing
+# the same picture: floor_draw (bench/floor_draw.cpp), the same strips from one
+# display list with nothing else a frame, the rasteriser's floor for that
+# picture; and osgviewer (Debian's openscenegraph) drawing the same mesh as an
+# OBJ file. One Xvfb of 1024x768x24 for every run, Mesa's software
+# rasteriser, the programs alternating within each round, each program's
+# frames timed by Mesa's own frame-time dump (GALLIUM_HUD=frametime with
+# GALLIUM_HUD_DUMP_DIR), which needs no hook in the program measured.
 #
 # Usage: bench/draw_compare.sh [--tree DIR] [--out DIR] [--pairs N] [--frames N]
-#                              [--warmup N] [--sizes "200000 1000000"]
+#                              [--warmup N] [--sizes "200000 1000000"] [--idle-wait S]
+#                              [--configs "p1_off p1_on p2_off p2_on floor osgviewer"]
 #   --tree    build tree, relative to the source tree (default build-release, the tree of demo.sh);
 #             configured as a release tree without sanitizers when missing
 #   --out     where bwbig writes the database and the OBJ files (default TREE/draw_compare)
@@ -18,10 +22,15 @@
 #   --sizes   triangle counts (default "200000 1000000")
 #   --idle-wait  seconds a run may wait for the other processes of the machine
 #             to leave its cores idle (default 120; 0: never wait)
+#   --configs the programs run, in this order within a round (default all six);
+#             a ratio whose reference was left out is not printed
 #
 # Prints per size the median milliseconds a frame of each program over the
-# rounds, with the range of the rounds, and our frame rate over osgviewer's.
-# Every run's figure goes to OUT/runs.csv.
+# rounds, with the range of the rounds; for each of our configurations our
+# frame rate over osgviewer's and over the floor's (the median of the rounds'
+# ratios, each round's runs taken together); and a verdict line per
+# configuration against the targets: at least 1.00 of osgviewer's frame rate
+# and at least 0.95 of the floor's. Every run's figure goes to OUT/runs.csv.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 
@@ -32,6 +41,8 @@ frames=150
 warmup=20
 sizes="200000 1000000"
 idle_wait=120
+all_configs="p1_off p1_on p2_off p2_on floor osgviewer"
+configs=$all_configs
 while [ $# -gt 0 ]; do
   case "$1" in
     --tree) tree=$2; shift 2 ;;
@@ -41,12 +52,16 @@ while [ $# -gt 0 ]; do
     --warmup) warmup=$2; shift 2 ;;
     --sizes) sizes=$2; shift 2 ;;
     --idle-wait) idle_wait=$2; shift 2 ;;
-    -h|--help) sed -n '2,24p' "$0"; exit 0 ;;
+    --configs) configs=$2; shift 2 ;;
+    -h|--help) sed -n '2,33p' "$0"; exit 0 ;;
     *) echo "draw_compare: unknown argument $1" >&2; exit 2 ;;
   esac
 done
 case "$tree" in /*) ;; *) tree="$top/$tree" ;; esac
 [ -n "$out" ] || out="$tree/draw_compare"
+for c in $configs; do
+  case " $all_configs " in *" $c "*) ;; *) echo "draw_compare: unknown configuration $c (of: $all_configs)" >&2; exit 2 ;; esac
+done
 
 # What the build and the runs need.
 packages=(g++ cmake ninja-build pkg-config libbenchmark-dev libx11-dev libgl1-mesa-dev
@@ -63,9 +78,11 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 if [ ! -f "$tree/CMakeCache.txt" ]; then
-  cmake -S "$top" -B "$tree" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBW_SANITIZE=OFF -DBW_TESTS=OFF
+  launcher=()
+  command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+  cmake -S "$top" -B "$tree" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBW_SANITIZE=OFF -DBW_TESTS=OFF "${launcher[@]}"
 fi
-cmake --build "$tree" --target viewer bwbig -j "$(nproc)"
+cmake --build "$tree" --target viewer bwbig floor_draw -j "$(nproc)"
 
 # The database and the OBJ files, written again when bwbig changed.
 need_data=0
@@ -154,47 +171,82 @@ run() {
 printf 'size,round,program,ms_per_frame\n' >"$out/runs.csv"
 summary=()
 for n in $sizes; do
-  echo "sphere of $n triangles: $pairs rounds of (ours with lists on, osgviewer, ours with lists off)," \
-       "$frames frames a run after $warmup"
+  echo "sphere of $n triangles: $pairs rounds of ($configs), $frames frames a run after $warmup"
   viewer=("$tree/bin/viewer" -R "$top/rsrc" -D big -S "sphere$n" -s 1024x768)
   for round in $(seq "$pairs"); do
-    on=$(BW_DBDIR="$out" BW_VIEWER_SCRIPT="$work/lists_on.txt" run "on-$n-$round" "${viewer[@]}")
-    osg=$(OSG_WINDOW="0 0 1024 768" OSG_RUN_FRAME_COUNT=$total run "osg-$n-$round" osgviewer "sphere$n.obj")
-    off=$(BW_DBDIR="$out" BW_VIEWER_SCRIPT="$work/lists_off.txt" run "off-$n-$round" "${viewer[@]}")
-    printf '%s,%s,lists_on,%s\n%s,%s,osgviewer,%s\n%s,%s,lists_off,%s\n' \
-      "$n" "$round" "$on" "$n" "$round" "$osg" "$n" "$round" "$off" >>"$out/runs.csv"
-    printf '  round %d: lists on %.1f ms, osgviewer %.1f ms, lists off %.1f ms\n' "$round" "$on" "$osg" "$off"
+    line="  round $round:"
+    for c in $configs; do
+      case $c in
+        p1_off) ms=$(BW_DBDIR="$out" BW_VIEWER_SCRIPT="$work/lists_off.txt" run "$c-$n-$round" "${viewer[@]}" -p 1) ;;
+        p1_on) ms=$(BW_DBDIR="$out" BW_VIEWER_SCRIPT="$work/lists_on.txt" run "$c-$n-$round" "${viewer[@]}" -p 1) ;;
+        p2_off) ms=$(BW_DBDIR="$out" BW_VIEWER_SCRIPT="$work/lists_off.txt" run "$c-$n-$round" "${viewer[@]}" -p 2) ;;
+        p2_on) ms=$(BW_DBDIR="$out" BW_VIEWER_SCRIPT="$work/lists_on.txt" run "$c-$n-$round" "${viewer[@]}" -p 2) ;;
+        floor) ms=$(BW_DBDIR="$out" run "$c-$n-$round" "$tree/bin/floor_draw" -R "$top/rsrc" -D big \
+                      -S "sphere$n" -s 1024x768 -n "$total") ;;
+        osgviewer) ms=$(OSG_WINDOW="0 0 1024 768" OSG_RUN_FRAME_COUNT=$total run "$c-$n-$round" osgviewer "sphere$n.obj") ;;
+      esac
+      printf '%s,%s,%s,%s\n' "$n" "$round" "$c" "$ms" >>"$out/runs.csv"
+      line="$line $c $(printf '%.1f' "$ms") ms,"
+    done
+    echo "${line%,}"
   done
-  summary+=("$(awk -F, -v n="$n" '
+  summary+=("$(awk -F, -v n="$n" -v configs="$configs" '
     function med(a, k,   i, j, t) {
       for (i = 2; i <= k; ++i) for (j = i; j > 1 && a[j - 1] > a[j]; --j) { t = a[j]; a[j] = a[j - 1]; a[j - 1] = t }
       return k % 2 ? a[(k + 1) / 2] : (a[k / 2] + a[k / 2 + 1]) / 2
     }
-    $1 == n { v[$3, ++c[$3]] = $4; if (!($3 in lo) || $4 < lo[$3]) lo[$3] = $4; if ($4 > hi[$3]) hi[$3] = $4 }
+    # Our frame rate over that of the reference, the median of the rounds, with
+    # their range; 0 when the reference was not run.
+    function ratio(name, ref,   i, k, a, lo, hi) {
+      k = c[name]
+      if (!c[ref] || !k) return 0
+      for (i = 1; i <= k; ++i) a[i] = v[ref, i] / v[name, i]
+      lo = a[1]; hi = a[1]
+      for (i = 2; i <= k; ++i) { if (a[i] < lo) lo = a[i]; if (a[i] > hi) hi = a[i] }
+      rlo[name, ref] = lo; rhi[name, ref] = hi
+      return med(a, k)
+    }
+    $1 == n { v[$3, $2] = $4; c[$3]++; if (!($3 in lo) || $4 < lo[$3]) lo[$3] = $4; if ($4 > hi[$3]) hi[$3] = $4 }
     END {
-      split("lists_off lists_on osgviewer", names, " ")
-      for (p = 1; p <= 3; ++p) {
+      label["p1_off"] = "ours -p 1, lists off"; label["p1_on"] = "ours -p 1, lists on"
+      label["p2_off"] = "ours -p 2, lists off"; label["p2_on"] = "ours -p 2, lists on"
+      label["floor"] = "floor_draw"; label["osgviewer"] = "osgviewer"
+      count = split(configs, names, " ")
+      printf "%d triangles:\n", n
+      for (p = 1; p <= count; ++p) {
         name = names[p]; k = c[name]
         for (i = 1; i <= k; ++i) a[i] = v[name, i]
-        m[name] = med(a, k)
+        m = med(a, k)
+        printf "  %-22s %7.1f ms a frame (rounds %.1f to %.1f), %6.1f frames/s\n", label[name], m, lo[name], hi[name], 1000 / m
       }
-      printf "%d triangles:\n", n
-      printf "  ours, lists off   %7.1f ms a frame (rounds %.1f to %.1f), %5.1f frames/s\n", m["lists_off"], lo["lists_off"], hi["lists_off"], 1000 / m["lists_off"]
-      printf "  ours, lists on    %7.1f ms a frame (rounds %.1f to %.1f), %5.1f frames/s\n", m["lists_on"], lo["lists_on"], hi["lists_on"], 1000 / m["lists_on"]
-      printf "  osgviewer         %7.1f ms a frame (rounds %.1f to %.1f), %5.1f frames/s\n", m["osgviewer"], lo["osgviewer"], hi["osgviewer"], 1000 / m["osgviewer"]
-      # Each round pairs our runs with the osgviewer run between them: the
-      # ratio is the median of the rounds'"'"' ratios.
-      for (p = 1; p <= 2; ++p) {
-        name = names[p]; k = c[name]
-        for (i = 1; i <= k; ++i) a[i] = v["osgviewer", i] / v[name, i]
-        rmin = a[1]; rmax = a[1]
-        for (i = 2; i <= k; ++i) { if (a[i] < rmin) rmin = a[i]; if (a[i] > rmax) rmax = a[i] }
-        printf "  ratio, our frame rate over osgviewer'"'"'s, %s: %.2f (rounds %.2f to %.2f)\n", (p == 1 ? "lists off" : "lists on "), med(a, k), rmin, rmax
+      for (p = 1; p <= count; ++p) ran[names[p]] = 1
+      target["osgviewer"] = 1.00; target["floor"] = 0.95
+      refname["osgviewer"] = "osgviewer'"'"'s"; refname["floor"] = "the floor'"'"'s"
+      split("osgviewer floor", refs, " ")
+      for (p = 1; p <= count; ++p) {
+        name = names[p]
+        if (name == "floor" || name == "osgviewer") continue
+        text = sprintf("  %-22s our frame rate over", label[name]); sep = ""
+        verdict[p] = ""; missed = 0
+        for (q = 1; q <= 2; ++q) {
+          ref = refs[q]
+          if (!(ref in ran)) continue
+          r = ratio(name, ref)
+          text = text sprintf("%s %s %.2f (rounds %.2f to %.2f)", sep, refname[ref], r, rlo[name, ref], rhi[name, ref])
+          verdict[p] = verdict[p] sprintf("%s %.2f of %s frame rate (target %.2f)", sep, r, refname[ref], target[ref])
+          if (r < target[ref]) missed = 1
+          sep = ","
+        }
+        if (sep == "") { verdict[p] = sprintf("  %-22s no reference was run", label[name]); continue }
+        print text
+        verdict[p] = sprintf("  %-22s %s:%s", label[name], missed ? "MISSES" : "meets", verdict[p])
       }
+      for (p = 1; p <= count; ++p) if (p in verdict) print verdict[p]
     }' "$out/runs.csv")")
 done
 
 echo
-echo "Medians over the rounds (Mesa llvmpipe under Xvfb, 1024 x 768; target: ratio with lists on at least 1.5):"
+echo "Medians over the rounds (Mesa llvmpipe under Xvfb, 1024 x 768); ratios are frame rates, ours over the other's;"
+echo "target for every configuration: at least 1.00 over osgviewer and at least 0.95 over the floor:"
 for s in "${summary[@]}"; do echo "$s"; done
 echo "Runs: $out/runs.csv"

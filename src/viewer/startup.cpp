@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include "database.h"
 #include "animation.h"
@@ -192,7 +194,25 @@ int viewerMain(int argc, char *argv[]) {
         viewerWaitForEnter();
         return -1;
     }
-    if (!viewerCreateWindow(viewer.sceneName, options.width, options.height, options.geometry)) {
+    // With one side, the first frame's preprocess builds the strips of what
+    // start-up tessellated. The window's creation touches no model, so that
+    // preprocess runs beside it on a thread of its own, from a copy of the
+    // graphic properties, and the first frame finds the strips up to date
+    // (anything changed since is caught by the preprocess's own checks then).
+    std::thread early;
+    if (viewer.processCount == 1) {
+        try {
+            early = std::thread([props = viewer.gprops]() mutable {
+                TOL_threadStorageInit(&viewer.sceneCtx[0]);
+                TOL_preprocessALL(&viewer.sceneCtx[0], &props);
+            });
+        } catch (const std::system_error &) {
+            // No thread to be had: the first frame builds them.
+        }
+    }
+    const int windowMade = viewerCreateWindow(viewer.sceneName, options.width, options.height, options.geometry);
+    if (early.joinable()) early.join();
+    if (!windowMade) {
         printf("Can't create windows\n");
         viewerWaitForEnter();
         return -1;

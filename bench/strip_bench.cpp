@@ -2,6 +2,10 @@
 // and triangle records, the strip build, and both as the preprocess runs them
 // (two calls). Counters: triangles per second and mean triangles per strip.
 // The whole preprocess should stay under a second in a release tree.
+// BM_SphereStreamShape measures what the draw sends for bwbig's sphere of
+// 1,000,000 triangles (1000 slices, 501 stacks): vertices per triangle,
+// strips, and material binds (state changes) in the stream; a triangle list
+// sends 3 vertices a triangle.
 #include <benchmark/benchmark.h>
 
 #include "graphic.h"
@@ -17,17 +21,27 @@ Model *gridModel() {
     return model;
 }
 
-double meanPerStrip(const TmeshHeader *h) {
-    struct Count {
-        int64_t strips = 0, triangles = 0;
-    } count;
-    StripStreamVisitor v = {&count, nullptr, nullptr, [](void *u, const float *, int cells, const StripVertexLayout *l) {
-                                Count &c = *static_cast<Count *>(u);
+struct StreamShape {
+    int64_t strips = 0, vertices = 0, triangles = 0, materials = 0, textures = 0;
+};
+
+StreamShape streamShape(const TmeshHeader *h) {
+    StreamShape shape;
+    StripStreamVisitor v = {&shape, [](void *u, float, int) { ++static_cast<StreamShape *>(u)->materials; },
+                            [](void *u, int) { ++static_cast<StreamShape *>(u)->textures; },
+                            [](void *u, const float *, int cells, const StripVertexLayout *l) {
+                                StreamShape &c = *static_cast<StreamShape *>(u);
                                 ++c.strips;
+                                c.vertices += cells / l->stride;
                                 c.triangles += cells / l->stride - 2;
                             }};
     stripStreamWalk(h->stream, h->streamLength, &v);
-    return count.strips ? static_cast<double>(count.triangles) / static_cast<double>(count.strips) : 0.0;
+    return shape;
+}
+
+double meanPerStrip(const TmeshHeader *h) {
+    const StreamShape s = streamShape(h);
+    return s.strips ? static_cast<double>(s.triangles) / static_cast<double>(s.strips) : 0.0;
 }
 
 void report(benchmark::State &state, const Model *m) {
@@ -72,8 +86,28 @@ void BM_Preprocess(benchmark::State &state) {
     report(state, m);
 }
 
+void BM_SphereStreamShape(benchmark::State &state) {
+    BW_GraphicProps gp;
+    gpropsInit(&gp);
+    static Model *m = modelNew("sphere", MODEL_MESH, tdMakeSphereMesh(1000, 501, 1.0f));
+    for (auto _ : state) {
+        modelDropGeometry(m, 0);
+        modelPreprocess(m, &gp);
+        modelPreprocess(m, &gp);
+        benchmark::DoNotOptimize(m->tmesh);
+    }
+    const StreamShape s = streamShape(m->tmesh);
+    state.counters["triangles"] = static_cast<double>(s.triangles);
+    state.counters["strips"] = static_cast<double>(s.strips);
+    state.counters["triangles_per_strip"] = s.strips ? static_cast<double>(s.triangles) / static_cast<double>(s.strips) : 0;
+    state.counters["vertices_per_triangle"] = s.triangles ? static_cast<double>(s.vertices) / static_cast<double>(s.triangles) : 0;
+    state.counters["material_binds"] = static_cast<double>(s.materials);
+    state.counters["texture_binds"] = static_cast<double>(s.textures);
+}
+
 }  // namespace
 
+BENCHMARK(BM_SphereStreamShape)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_Tessellate)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Strips)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Preprocess)->Unit(benchmark::kMillisecond);

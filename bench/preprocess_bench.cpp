@@ -135,7 +135,15 @@ void unchanged(benchmark::State &state, const char *name) {
     }
     TOL_sceneSetCurrent(&l.scene);
     for (auto _ : state) benchmark::DoNotOptimize(TOL_preprocessALL(&l.scene, &l.gprops));
+    // Models with strips: the header checks the calls made.
+    const Chapter *models = dictChapter(dictGet(static_cast<int>(l.scene.dict)), CHP_MODELS);
+    int32_t withStrips = 0;
+    for (int32_t i = 0; models && i < models->elementCount; ++i) {
+        const Model *m = static_cast<const Model *>(models->elements[i].data);
+        withStrips += m && m->tmesh ? 1 : 0;
+    }
     state.counters["models"] = l.models;
+    state.counters["with_strips"] = withStrips;
     state.counters["ns_per_model"] =
         benchmark::Counter(static_cast<double>(l.models) * static_cast<double>(state.iterations()),
                            benchmark::Counter::kIsRate | benchmark::Counter::kInvert);

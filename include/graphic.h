@@ -224,12 +224,17 @@ void tessDictionarySet(Dictionary *dict);
 // Tessellates, then (at the next call) builds the strip stream. 0, 23 for a
 // null model, 97 when stopFct stopped it.
 int modelPreprocess(Model *model, BW_GraphicProps *gprops);
+// Deletes nothing on the GL side itself: a list it drops is retired.
 void modelDropStrips(Model *model);
 void modelDropGeometry(Model *model, int recurse);
 // 1 (default): strips are drawn from the stream as vertex arrays, one call a
 // strip (a per-vertex diffuse colour excepted); 0: one call a vertex. Both
 // give the same pixels.
 extern int g_stripArrays;
+// A display list given up on any thread, deleted by grListsReap on the thread
+// that draws (with its context current); the count of lists deleted.
+void grListRetire(int32_t list);
+int grListsReap();
 // Plays the model's stream (or its display list under listEnable). 0, or 97.
 int drawStripStream(const TOL_Scene *scene, Model *model, BW_GraphicProps *gprops);
 // Preprocesses every shown model of the scene when shading (modelPreprocess).

@@ -632,7 +632,7 @@ int modelPreprocess(Model *model, BW_GraphicProps *gprops) {
 
 void modelDropStrips(Model *model) {
     if (!model || !model->tmesh) return;
-    if (model->tmesh->listId >= 0) glDeleteLists(static_cast<GLuint>(model->tmesh->listId), 1);
+    if (model->tmesh->listId >= 0) grListRetire(model->tmesh->listId);
     free(model->tmesh->stream);
     free(model->tmesh);
     model->tmesh = nullptr;

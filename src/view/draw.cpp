@@ -385,6 +385,8 @@ static void sceneGlobalsTake(const SceneGlobals &g, BW_GraphicProps *gprops) {
 
 TOL_Status sceneDrawPass(TOL_Scene *scene, Camera *current, int loadCamera, BW_GraphicProps *gprops) {
     ++drawFrame;
+    // Lists of strips the preprocess dropped, on whichever thread it ran.
+    grListsReap();
     if (debugCulling < 0) {
         const char *flag = envGet(ENV_DEBUG_CULLING);
         debugCulling = flag && flag[0] == 'Y' ? 1 : 0;

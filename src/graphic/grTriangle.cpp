@@ -159,8 +159,9 @@ void trianglesSort(Model *model) {
 
 // Across each edge of each triangle, the triangle that may continue a strip
 // there: of the triangles that share the edge's two vertices, the first two
-// in triangle order are neighbours of each other (a third one has none), and
-// an edge that a seam triangle lies on has none. -1 for none.
+// in triangle order are neighbours of each other (a third one has none), if
+// they have the same material; an edge that a seam triangle lies on has
+// none. -1 for none.
 struct Walk {
     const Model *model;
     std::vector<int32_t> corner;   // 3 vertex indices per triangle; -1 for a null vertex
@@ -179,7 +180,6 @@ struct Walk {
         if (edge < 0) return -1;
         const int32_t n = across[3 * static_cast<size_t>(t) + static_cast<size_t>(edge)];
         if (n < 0 || used[static_cast<size_t>(n)]) return -1;
-        if (model->triangles[n].material != model->triangles[t].material) return -1;
         // t runs from -> to; n must run the other way.
         const int32_t from = ct[edge], to = ct[(edge + 1) % 3];
         const int32_t *cn = &corner[3 * static_cast<size_t>(n)];
@@ -266,7 +266,8 @@ void acrossMake(Walk &w) {
                 while (stop < end && stop->hi == run->hi) ++stop;
                 const int32_t a = run->slot / 3, b = stop - run > 1 ? run[1].slot / 3 : -1;
                 const bool seam = w.seam[static_cast<size_t>(a)] || (b >= 0 && w.seam[static_cast<size_t>(b)]);
-                for (Record *r = run; !seam && r < stop; ++r) {
+                const bool same = b >= 0 && w.model->triangles[a].material == w.model->triangles[b].material;
+                for (Record *r = run; same && !seam && r < stop; ++r) {
                     const int32_t t = r->slot / 3;
                     w.across[static_cast<size_t>(r->slot)] = t == a ? b : (t == b ? a : -1);
                 }

@@ -1,7 +1,9 @@
 // From process start to the first frame: database choice, scene choice and the
 // Scene Contexts.
+#include <malloc.h>
 #include <sys/stat.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -176,6 +178,15 @@ int viewerStartup(const ViewerOptions &o) {
 int viewerMain(int argc, char *argv[]) {
     setvbuf(stdout, nullptr, _IONBF, 0);
     setvbuf(stderr, nullptr, _IONBF, 0);
+    // Start-up frees big blocks (a model file's bytes, the tessellation's
+    // work arrays) just before it asks for others as big (vertex and triangle
+    // records, strip streams). Given back to the kernel, each would come
+    // back as fresh pages that the kernel zeroes one fault at a time, the
+    // larger part of a big scene's way to its first frame; kept in the heap,
+    // they are taken again at once. The viewer holds its scenes to the end
+    // anyway, so nothing is lost by keeping them.
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_TRIM_THRESHOLD, INT_MAX);
     viewerClock();  // the clock counts from here
     viewerInitDefaults();
     // The window system comes first: without it nothing else is worth reading,

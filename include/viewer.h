@@ -165,6 +165,10 @@ int viewerRegisterClass();
 // 1 with a window, or with quit posted when the window got no pixel format;
 // 0 when no window could be made.
 int viewerCreateWindow(const char *title, int width, int height, const char *geometry);
+// Reads the server's pixel formats on a thread of their own while start-up
+// goes on (after viewerRegisterClass); the window takes them. Wait joins it.
+void viewerWindowWarmUp();
+void viewerWindowWarmUpWait();
 // The whole run from process start; returns the process exit status.
 int viewerMain(int argc, char *argv[]);
 

@@ -201,7 +201,9 @@ int viewerMain(int argc, char *argv[]) {
     ViewerOptions options = viewerParseOptions(argc, argv);
     viewerEchoOptions(options);
 
+    viewerWindowWarmUp();
     if (!viewerStartup(options)) {
+        viewerWindowWarmUpWait();
         viewerWaitForEnter();
         return -1;
     }

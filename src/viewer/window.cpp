@@ -7,6 +7,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "viewer.h"
@@ -369,8 +371,48 @@ int viewerRegisterClass() {
     return display ? 1 : 0;
 }
 
+namespace {
+
+// The server's configs and their descriptions, read ahead by the warm-up.
+struct ConfigsAhead {
+    std::thread reader;                // the warm-up, joined before the window is made
+    GLXFBConfig *configs = nullptr;    // glXGetFBConfigs' list; null before or without it
+    int count = 0;                     // entries of configs
+    std::vector<PixelFormat> formats;  // describeFormat of each, ids from 1
+};
+ConfigsAhead *ahead = nullptr;  // never freed: a thread object must not be destroyed while it may run
+
+void configsRead(int screen, GLXFBConfig **configs, int *count, std::vector<PixelFormat> *formats) {
+    *count = 0;
+    *configs = glXGetFBConfigs(display, screen, count);
+    if (!*configs) *count = 0;
+    formats->clear();
+    for (int i = 0; i < *count; ++i) formats->push_back(describeFormat((*configs)[i], i + 1));
+}
+
+}  // namespace
+
+void viewerWindowWarmUp() {
+    // The first call of GL on a display loads the driver and reads the
+    // server's configs: tens of milliseconds that start-up spends reading
+    // scenes anyway. Nothing else uses the connection until the window is
+    // made, which waits for this first; it prints nothing.
+    if (ahead || !display) return;
+    ahead = new ConfigsAhead;
+    try {
+        ahead->reader = std::thread([] { configsRead(DefaultScreen(display), &ahead->configs, &ahead->count, &ahead->formats); });
+    } catch (const std::system_error &) {
+        // No thread: the window reads them itself.
+    }
+}
+
+void viewerWindowWarmUpWait() {
+    if (ahead && ahead->reader.joinable()) ahead->reader.join();
+}
+
 int viewerCreateWindow(const char *title, int width, int height, const char *geometry) {
     (void)geometry;  // the window opens at the default place; -s gives its size only
+    viewerWindowWarmUpWait();
     if (!keyStateMapOpen()) {
         printf("Failed to map keyboard state file object\n");
         printf("Keyboard channel driver may not function\n");
@@ -392,10 +434,16 @@ int viewerCreateWindow(const char *title, int width, int height, const char *geo
     XkbSetDetectableAutoRepeat(display, True, &detectable);
 
     int count = 0;
-    GLXFBConfig *configs = glXGetFBConfigs(display, screen, &count);
-    if (!configs) count = 0;
+    GLXFBConfig *configs = nullptr;
     std::vector<PixelFormat> formats;
-    for (int i = 0; i < count; ++i) formats.push_back(describeFormat(configs[i], i + 1));
+    if (ahead && ahead->configs && screen == DefaultScreen(display)) {
+        configs = ahead->configs;
+        count = ahead->count;
+        formats.swap(ahead->formats);
+        ahead->configs = nullptr;
+    } else {
+        configsRead(screen, &configs, &count, &formats);
+    }
 
     // A window that gets no pixel format, or cannot take the one chosen, has
     // no GL to draw with: that posts quit. The connection goes with the window,

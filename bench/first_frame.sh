@@ -92,8 +92,8 @@ median() { sort -g | awk '{v[NR] = $1} END {if (NR % 2) print v[(NR + 1) / 2]; e
 for n in $sizes; do
   times=()
   for r in $(seq "$runs"); do
-    cat "$out"/big/MODELS/* >/dev/null 2>&1 || true
     wait_idle
+    cat "$out"/big/MODELS/* >/dev/null 2>&1 || true
     log="$work/run-$n-$r.log"
     (cd "$out" && BW_DBDIR="$out" BW_SWAP_EXIT=1 LD_PRELOAD="$tree/lib/swap_clock.so" \
        BW_SWAP_T0="$(date +%s%N)" timeout 120 "$tree/bin/viewer" -R "$top/rsrc" -D big \

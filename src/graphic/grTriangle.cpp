@@ -253,14 +253,20 @@ void acrossMake(Walk &w) {
         }
     }
     w.across.assign(3 * static_cast<size_t>(n), -1);
-    // Groups are a handful of records: each is sorted in place, stably, and
-    // each group writes only its own records' slots, so groups run at once.
+    // Groups are mostly a handful of records: each is sorted in place,
+    // stably, and each group writes only its own records' slots, so groups
+    // run at once.
     tessParallel(nv, TESS_GRAIN, [&](int64_t from, int64_t to) {
         for (int64_t v = from; v < to; ++v) {
             Record *first = records.data() + start[static_cast<size_t>(v)];
             Record *end = records.data() + start[static_cast<size_t>(v) + 1];
-            for (Record *r = first + 1; r < end; ++r)
-                for (Record *q = r; q > first && q[-1].hi > q->hi; --q) std::swap(q[-1], *q);
+            if (end - first > 32) {
+                // The hub of a fan: no quadratic sort.
+                std::stable_sort(first, end, [](const Record &x, const Record &y) { return x.hi < y.hi; });
+            } else {
+                for (Record *r = first + 1; r < end; ++r)
+                    for (Record *q = r; q > first && q[-1].hi > q->hi; --q) std::swap(q[-1], *q);
+            }
             for (Record *run = first; run < end;) {
                 Record *stop = run + 1;
                 while (stop < end && stop->hi == run->hi) ++stop;

@@ -208,6 +208,11 @@ TEST_F(Strips, StreamsDecodeToEveryTriangleOnceTurningTheSameWay) {
     preprocess(tube);
     expectRoundTrip(tube, decode(tube->tmesh));
 
+    // A sphere: its poles are hubs of 48 triangles each.
+    Model *ball = modelNew("ball", MODEL_MESH, tdMakeSphereMesh(48, 12, 1.0f));
+    preprocess(ball);
+    expectRoundTrip(ball, decode(ball->tmesh));
+
     // Two triangles running a shared edge the same way: no strip through both.
     Model *both = modelNew("both", MODEL_MESH, nullptr);
     tessArraysNew(both, 4, 2);
@@ -220,7 +225,7 @@ TEST_F(Strips, StreamsDecodeToEveryTriangleOnceTurningTheSameWay) {
     ASSERT_EQ(modelPreprocess(both, &gp), 0);
     ASSERT_NE(both->tmesh, nullptr);
     expectRoundTrip(both, decode(both->tmesh));
-    for (Model *m : {grid, cube, tube, both}) modelFree(m);
+    for (Model *m : {grid, cube, tube, ball, both}) modelFree(m);
 }
 
 TEST_F(Strips, OneRunPerMaterialInIdOrder) {

@@ -24,7 +24,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <sys/stat.h>
 
 #include "bw_env.h"
 #include "camera.h"
@@ -118,11 +117,6 @@ bool parseCommandLine(int argc, char *argv[], FloorOptions *o, BW_GraphicProps *
         o->resourcePath = env ? env : VIEWER_DEFAULT_RSRC;
     }
     return true;
-}
-
-bool isDirectory(const char *path) {
-    struct stat st;
-    return stat(path, &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 // ---------------------------------------------------------------------------
@@ -355,23 +349,11 @@ int main(int argc, char *argv[]) {
     }
 
     // The scene, loaded and prepared as the viewer's start-up does it.
-    if (TOL_Init(o.resourcePath, !isDirectory(o.database), VIEWER_SDK_VERSION) != 0) return 1;
-    TOL_Database db = TOL_toolDatabase("floor_draw", o.database);
-    if (!db) return 1;
     TOL_Scene scene;
-    if (TOL_sceneCreate(&scene) != 0 || TOL_sceneSetCurrent(&scene) != 0) return 1;
-    if (TOL_sceneLoad(&db, o.scene, &scene) != 0) {
-        fprintf(stderr, "floor_draw: the scene '%s' does not load from %s\n", o.scene, o.database);
+    TOL_Elem *cameraElem = nullptr;
+    if (!viewerToolScene("floor_draw", o.resourcePath, o.database, o.scene, o.patchLod, &gprops, &scene, &cameraElem))
         return 1;
-    }
-    TextureSummary summary{};
-    if (TOL_updatelistGet(&scene) != 0 || !viewerOptimizeScene(&scene, &gprops, &summary)) return 1;
-    TOL_gpropsSetSurfacePrecision(&gprops, o.patchLod);
-    glbVar.cullEnable = 0;
-    glbVar.listEnable = 0;
-    gprops.stereoEye = 0;
     TOL_Elem first;
-    const TOL_Elem *cameraElem = viewerPrepareScene(&scene, 0);
     if (cameraElem) first = *cameraElem;
     Camera *camera = cameraElem ? cameraOf(&first) : nullptr;
     if (!camera) {

@@ -133,6 +133,13 @@ int viewerOptimizeScene(TOL_Scene *scene, BW_GraphicProps *gprops, TextureSummar
 // scene's first camera (null without one). Leaves the scene current. With
 // `expandInstances` (-e) its instances first become models of their own.
 TOL_Elem *viewerPrepareScene(TOL_Scene *scene, int expandInstances);
+// Loads one scene and prepares it as the viewer's start-up does (database,
+// scene, update list, merges and display form, display switches, bounds),
+// for the programs that draw a scene outside the viewer. Messages begin with
+// `tool`. 1 with the scene's first camera in *camera (null without one), or
+// 0 with the reason printed.
+int viewerToolScene(const char *tool, const char *resourcePath, const char *database, const char *sceneName,
+                    int patchLod, BW_GraphicProps *gprops, TOL_Scene *scene, TOL_Elem **camera);
 // Sets the camera's aspect (width / height), keeping the current scene.
 void viewerSceneAspect(TOL_Scene *scene, TOL_Elem *camera, float aspect);
 // Time in seconds of a frame at the scene's frame rate (30 when it has none).

@@ -1,5 +1,7 @@
 // What the viewer does to a loaded scene before it draws it, and the display
 // options, for every program that draws scenes as the viewer does.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -52,6 +54,28 @@ TOL_Elem *viewerPrepareScene(TOL_Scene *scene, int expandInstances) {
         TOL_elemSetParams(m, 6, 0, 3, colour);
     }
     return TOL_elemGetFirstInChap(scene->dict, CHP_CAMERAS, 0, nullptr);
+}
+
+int viewerToolScene(const char *tool, const char *resourcePath, const char *database, const char *sceneName,
+                    int patchLod, BW_GraphicProps *gprops, TOL_Scene *scene, TOL_Elem **camera) {
+    struct stat st;
+    const bool directory = stat(database, &st) == 0 && S_ISDIR(st.st_mode);
+    if (TOL_Init(resourcePath, !directory, VIEWER_SDK_VERSION) != 0) return 0;
+    TOL_Database db = TOL_toolDatabase(tool, database);
+    if (!db) return 0;
+    if (TOL_sceneCreate(scene) != 0 || TOL_sceneSetCurrent(scene) != 0) return 0;
+    if (TOL_sceneLoad(&db, sceneName, scene) != 0) {
+        fprintf(stderr, "%s: the scene '%s' does not load from %s\n", tool, sceneName, database);
+        return 0;
+    }
+    TextureSummary summary{};
+    if (TOL_updatelistGet(scene) != 0 || !viewerOptimizeScene(scene, gprops, &summary)) return 0;
+    TOL_gpropsSetSurfacePrecision(gprops, patchLod);
+    glbVar.cullEnable = 0;
+    glbVar.listEnable = 0;
+    gprops->stereoEye = 0;
+    *camera = viewerPrepareScene(scene, 0);
+    return 1;
 }
 
 void viewerSceneAspect(TOL_Scene *scene, TOL_Elem *camera, float aspect) {

@@ -179,22 +179,9 @@ int main(int argc, char *argv[]) {
     }
 
     // The scene, loaded and prepared as the viewer's start-up does it.
-    if (TOL_Init(o.resourcePath, !isDirectory(o.database), VIEWER_SDK_VERSION) != 0) return 1;
-    TOL_Database db = TOL_toolDatabase("bwrender", o.database);
-    if (!db) return 1;
     TOL_Scene scene;
-    if (TOL_sceneCreate(&scene) != 0 || TOL_sceneSetCurrent(&scene) != 0) return 1;
-    if (TOL_sceneLoad(&db, o.scene, &scene) != 0) {
-        fprintf(stderr, "bwrender: the scene '%s' does not load from %s\n", o.scene, o.database);
-        return 1;
-    }
-    TextureSummary summary{};
-    if (TOL_updatelistGet(&scene) != 0 || !viewerOptimizeScene(&scene, &gprops, &summary)) return 1;
-    TOL_gpropsSetSurfacePrecision(&gprops, o.patchLod);
-    glbVar.cullEnable = 0;
-    glbVar.listEnable = 0;
-    gprops.stereoEye = 0;
-    TOL_Elem *camera = viewerPrepareScene(&scene, 0);
+    TOL_Elem *camera = nullptr;
+    if (!viewerToolScene("bwrender", o.resourcePath, o.database, o.scene, o.patchLod, &gprops, &scene, &camera)) return 1;
     viewerSceneAspect(&scene, camera, static_cast<float>(o.width) / static_cast<float>(o.height));
     if (!o.framesGiven) {
         if (const TOL_PlayCtrl *play = tol_sidPlayCtrl(&scene)) {

@@ -33,6 +33,7 @@
 # and at least 0.95 of the floor's. Every run's figure goes to OUT/runs.csv.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
+. "$top/bench/bench_common.sh"
 
 tree=build-release
 out=""
@@ -77,71 +78,15 @@ if [ ${#missing[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q "${missing[@]}"
 fi
 
-if [ ! -f "$tree/CMakeCache.txt" ]; then
-  launcher=()
-  command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
-  cmake -S "$top" -B "$tree" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBW_SANITIZE=OFF -DBW_TESTS=OFF "${launcher[@]}"
-fi
-cmake --build "$tree" --target viewer bwbig floor_draw -j "$(nproc)"
-
-# The database and the OBJ files, written again when bwbig changed.
-need_data=0
-for n in $sizes; do
-  [ -f "$out/sphere$n.obj" ] && [ ! "$tree/bin/bwbig" -nt "$out/sphere$n.obj" ] || need_data=1
-done
-if [ $need_data = 1 ]; then
-  rm -rf "$out/big" "$out/DatabaseDir.rsrc" "$out"/sphere*.obj
-  BW_RSRC="$top/rsrc" "$tree/bin/bwbig" "$out" $sizes
-fi
-
-work=$(mktemp -d)
-xvfb_pid=""
-cleanup() {
-  [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-# One X server for every run; it tells the display it took.
-Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
-xvfb_pid=$!
-for _ in $(seq 100); do
-  [ -s "$work/display" ] && break
-  sleep 0.1
-done
-[ -s "$work/display" ] || { echo "draw_compare: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
-export DISPLAY=":$(head -n1 "$work/display")"
-export LIBGL_ALWAYS_SOFTWARE=1
+bench_build "$tree" viewer bwbig floor_draw
+bench_spheres "$tree" "$out" "$sizes"
+bench_xvfb draw_compare
 
 total=$((warmup + frames))
 # The viewer plays no sequence: its loop draws a frame every turn whatever
 # the input; the script only switches the lists and leaves.
 printf 'at %d\nkey Escape\n' "$total" >"$work/lists_off.txt"
 printf 'at 2\nkey d\nat %d\nkey Escape\n' "$total" >"$work/lists_on.txt"
-
-median() { sort -g | awk '{v[NR] = $1} END {if (NR == 0) print "nan"; else if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2}'; }
-
-# Share of the cores left idle over two seconds, in percent.
-idle_percent() {
-  local a b
-  a=($(head -n1 /proc/stat)); sleep 2; b=($(head -n1 /proc/stat))
-  local total=0 i
-  for i in 1 2 3 4 5 6 7 8; do total=$((total + b[i] - a[i])); done
-  echo $(( total > 0 ? 100 * (b[4] - a[4] + b[5] - a[5]) / total : 100 ))
-}
-
-# Waits, up to idle_wait seconds, for the machine to be 90% idle: the frame
-# times of a run that shares the cores with other work mean little.
-wait_idle() {
-  local waited=0 idle
-  while [ "$waited" -lt "$idle_wait" ]; do
-    idle=$(idle_percent)
-    [ "$idle" -ge 90 ] && return 0
-    waited=$((waited + 2))
-  done
-  [ "$idle_wait" -gt 0 ] && echo "  (machine still busy after ${idle_wait} s: ${idle}% idle; measuring anyway)" >&2
-  return 0
-}
 
 # run NAME COMMAND...: one run with Mesa's frame-time dump; prints the median
 # milliseconds of its frames after the warm-up.

@@ -19,6 +19,7 @@
 # swap, against the target of 0.25 s.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
+. "$top/bench/bench_common.sh"
 
 tree=build-release
 out=""
@@ -41,53 +42,9 @@ done
 case "$tree" in /*) ;; *) tree="$top/$tree" ;; esac
 [ -n "$out" ] || out="$tree/draw_compare"
 
-if [ ! -f "$tree/CMakeCache.txt" ]; then
-  cmake -S "$top" -B "$tree" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBW_SANITIZE=OFF -DBW_TESTS=OFF
-fi
-cmake --build "$tree" --target viewer bwbig swap_clock -j "$(nproc)"
-
-need_data=0
-for n in $sizes; do
-  ls "$out"/big/MODELS/big-sphere"$n".* >/dev/null 2>&1 || need_data=1
-done
-if [ $need_data = 1 ]; then
-  rm -rf "$out/big" "$out/DatabaseDir.rsrc" "$out"/sphere*.obj
-  BW_RSRC="$top/rsrc" "$tree/bin/bwbig" "$out" $sizes
-fi
-
-work=$(mktemp -d)
-xvfb_pid=""
-cleanup() {
-  [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null
-  rm -rf "$work"
-}
-trap cleanup EXIT
-Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
-xvfb_pid=$!
-for _ in $(seq 100); do
-  [ -s "$work/display" ] && break
-  sleep 0.1
-done
-[ -s "$work/display" ] || { echo "first_frame: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
-export DISPLAY=":$(head -n1 "$work/display")"
-export LIBGL_ALWAYS_SOFTWARE=1
-
-# Waits, up to idle_wait seconds, for the cores to be 90% idle.
-wait_idle() {
-  local waited=0 a b total i idle=100
-  while [ "$waited" -lt "$idle_wait" ]; do
-    a=($(head -n1 /proc/stat)); sleep 1; b=($(head -n1 /proc/stat))
-    total=0
-    for i in 1 2 3 4 5 6 7 8; do total=$((total + b[i] - a[i])); done
-    idle=$(( total > 0 ? 100 * (b[4] - a[4] + b[5] - a[5]) / total : 100 ))
-    [ "$idle" -ge 90 ] && return 0
-    waited=$((waited + 1))
-  done
-  [ "$idle_wait" -gt 0 ] && echo "  (machine still busy: ${idle}% idle; measuring anyway)" >&2
-  return 0
-}
-
-median() { sort -g | awk '{v[NR] = $1} END {if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2}'; }
+bench_build "$tree" viewer bwbig swap_clock
+bench_spheres "$tree" "$out" "$sizes"
+bench_xvfb first_frame
 
 for n in $sizes; do
   times=()

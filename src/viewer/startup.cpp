@@ -111,6 +111,9 @@ int viewerStartup(const ViewerOptions &o) {
     printf("Database Initialisation\n");
     printf("-----------------------\n");
     if (TOL_Init(o.resourcePath, !isDirectory(o.dbPath), VIEWER_SDK_VERSION) != 0) return 0;
+    // The window's pixel formats are read while the scenes load (the core's
+    // start, which may end the process, is behind us).
+    viewerWindowWarmUp();
 
     Database *db = nullptr;
     TOL_Database handle = viewerChooseDatabase(o.dbPath, &db);
@@ -201,7 +204,6 @@ int viewerMain(int argc, char *argv[]) {
     ViewerOptions options = viewerParseOptions(argc, argv);
     viewerEchoOptions(options);
 
-    viewerWindowWarmUp();
     if (!viewerStartup(options)) {
         viewerWindowWarmUpWait();
         viewerWaitForEnter();

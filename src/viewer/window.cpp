@@ -401,6 +401,9 @@ void viewerWindowWarmUp() {
     ahead = new ConfigsAhead;
     try {
         ahead->reader = std::thread([] { configsRead(DefaultScreen(display), &ahead->configs, &ahead->count, &ahead->formats); });
+        // A fatal fault of start-up may end the process while this still
+        // runs: the exit waits for it before anything is torn down.
+        std::atexit([] { viewerWindowWarmUpWait(); });
     } catch (const std::system_error &) {
         // No thread: the window reads them itself.
     }

@@ -416,10 +416,6 @@ protected:
         dictFree(&other, 0);
         return ok;
     }
-    static std::string slurp(const std::string &path) {
-        bwtest::Bytes b = bwtest::readBytes(path);
-        return std::string(b.begin(), b.end());
-    }
     Element *at(int chapter, int index) { return elemGet(&dict, chapter, index); }
     TempDir dir;
     Database *db = nullptr;
@@ -495,8 +491,8 @@ TEST_F(SceneLoad, WritingBackReadsTheSame) {
     ASSERT_EQ(load("s.1-0", &again), 1);
     ASSERT_EQ(sceneWrite(&again, second.c_str(), 4.0f), 1);
     dictFree(&again, 0);
-    std::string a = slurp(first);
-    EXPECT_EQ(a, slurp(second));
+    std::string a = bwtest::fileText(first);
+    EXPECT_EQ(a, bwtest::fileText(second));
     EXPECT_NE(a.find("1 0 110 ;"), std::string::npos) << a;
     EXPECT_NE(a.find("1 SCHEM 0 2.5 0 ;"), std::string::npos) << a;
 }
@@ -606,7 +602,7 @@ TEST_F(SceneLoad, CurvesBecomeElementsOfWhatTheyAnimate) {
     // Writing the scene names the file once, not its curves.
     std::string path = dir / "again.dsc";
     ASSERT_EQ(sceneWrite(&dict, path.c_str(), 4.0f), 1);
-    std::string text = slurp(path);
+    std::string text = bwtest::fileText(path);
     EXPECT_NE(text.find("CHAPTER ANIMATION NBELEM 1\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("113"), std::string::npos);
 }

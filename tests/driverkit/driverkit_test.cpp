@@ -242,13 +242,6 @@ TEST(DriverArgs, RunRecordAndModeWordsAreTaken) {
     EXPECT_EQ(cap.err.text(), "wave: '-record' needs an argument\n");
 }
 
-std::string readFile(const std::string &path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 TEST_F(KitTest, RecordOnAndOffWriteTheTakeFile) {
     std::string take = arena.dir() + "/t.CHD/TAKE.0001";
     std::string take7 = arena.dir() + "/t.CHD/TAKE.0007";
@@ -271,7 +264,7 @@ TEST_F(KitTest, RecordOnAndOffWriteTheTakeFile) {
     arena.command(15, kIndex);
     ASSERT_EQ(driverTurn(drv), 1);
     EXPECT_EQ(driverRecording(drv), 0);
-    std::string text = readFile(file);
+    std::string text = bwtest::fileText(file);
     std::string head = "BRAK_TAKE V1.100000\n\tFILE_TYPE  : ASCII\n\tTAKE_FILE   : " + file +
                        "\n\tSCENE_NAME  : scn\n\tDRIVER_NAME : probe\n\tNUM_DOFS    : 4\n";
     EXPECT_EQ(text.substr(0, head.size()), head);
@@ -296,7 +289,7 @@ TEST_F(KitTest, RecordOnAndOffWriteTheTakeFile) {
     viewerTurn();
     arena.command(8, kIndex);  // stop while recording: the take is written
     EXPECT_EQ(driverTurn(drv), 0);
-    EXPECT_TRUE(bwtest::contains(readFile(take7 + "/probe.02.chd"), "END-OF-DATA\n"));
+    EXPECT_TRUE(bwtest::contains(bwtest::fileText(take7 + "/probe.02.chd"), "END-OF-DATA\n"));
 }
 
 }  // namespace
@@ -342,7 +335,7 @@ TEST_F(KitTest, TakeTypeBinaryWritesSixteenByteRecordsInNetworkOrder) {
     arena.command(15, kIndex);
     ASSERT_EQ(driverTurn(drv), 1);
 
-    std::string bytes = readFile(file);
+    std::string bytes = bwtest::fileText(file);
     EXPECT_EQ(bytes.substr(0, 41), "BRAK_TAKE V1.100000\n\tFILE_TYPE  : BINARY\n");
     size_t data = bytes.find("START-OF-DATA\n");
     ASSERT_NE(data, std::string::npos);

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <vector>
+#include <tuple>
 
 #include "arena_fixture.h"
 #include "bwdriver.h"
@@ -196,16 +197,14 @@ TEST_F(KitTest, FrequencyModeTakesNoTurn) {
 
 TEST_F(KitTest, ErrorsAreReportedByNumberAndFlags) {
     attach();
+    // The flags word (1 set, 2 fatal, 4 common table), the number, the driver.
+    auto error = [&] { return std::tuple(arena.u32(268), arena.u32(272), arena.u32(276)); };
     driverCommonError(drv, BW_DERR_PORT_OPEN, 1);
-    EXPECT_EQ(arena.u32(268), 7u);  // set, fatal, common table
-    EXPECT_EQ(arena.u32(272), 9u);
-    EXPECT_EQ(arena.u32(276), kIndex);
+    EXPECT_EQ(error(), std::tuple(7u, 9u, uint32_t(kIndex)));
     driverError(drv, 3, 0);
-    EXPECT_EQ(arena.u32(268), 1u);
-    EXPECT_EQ(arena.u32(272), 3u);
+    EXPECT_EQ(error(), std::tuple(1u, 3u, uint32_t(kIndex)));
     EXPECT_EQ(driverSetDofValue(drv, 4, 1.0f), 0);
-    EXPECT_EQ(arena.u32(268), 5u);
-    EXPECT_EQ(arena.u32(272), 1u);
+    EXPECT_EQ(error(), std::tuple(5u, 1u, uint32_t(kIndex)));
     EXPECT_EQ(driverGetDofType(drv, -1), -1);
     EXPECT_EQ(arena.u32(272), 20u);
 }

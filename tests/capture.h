@@ -26,6 +26,14 @@ inline bool contains(const std::string &text, const std::string &part) {
     return text.find(part) != std::string::npos;
 }
 
+// The whole of the file at `path` ("" when it cannot be read).
+inline std::string fileText(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
 // Redirects one stream into a temporary file for its lifetime; text() reads it.
 class StreamCapture {
 public:

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "capture.h"
 #include "channel.h"
@@ -43,15 +44,10 @@ const char *kWaveDrv = "CHANNEL_DRIVER 1.0\nDOF_NUM 2\nDOF_NAME 0 sine\nDOF_NAME
 }  // namespace
 
 TEST(ChannelTokens, TableIdsAndUnknownWords) {
-    EXPECT_EQ(channelTokenId("CHANNELS"), 2);
-    EXPECT_EQ(channelTokenId("#"), 1);
-    EXPECT_EQ(channelTokenId("Brackwood"), 21);
-    EXPECT_EQ(channelTokenId("RUNMODE"), 35);
-    EXPECT_EQ(channelTokenId("FREERUN"), 35);
-    EXPECT_EQ(channelTokenId("SYNCED"), 36);
-    EXPECT_EQ(channelTokenId("_END"), 43);
-    EXPECT_EQ(channelTokenId("channels"), 0);  // exact case
-    EXPECT_EQ(channelTokenId("##"), 0);
+    // "channels": the case is exact.
+    for (auto [word, id] : {std::pair{"CHANNELS", 2}, {"#", 1}, {"Brackwood", 21}, {"RUNMODE", 35}, {"FREERUN", 35},
+                            {"SYNCED", 36}, {"_END", 43}, {"channels", 0}, {"##", 0}})
+        EXPECT_EQ(channelTokenId(word), id) << word;
     EXPECT_STREQ(channelTokenWord(35), "RUNMODE");
     EXPECT_EQ(channelTokenWord(44), nullptr);
 }
@@ -102,56 +98,31 @@ TEST(ChannelFileRead, EveryTokenOfAVersion351File) {
     EXPECT_EQ(r.result, 1);
     EXPECT_EQ(r.err, "");
     const ChannelSetup &s = *r.setup;
-    EXPECT_EQ(s.fastInput, 0);
-    EXPECT_EQ(s.capture, 0);
-    EXPECT_EQ(s.control, 1);
-    EXPECT_EQ(s.frameRate, 1);
-    EXPECT_EQ(s.timeStamp, 0);
-    EXPECT_EQ(s.sync, 1);
+    EXPECT_EQ(std::tie(s.fastInput, s.capture, s.control, s.frameRate, s.timeStamp, s.sync), std::tuple(0, 0, 1, 1, 0, 1));
     EXPECT_EQ(s.debug, 1u);
     ASSERT_EQ(s.driverCount, 2);
-    const ChannelDriver &wave = s.drivers[0];
-    EXPECT_EQ(wave.name, "wave");
-    EXPECT_EQ(wave.enabled, 1);
-    EXPECT_EQ(wave.remote, 1);
-    EXPECT_EQ(wave.remoteHost, "studio");
-    EXPECT_EQ(wave.directory, "/opt/drivers");
-    EXPECT_EQ(wave.runMode, CHANNEL_RUN_FREQUENCY);
-    EXPECT_EQ(wave.frequency, 60.0f);
+    const ChannelDriver &wave = s.drivers[0], &mouse = s.drivers[1];
+    EXPECT_EQ(std::tie(wave.name, wave.enabled, wave.remote, wave.remoteHost, wave.directory, wave.runMode, wave.frequency),
+              std::tuple("wave", 1, 1, "studio", "/opt/drivers", CHANNEL_RUN_FREQUENCY, 60.0f));
     ASSERT_EQ(wave.dofCount, 2);
-    EXPECT_EQ(wave.dofs[0].offset, 0.5f);
-    EXPECT_EQ(wave.dofs[0].scale, 2.0f);
-    EXPECT_EQ(wave.dofs[0].maximum, 1.0f);
-    EXPECT_EQ(wave.dofs[0].minimum, -1.0f);
-    EXPECT_EQ(wave.dofs[0].active, 1);
-    EXPECT_EQ(wave.dofs[0].direction, CHANNEL_DIR_INPUT);
-    EXPECT_EQ(wave.dofs[0].name, "sine wave");
-    EXPECT_EQ(wave.dofs[1].maximum, 3.0f);
-    EXPECT_EQ(wave.dofs[1].minimum, 3.0f);
-    EXPECT_EQ(wave.dofs[1].active, 0);
-    EXPECT_EQ(wave.dofs[1].direction, CHANNEL_DIR_OUTPUT);
-    EXPECT_EQ(wave.dofs[1].name, "");
-    const ChannelDriver &mouse = s.drivers[1];
-    EXPECT_EQ(mouse.enabled, 0);
-    EXPECT_EQ(mouse.remoteHost, "");
-    EXPECT_EQ(mouse.directory, "");
-    EXPECT_EQ(mouse.runMode, CHANNEL_RUN_FREE);
-    EXPECT_EQ(mouse.dofs[2].direction, CHANNEL_DIR_NONE);
-    EXPECT_EQ(mouse.dofs[2].maximum, 9.0f);
-    EXPECT_EQ(mouse.dofs[1].maximum, CHANNEL_DOF_MAXIMUM);
+    // Maximum below the minimum: both take the maximum.
+    for (auto [dof, offset, scale, maximum, minimum, active, direction, name] :
+         {std::tuple{0, 0.5f, 2.0f, 1.0f, -1.0f, 1, CHANNEL_DIR_INPUT, "sine wave"},
+          {1, 0.0f, 1.0f, 3.0f, 3.0f, 0, CHANNEL_DIR_OUTPUT, ""}}) {
+        const ChannelDof &d = wave.dofs[size_t(dof)];
+        EXPECT_EQ(std::tie(d.offset, d.scale, d.maximum, d.minimum, d.active, d.direction, d.name),
+                  std::tuple(offset, scale, maximum, minimum, active, direction, name)) << dof;
+    }
+    EXPECT_EQ(std::tie(mouse.enabled, mouse.remoteHost, mouse.directory, mouse.runMode),
+              std::tuple(0, "", "", CHANNEL_RUN_FREE));
+    EXPECT_EQ(std::tie(mouse.dofs[2].direction, mouse.dofs[2].maximum, mouse.dofs[1].maximum),
+              std::tuple(CHANNEL_DIR_NONE, 9.0f, CHANNEL_DOF_MAXIMUM));
     const ChannelConnection *c = s.connections;
-    ASSERT_NE(c, nullptr);
-    EXPECT_EQ(c->kind, CHANNEL_CONN_INPUT);
-    EXPECT_EQ(c->itemType, CHN_TOK_MODEL);
-    EXPECT_EQ(c->expression, "cube.ty = 2 * CHN wave.sine + 0.5");
-    EXPECT_EQ(c->enabled, 0);
-    EXPECT_EQ(c->calibrated, 1);
-    EXPECT_EQ(c->calibration[2], 3.0f);
-    ASSERT_NE(c->next, nullptr);
-    EXPECT_EQ(c->next->kind, CHANNEL_CONN_OUTPUT);
-    EXPECT_EQ(c->next->itemType, CHN_TOK_CAMERA);
-    EXPECT_EQ(c->next->enabled, 1);
-    EXPECT_EQ(c->next->calibration[0], 4.0f);
+    ASSERT_TRUE(c && c->next);
+    EXPECT_EQ(std::tie(c->kind, c->itemType, c->expression, c->enabled, c->calibrated, c->calibration[2]),
+              std::tuple(CHANNEL_CONN_INPUT, CHN_TOK_MODEL, "cube.ty = 2 * CHN wave.sine + 0.5", 0, 1, 3.0f));
+    EXPECT_EQ(std::tie(c->next->kind, c->next->itemType, c->next->enabled, c->next->calibration[0]),
+              std::tuple(CHANNEL_CONN_OUTPUT, CHN_TOK_CAMERA, 1, 4.0f));
     // Only the word "#" is a comment: a bar, or a word glued to a "#", is a
     // word that is no token, and the words after it on its line are read.
     Read bar(dir, "CHANNELS 3.51\n######## FRAMERATE ON\n#TIMESTAMP OFF\n");
@@ -306,16 +277,6 @@ ChannelSetup *smallSetup() {
 
 const char *kBar = "################################################################\n";
 
-std::string fileText(const std::string &path) {
-    FILE *f = fopen(path.c_str(), "rb");
-    std::string out;
-    char buf[4096];
-    size_t n;
-    while (f && (n = fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
-    if (f) fclose(f);
-    return out;
-}
-
 }  // namespace
 
 TEST(ChannelFileWrite, ExactBytesOfASmallSetup) {
@@ -324,7 +285,7 @@ TEST(ChannelFileWrite, ExactBytesOfASmallSetup) {
     const std::string path = dir / "small.chn";
     ASSERT_EQ(channelFileWrite(path.c_str(), s), 1);
     const std::string bar = kBar;
-    EXPECT_EQ(fileText(path),
+    EXPECT_EQ(bwtest::fileText(path),
               "SCHN 3.51\nCHANNELS   3.51\nBrackwood Studio Environment\n" + bar +
                   "# CHANNEL SETUP INFORMATION\n" + bar +
                   "FAST_INPUT OFF\nCAPTURE ON\nCONTROL OFF\nTAKE_REC /takes shot\nFRAMERATE ON\n\n" + bar +
@@ -370,40 +331,28 @@ TEST(ChannelFileWrite, WrittenAndReadBackGivesTheSameSetup) {
     ASSERT_EQ(channelFileWrite(path.c_str(), s), 1);
     ChannelSetup *back = channelSetupCreate(4);
     ASSERT_EQ(channelFileRead(path.c_str(), back, 0), 1);
-    EXPECT_EQ(back->fastInput, s->fastInput);
-    EXPECT_EQ(back->capture, s->capture);
-    EXPECT_EQ(back->control, s->control);
-    EXPECT_EQ(back->frameRate, s->frameRate);
-    EXPECT_STREQ(back->takeDir, s->takeDir);
-    EXPECT_STREQ(back->takeName, s->takeName);
-    ASSERT_EQ(back->driverCount, s->driverCount);
+    auto setupOf = [](const ChannelSetup *x) {
+        return std::tuple(x->fastInput, x->capture, x->control, x->frameRate, std::string(x->takeDir),
+                          std::string(x->takeName), x->driverCount);
+    };
+    ASSERT_EQ(setupOf(back), setupOf(s));
     for (int i = 0; i < s->driverCount; ++i) {
         const ChannelDriver &a = s->drivers[i], &b = back->drivers[i];
-        EXPECT_EQ(b.name, a.name);
-        EXPECT_EQ(b.enabled, a.enabled);
-        EXPECT_EQ(b.remote, a.remote);
-        EXPECT_EQ(b.remoteHost, a.remoteHost);
-        EXPECT_EQ(b.directory, a.directory);
-        EXPECT_EQ(b.runMode, a.runMode);
-        EXPECT_EQ(b.frequency, a.frequency);
-        ASSERT_EQ(b.dofCount, a.dofCount);
+        auto driverOf = [](const ChannelDriver &d) {
+            return std::tie(d.name, d.enabled, d.remote, d.remoteHost, d.directory, d.runMode, d.frequency, d.dofCount);
+        };
+        ASSERT_EQ(driverOf(b), driverOf(a));
         for (int k = 0; k < a.dofCount; ++k) {
-            EXPECT_EQ(b.dofs[k].name, a.dofs[k].name);
-            EXPECT_EQ(b.dofs[k].direction, a.dofs[k].direction);
-            EXPECT_EQ(b.dofs[k].active, a.dofs[k].active);
-            EXPECT_EQ(b.dofs[k].offset, a.dofs[k].offset);
-            EXPECT_EQ(b.dofs[k].scale, a.dofs[k].scale);
-            EXPECT_EQ(b.dofs[k].maximum, a.dofs[k].maximum);
-            EXPECT_EQ(b.dofs[k].minimum, a.dofs[k].minimum);
+            auto dofOf = [](const ChannelDof &d) {
+                return std::tie(d.name, d.direction, d.active, d.offset, d.scale, d.maximum, d.minimum);
+            };
+            EXPECT_EQ(dofOf(b.dofs[k]), dofOf(a.dofs[k])) << i << " " << k;
         }
     }
     const ChannelConnection *a = s->connections, *b = back->connections;
     for (; a && b; a = a->next, b = b->next) {
-        EXPECT_EQ(b->kind, a->kind);
-        EXPECT_EQ(b->expression, a->expression);
-        EXPECT_EQ(b->itemType, a->itemType);
-        EXPECT_EQ(b->enabled, a->enabled);
-        EXPECT_EQ(b->calibrated, a->calibrated);
+        EXPECT_EQ(std::tie(b->kind, b->expression, b->itemType, b->enabled, b->calibrated),
+                  std::tie(a->kind, a->expression, a->itemType, a->enabled, a->calibrated));
         EXPECT_EQ(0, memcmp(b->calibration, a->calibration, sizeof a->calibration));
     }
     EXPECT_EQ(a, nullptr);

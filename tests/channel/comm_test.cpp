@@ -15,6 +15,7 @@
 #include <cstring>
 #include <thread>
 #include <utility>
+#include <tuple>
 
 #include "capture.h"
 #include "channel.h"
@@ -120,11 +121,8 @@ TEST(ChannelComm, HandshakeAndTurnsWithADriverThread) {
     ChannelSlot slots[2] = {};
     ASSERT_EQ(bw_commGetData(&local, 0, 10, 2, slots), 1);
     EXPECT_EQ(local.readFlag, 1);
-    EXPECT_EQ(slots[0].value, 1.5f);
-    EXPECT_EQ(slots[1].value, 2.5f);
-    EXPECT_EQ(slots[1].time, 0.25f);
-    EXPECT_EQ(slots[1].written, 1u);
-    EXPECT_EQ(slots[1].type, 7u);
+    EXPECT_EQ(std::tuple(slots[0].value, slots[1].value, slots[1].time, slots[1].written, slots[1].type),
+              std::tuple(1.5f, 2.5f, 0.25f, 1u, 7u));
     EXPECT_EQ(commBlock()->values[10].written, 0u);  // taken
     commSetCommand(COMM_CMD_RUN);
     EXPECT_EQ(commBlock()->commandPending[0], 1);

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "capture.h"
 #include "channel.h"
@@ -60,24 +61,13 @@ struct SceneSetupReset {
 TEST(ChannelSetup, CreateGivesTheDefaults) {
     ChannelSetup *s = channelSetupCreate(4);
     ASSERT_NE(s, nullptr);
-    EXPECT_EQ(s->driverCount, 0);
-    EXPECT_EQ(s->driverMax, 4);
-    EXPECT_EQ(s->sync, 2);
-    EXPECT_EQ(s->fastInput, 1);
-    EXPECT_EQ(s->timeStamp, 1);
-    EXPECT_EQ(s->capture, 1);
-    EXPECT_EQ(s->control, 1);
-    EXPECT_EQ(s->frameRate, 0);
-    EXPECT_STREQ(s->takeDir, "\\temp");
-    EXPECT_STREQ(s->takeName, "default");
-    EXPECT_EQ(s->takeNumber, 1);
-    EXPECT_EQ(s->lastTake, -1);
+    EXPECT_EQ(std::tuple(s->driverCount, s->driverMax, s->sync, s->fastInput, s->timeStamp, s->capture, s->control,
+                         s->frameRate, std::string(s->takeDir), std::string(s->takeName), s->takeNumber, s->lastTake),
+              std::tuple(0, 4, 2, 1, 1, 1, 1, 0, "\\temp", "default", 1, -1));
     EXPECT_EQ(s->connections, nullptr);
     ChannelDof dof;
-    EXPECT_EQ(bits(dof.maximum), 0x461C3C00u);
-    EXPECT_EQ(bits(dof.minimum), 0xC61C3C00u);
-    EXPECT_EQ(dof.scale, 1.0f);
-    EXPECT_EQ(dof.offset, 0.0f);
+    EXPECT_EQ(std::tuple(bits(dof.maximum), bits(dof.minimum), dof.scale, dof.offset),
+              std::tuple(0x461C3C00u, 0xC61C3C00u, 1.0f, 0.0f));
     channelSetupFree(s);
 }
 
@@ -101,15 +91,10 @@ TEST(ChannelSetup, InitAddsTheMouseFromItsConfiguration) {
     EXPECT_EQ(channelSetupInit(), s);  // made once
     ASSERT_EQ(s->driverCount, 1);
     const ChannelDriver &m = s->drivers[0];
-    EXPECT_EQ(m.name, "mouse");
-    ASSERT_EQ(m.dofCount, 3);
-    EXPECT_EQ(m.dofs[2].name, "buttons");
-    EXPECT_EQ(m.dofs[0].direction, CHANNEL_DIR_INPUT);
-    EXPECT_EQ(m.dofs[2].direction, CHANNEL_DIR_OUTPUT);
-    EXPECT_EQ(m.dofs[1].active, 1);
-    EXPECT_EQ(m.dofs[2].active, 0);
-    ASSERT_EQ(m.errorCount, 1);
-    EXPECT_EQ(m.errors[0], "no pointer found");
+    ASSERT_EQ(std::tie(m.name, m.dofCount, m.errorCount), std::tuple("mouse", 3, 1));
+    EXPECT_EQ(std::tie(m.dofs[2].name, m.dofs[0].direction, m.dofs[2].direction, m.dofs[1].active, m.dofs[2].active,
+                       m.errors[0]),
+              std::tuple("buttons", CHANNEL_DIR_INPUT, CHANNEL_DIR_OUTPUT, 1, 0, "no pointer found"));
     EXPECT_EQ(m.slots.size(), 3u);
     EXPECT_TRUE(channelSetupIsEmpty(s));
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "animation.h"
@@ -123,16 +124,12 @@ TEST(TakeFileRead, VersionOneHasNoTypeLineAndIsAscii) {
     EXPECT_EQ(r.err, "");
     EXPECT_FLOAT_EQ(r.take.version, 1.0f);
     EXPECT_EQ(r.take.type, BW_TAKE_FILE_ASCII);
-    EXPECT_EQ(r.take.takeFile, "/takes/t.CHD/TAKE.0001/drv.00.chd");
-    EXPECT_EQ(r.take.sceneName, "the scene");  // the rest of the line, blanks inside kept
-    EXPECT_EQ(r.take.driverName, "drv");
-    EXPECT_EQ(r.take.dofCount, 3);
-    EXPECT_EQ(r.take.minTime, 0.0f);
-    EXPECT_EQ(r.take.maxTime, 1.0f);
-    EXPECT_EQ(r.take.startTc, "00:00:00:00");
-    EXPECT_EQ(r.take.endTc, "00:00:01:00");
-    EXPECT_EQ(r.take.dofGrouped, 0);
-    EXPECT_EQ(r.take.dofCounted, 1);
+    // The scene name is the rest of its line, blanks inside kept.
+    const TakeFile &t = r.take;
+    EXPECT_EQ(std::tie(t.takeFile, t.sceneName, t.driverName, t.dofCount, t.minTime, t.maxTime, t.startTc, t.endTc,
+                       t.dofGrouped, t.dofCounted),
+              std::tuple("/takes/t.CHD/TAKE.0001/drv.00.chd", "the scene", "drv", 3, 0.0f, 1.0f, "00:00:00:00",
+                         "00:00:01:00", 0, 1));
     expectRecords(r.records, kRecords);
     EXPECT_EQ(r.complete, 1);
 }

@@ -52,11 +52,6 @@ protected:
     Element elem{};
 };
 
-std::string slurp(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 }  // namespace
 
 TEST_F(ChapterFiles, LatestVersionIgnoresIconsRevisionsAndDirectories) {
@@ -177,7 +172,7 @@ TEST_F(ChapterFiles, LockTakeForceRelease) {
     std::string lock = db.path + "/BW_DB_LOCK__";
     EXPECT_EQ(dbLock(&db, DB_LOCK_RELEASE), 0);  // nothing to release
     EXPECT_EQ(dbLock(&db, DB_LOCK_TAKE), 1);
-    std::string text = slurp(lock);
+    std::string text = bwtest::fileText(lock);
     EXPECT_TRUE(std::regex_match(
         text, std::regex(R"(Locked by user tester on \d\d/\d\d/\d\d \d\d:\d\d \n)")))
         << text;
@@ -188,7 +183,7 @@ TEST_F(ChapterFiles, LockTakeForceRelease) {
     EXPECT_EQ(dbLock(&db, DB_LOCK_TAKE), 0);
     EXPECT_EQ(std::string(g_dbLockText), std::string(100, 'z'));
     EXPECT_EQ(dbLock(&db, DB_LOCK_FORCE), 1);
-    EXPECT_EQ(slurp(lock).compare(0, 15, "Locked by user "), 0);
+    EXPECT_EQ(bwtest::fileText(lock).compare(0, 15, "Locked by user "), 0);
     EXPECT_EQ(dbLock(&db, DB_LOCK_RELEASE), 1);
     EXPECT_FALSE(fs::exists(lock));
 

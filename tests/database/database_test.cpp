@@ -58,11 +58,6 @@ protected:
         return all;
     }
 
-    static std::string slurp(const std::string &path) {
-        std::ifstream in(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
-
     bwtest::TempDir tmp;
     const std::string dirFile = tmp / "d.rsrc";
 };
@@ -272,10 +267,10 @@ TEST_F(DbTest, CreateThenRemove) {
         return dbCreate(g_dbList, name, path.c_str(), dirFile.c_str());
     };
     ASSERT_EQ(create("fresh", fresh), DB_CREATE_OK);
-    EXPECT_EQ(slurp(fresh + "/SCENES/Chapter.rsrc"), "SUFFIX dsc \nVERSIONS 4 \n");
+    EXPECT_EQ(bwtest::fileText(fresh + "/SCENES/Chapter.rsrc"), "SUFFIX dsc \nVERSIONS 4 \n");
     EXPECT_FALSE(fs::exists(fresh + "/NSELECTIONS"));
     EXPECT_EQ(create("n", n), DB_CREATE_OK);
-    EXPECT_EQ(slurp(dirFile), "DATABASE fresh \nPATH " + fresh + " \nDATABASE n \nPATH " + n + " \n");
+    EXPECT_EQ(bwtest::fileText(dirFile), "DATABASE fresh \nPATH " + fresh + " \nDATABASE n \nPATH " + n + " \n");
     EXPECT_EQ(create("fresh", fresh), DB_CREATE_KNOWN);
     EXPECT_EQ(create("other", fresh), DB_CREATE_INSIDE);
     EXPECT_EQ(create("in", fresh + "/MODELS/x"), DB_CREATE_INSIDE);
@@ -306,7 +301,7 @@ TEST_F(DbTest, CreateThenRemove) {
     ScopedEnv badDbdir("BW_DBDIR", (tmp / "missing").c_str());
     OutputCapture io;
     EXPECT_EQ(dbRemove(g_dbList, &g_dbList.items[1], 0, 0, 0, tmp.path().c_str()), DB_REMOVED);
-    EXPECT_EQ(slurp(tmp / "DatabaseDir.rsrc"),
+    EXPECT_EQ(bwtest::fileText(tmp / "DatabaseDir.rsrc"),
               "DATABASE n \nPATH " + n + " \nDATABASE lib \nPATH /p/lib \nTYPE SHADERLIB \n");
     EXPECT_EQ(dbRemove(g_dbList, &g_dbList.items[0], 0, 0, 0, (tmp / "none").c_str()),
               DB_DIR_NOT_OPENED);

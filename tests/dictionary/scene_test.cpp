@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 #include <string>
+#include <tuple>
 
 #include "capture.h"
 #include "dictionary.h"
@@ -232,18 +233,14 @@ TEST_F(SceneGrammar, EnvironmentAndPlayControl) {
         "EndOfENVIRONMENT\n";
     TOL_PlayCtrl saved = sceneStateCurrent().playCtrl;
     read(std::string(kElements) + env);
-    EXPECT_EQ(at(CHP_MODELS, 0)->schemX, 1.5f);
-    EXPECT_EQ(at(CHP_MODELS, 0)->schemY, -2.0f);
-    EXPECT_EQ(at(CHP_MODELS, 0)->schemMark, 7);
-    EXPECT_EQ(at(CHP_MODELS, 0)->browserBits & 1, 1);
-    EXPECT_EQ(at(CHP_MODELS, 0)->envValues[0], 3);
-    ASSERT_TRUE(at(CHP_MODELS, 1)->srt);
-    EXPECT_EQ(at(CHP_MODELS, 1)->srt[4], 90.0f);
-    EXPECT_EQ(at(CHP_MODELS, 1)->envSet, 6);
-    EXPECT_EQ(at(CHP_MODELS, 1)->envValues[2], 17);
-    EXPECT_TRUE(sceneStateCurrent().playCtrl.startFrame == 10 && sceneStateCurrent().playCtrl.endFrame == 50 &&
-                sceneStateCurrent().playCtrl.currentFrame == 12 && sceneStateCurrent().playCtrl.frameStep == 2);
-    EXPECT_EQ(sceneStateCurrent().playCtrl.framesPerSecond, 25.0f);
+    const Element *e0 = at(CHP_MODELS, 0), *e1 = at(CHP_MODELS, 1);
+    EXPECT_EQ(std::tuple(e0->schemX, e0->schemY, e0->schemMark, e0->browserBits & 1, e0->envValues[0]),
+              std::tuple(1.5f, -2.0f, 7, 1, 3));
+    ASSERT_TRUE(e1->srt);
+    EXPECT_EQ(std::tuple(e1->srt[4], e1->envSet, e1->envValues[2]), std::tuple(90.0f, 6, 17));
+    const TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
+    auto range = [&] { return std::tie(play.startFrame, play.endFrame, play.currentFrame, play.frameStep, play.framesPerSecond); };
+    EXPECT_EQ(range(), std::tuple(10, 50, 12, 2, 25.0f));
 
     // A merge reads the values and may only widen the range.
     TearDown();
@@ -253,16 +250,13 @@ TEST_F(SceneGrammar, EnvironmentAndPlayControl) {
     merged.replace(merged.find("10 50 12 2"), 10, "20 80 30 1");
     merged.replace(merged.find("RATE 25"), 7, "RATE 60");
     read(std::string(kElements) + merged);
-    EXPECT_TRUE(sceneStateCurrent().playCtrl.startFrame == 10 && sceneStateCurrent().playCtrl.endFrame == 80 &&
-                sceneStateCurrent().playCtrl.currentFrame == 12 && sceneStateCurrent().playCtrl.frameStep == 2);
-    EXPECT_EQ(sceneStateCurrent().playCtrl.framesPerSecond, 25.0f);
+    EXPECT_EQ(range(), std::tuple(10, 80, 12, 2, 25.0f));
 
     // Numbers past an int are held at its ends.
     TearDown();
     SetUp();
     read(std::string(kElements) + "ENVIRONMENT PLAYCTRL FRAME 1e40 -1e40 nan 2 EndOfPLAYCTRL EndOfENVIRONMENT\n");
-    EXPECT_TRUE(sceneStateCurrent().playCtrl.startFrame == INT32_MAX && sceneStateCurrent().playCtrl.endFrame == INT32_MIN &&
-                sceneStateCurrent().playCtrl.currentFrame == 0);
+    EXPECT_TRUE(play.startFrame == INT32_MAX && play.endFrame == INT32_MIN && play.currentFrame == 0);
     sceneStateCurrent().playCtrl = saved;
 }
 
@@ -416,10 +410,6 @@ protected:
         dictFree(&other, 0);
         return ok;
     }
-    static std::string slurp(const std::string &path) {
-        bwtest::Bytes b = bwtest::readBytes(path);
-        return std::string(b.begin(), b.end());
-    }
     Element *at(int chapter, int index) { return elemGet(&dict, chapter, index); }
     TempDir dir;
     Database *db = nullptr;
@@ -495,8 +485,8 @@ TEST_F(SceneLoad, WritingBackReadsTheSame) {
     ASSERT_EQ(load("s.1-0", &again), 1);
     ASSERT_EQ(sceneWrite(&again, second.c_str(), 4.0f), 1);
     dictFree(&again, 0);
-    std::string a = slurp(first);
-    EXPECT_EQ(a, slurp(second));
+    std::string a = bwtest::fileText(first);
+    EXPECT_EQ(a, bwtest::fileText(second));
     EXPECT_NE(a.find("1 0 110 ;"), std::string::npos) << a;
     EXPECT_NE(a.find("1 SCHEM 0 2.5 0 ;"), std::string::npos) << a;
 }
@@ -606,7 +596,7 @@ TEST_F(SceneLoad, CurvesBecomeElementsOfWhatTheyAnimate) {
     // Writing the scene names the file once, not its curves.
     std::string path = dir / "again.dsc";
     ASSERT_EQ(sceneWrite(&dict, path.c_str(), 4.0f), 1);
-    std::string text = slurp(path);
+    std::string text = bwtest::fileText(path);
     EXPECT_NE(text.find("CHAPTER ANIMATION NBELEM 1\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("113"), std::string::npos);
 }
@@ -779,20 +769,13 @@ TEST_F(SceneLoad, TheSetupFileSetsTheLightModelAndThePlayRange) {
     scene("lit", "lit.1-0");
     ASSERT_EQ(load("lit.1-0"), 1) << err;
     const SceneGlobals &g = dict.globals;
-    EXPECT_FLOAT_EQ(g.ambient[0], 0.5f);
-    EXPECT_FLOAT_EQ(g.ambient[1], 0.25f);
-    EXPECT_FLOAT_EQ(g.ambient[2], 0.75f);
-    EXPECT_EQ(g.twoSided, 1);
-    EXPECT_EQ(g.lightingGiven, 1);
+    EXPECT_EQ(std::tuple(g.ambient[0], g.ambient[1], g.ambient[2], g.twoSided, g.lightingGiven),
+              std::tuple(0.5f, 0.25f, 0.75f, 1, 1));
     const TOL_PlayCtrl &play = sceneStateCurrent().playCtrl;
-    EXPECT_EQ(play.startFrame, 10);
-    EXPECT_EQ(play.endFrame, 40);
-    EXPECT_EQ(play.frameStep, 2);
-    EXPECT_FLOAT_EQ(play.framesPerSecond, 24.0f);
+    EXPECT_EQ(std::tie(play.startFrame, play.endFrame, play.frameStep, play.framesPerSecond), std::tuple(10, 40, 2, 24.0f));
     ASSERT_TRUE(dict.setup);
-    EXPECT_EQ(dict.setup->texInterpolation, SETUP_TXT_ALWAYS_OFF);
-    EXPECT_EQ(dict.setup->texBlending, 1);
-    EXPECT_EQ(dict.setup->texTiling, 1);
+    EXPECT_EQ(std::tie(dict.setup->texInterpolation, dict.setup->texBlending, dict.setup->texTiling),
+              std::tuple(SETUP_TXT_ALWAYS_OFF, 1, 1));
     // The unknown keyword is passed over and kept; the second setup is dropped.
     bool kept = false;
     for (const SetupLine &line : dict.setup->lines)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "capture.h"
 #include "dictionary.h"
@@ -63,26 +64,13 @@ TEST(SetupFileTest, EverySectionTakesItsSettingsAndKeepsTheRest) {
     // Only the unknown keyword among the render globals is reported.
     EXPECT_EQ(messages, "renderGlobalsAsciiRead: error, token 'PRW_UNKNOWN' unknown.\n");
 
-    EXPECT_FLOAT_EQ(s.version, 3.9f);
-    EXPECT_EQ(s.firstFrame, 5);
-    EXPECT_EQ(s.lastFrame, 80);
-    EXPECT_EQ(s.currentFrame, 12);
-    EXPECT_EQ(s.frameStep, 2);
-    EXPECT_EQ(s.pause, 1);
-    EXPECT_FLOAT_EQ(s.frameRate, 25.0f);
-    EXPECT_EQ(s.autoSaveActive, 1);
-    EXPECT_EQ(s.autoSavePeriod, 15);
-    EXPECT_FLOAT_EQ(s.ambient[0], 0.1f);
-    EXPECT_FLOAT_EQ(s.ambient[1], 0.25f);
-    EXPECT_FLOAT_EQ(s.ambient[2], 0.5f);
-    EXPECT_EQ(s.twoSided, 1);
-    EXPECT_EQ(s.twoSidedOverride, 1);
-    EXPECT_EQ(s.texInterpolation, SETUP_TXT_ALWAYS_OFF);
-    EXPECT_EQ(s.texBlending, 1);
-    EXPECT_EQ(s.texGlobal, 0);
-    EXPECT_EQ(s.texLocal, 0);
-    EXPECT_EQ(s.texTiling, 1);
-    EXPECT_EQ(s.texMirror, 1);
+    EXPECT_EQ(std::tie(s.version, s.firstFrame, s.lastFrame, s.currentFrame, s.frameStep, s.pause, s.frameRate,
+                       s.autoSaveActive, s.autoSavePeriod),
+              std::tuple(3.9f, 5, 80, 12, 2, 1, 25.0f, 1, 15));
+    EXPECT_EQ(std::vector<float>(s.ambient, s.ambient + 3), (std::vector<float>{0.1f, 0.25f, 0.5f}));
+    EXPECT_EQ(std::tie(s.twoSided, s.twoSidedOverride, s.texInterpolation, s.texBlending, s.texGlobal, s.texLocal,
+                       s.texTiling, s.texMirror),
+              std::tuple(1, 1, SETUP_TXT_ALWAYS_OFF, 1, 0, 0, 1, 1));
 
     // The other groups, as read, each in the section of the keyword before it.
     const std::pair<const char *, const char *> kept[] = {

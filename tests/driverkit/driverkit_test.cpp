@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <vector>
+#include <tuple>
 
 #include "arena_fixture.h"
 #include "bwdriver.h"
@@ -196,16 +197,14 @@ TEST_F(KitTest, FrequencyModeTakesNoTurn) {
 
 TEST_F(KitTest, ErrorsAreReportedByNumberAndFlags) {
     attach();
+    // The flags word (1 set, 2 fatal, 4 common table), the number, the driver.
+    auto error = [&] { return std::tuple(arena.u32(268), arena.u32(272), arena.u32(276)); };
     driverCommonError(drv, BW_DERR_PORT_OPEN, 1);
-    EXPECT_EQ(arena.u32(268), 7u);  // set, fatal, common table
-    EXPECT_EQ(arena.u32(272), 9u);
-    EXPECT_EQ(arena.u32(276), kIndex);
+    EXPECT_EQ(error(), std::tuple(7u, 9u, uint32_t(kIndex)));
     driverError(drv, 3, 0);
-    EXPECT_EQ(arena.u32(268), 1u);
-    EXPECT_EQ(arena.u32(272), 3u);
+    EXPECT_EQ(error(), std::tuple(1u, 3u, uint32_t(kIndex)));
     EXPECT_EQ(driverSetDofValue(drv, 4, 1.0f), 0);
-    EXPECT_EQ(arena.u32(268), 5u);
-    EXPECT_EQ(arena.u32(272), 1u);
+    EXPECT_EQ(error(), std::tuple(5u, 1u, uint32_t(kIndex)));
     EXPECT_EQ(driverGetDofType(drv, -1), -1);
     EXPECT_EQ(arena.u32(272), 20u);
 }
@@ -242,13 +241,6 @@ TEST(DriverArgs, RunRecordAndModeWordsAreTaken) {
     EXPECT_EQ(cap.err.text(), "wave: '-record' needs an argument\n");
 }
 
-std::string readFile(const std::string &path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 TEST_F(KitTest, RecordOnAndOffWriteTheTakeFile) {
     std::string take = arena.dir() + "/t.CHD/TAKE.0001";
     std::string take7 = arena.dir() + "/t.CHD/TAKE.0007";
@@ -271,7 +263,7 @@ TEST_F(KitTest, RecordOnAndOffWriteTheTakeFile) {
     arena.command(15, kIndex);
     ASSERT_EQ(driverTurn(drv), 1);
     EXPECT_EQ(driverRecording(drv), 0);
-    std::string text = readFile(file);
+    std::string text = bwtest::fileText(file);
     std::string head = "BRAK_TAKE V1.100000\n\tFILE_TYPE  : ASCII\n\tTAKE_FILE   : " + file +
                        "\n\tSCENE_NAME  : scn\n\tDRIVER_NAME : probe\n\tNUM_DOFS    : 4\n";
     EXPECT_EQ(text.substr(0, head.size()), head);
@@ -296,7 +288,7 @@ TEST_F(KitTest, RecordOnAndOffWriteTheTakeFile) {
     viewerTurn();
     arena.command(8, kIndex);  // stop while recording: the take is written
     EXPECT_EQ(driverTurn(drv), 0);
-    EXPECT_TRUE(bwtest::contains(readFile(take7 + "/probe.02.chd"), "END-OF-DATA\n"));
+    EXPECT_TRUE(bwtest::contains(bwtest::fileText(take7 + "/probe.02.chd"), "END-OF-DATA\n"));
 }
 
 }  // namespace
@@ -342,7 +334,7 @@ TEST_F(KitTest, TakeTypeBinaryWritesSixteenByteRecordsInNetworkOrder) {
     arena.command(15, kIndex);
     ASSERT_EQ(driverTurn(drv), 1);
 
-    std::string bytes = readFile(file);
+    std::string bytes = bwtest::fileText(file);
     EXPECT_EQ(bytes.substr(0, 41), "BRAK_TAKE V1.100000\n\tFILE_TYPE  : BINARY\n");
     size_t data = bytes.find("START-OF-DATA\n");
     ASSERT_NE(data, std::string::npos);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
 
 #include "animation.h"
 #include "bytes.h"
@@ -102,12 +103,9 @@ TEST(AnimFile, OlderFormsListsAndTheEndOfTheBlocks) {
     OutputCapture out;
     AnimItem *items = animFileRead((dir / "old.key").c_str());
     ASSERT_EQ(countItems(items), 2);
-    EXPECT_EQ(items->kind, 100);
-    EXPECT_EQ(items->target, 8);
-    EXPECT_EQ(items->param, 2);
-    EXPECT_EQ(items->active, 1);
-    EXPECT_EQ(items->curve->type, 1);
-    EXPECT_EQ(items->curve->keyCount, 0);
+    EXPECT_EQ(std::tuple(items->kind, items->target, items->param, items->active, items->curve->type,
+                         items->curve->keyCount),
+              std::tuple(100, 8, 2, 1, 1, 0));
     const Fcurve *second = items->next->curve;
     EXPECT_EQ(second->type, 2);
     ASSERT_EQ(second->keyCount, 1);

@@ -10,17 +10,6 @@
 #include "bw_env.h"
 #include "capture.h"
 
-namespace {
-
-std::string readFile(const std::filesystem::path &path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-}  // namespace
-
 TEST(EnvTable, ValuesAreReadOnceUntilReset) {
     bwtest::ScopedEnv dump("BW_DICT_DUMP", "yes");
     EXPECT_STREQ(envGet(ENV_BW_DICT_DUMP), "yes");
@@ -53,14 +42,14 @@ TEST(EnvTable, NoOtherSourceFileReadsTheEnvironment) {
         if (ext != ".cpp" && ext != ".h" && ext != ".inc") continue;
         ++files;
         if (entry.path().filename() == "env.cpp") continue;
-        EXPECT_EQ(readFile(entry.path()).find("getenv"), std::string::npos) << entry.path();
+        EXPECT_EQ(bwtest::fileText(entry.path().string()).find("getenv"), std::string::npos) << entry.path();
     }
     EXPECT_GT(files, 50);
 }
 
 // The README's table of variables is the table's list, in its order.
 TEST(EnvTable, ReadmeListsEveryVariable) {
-    const std::string readme = readFile(bwtest::sourcePath("README.md"));
+    const std::string readme = bwtest::fileText(bwtest::sourcePath("README.md"));
     size_t at = readme.find("## Environment variables");
     ASSERT_NE(at, std::string::npos);
     for (int i = 0; i < ENV_COUNT; ++i) {

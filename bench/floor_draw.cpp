@@ -8,7 +8,7 @@
 // model's strip stream into ONE display list: a glBegin(GL_TRIANGLE_STRIP)
 // a strip, a glNormal3fv and glVertex3fv a vertex (with its colour and UV
 // when the stream has them), the material and lighting switches between runs
-// through the same calls the viewer's strip draw makes. Each frame is then a
+// made by the viewer's own strip play, recorded into the list. Each frame is then a
 // clear, one glCallList and a swap, in a double-buffered window of the same
 // kind of visual the viewer picks: no update side, no per-frame state, so
 // that its frame time is what the rasteriser needs for that picture and no
@@ -219,79 +219,29 @@ bool windowOpen(int width, int height, FloorWindow *w) {
 // ---------------------------------------------------------------------------
 // The one display list.
 
-// What the walk of one model's stream needs while it compiles.
-struct ListBuild {
-    Dictionary *dict;         // the scene's, for the texture records
-    BW_GraphicProps *gprops;  // the viewer's properties
-    BW_GlbVar *g;             // the material and texture bound so far in the list
-    bool lit;                 // lighting was on when the model began
-    float token;              // material token in force
-    bool textureCell;         // the material run has a texture
-    long strips;              // strips compiled, all models
-    long vertices;            // vertices compiled, all models
+// Strips and vertices of the list, all models.
+struct ListCount {
+    long strips = 0, vertices = 0;
 };
 
-// The viewer's material switch: the hook binds, lighting follows the token.
-void listMaterial(void *user, float token, int id) {
-    ListBuild &b = *static_cast<ListBuild *>(user);
-    b.token = token;
-    b.textureCell = false;
-    const int shaded = token == STRIP_MAT_SHADED || token == STRIP_MAT_SHADED_COLOUR;
-    if (id != b.g->curMatId) {
-        b.g->curMatId = id;
-        g_stripMaterialBind(id, shaded);
-    } else if (token == STRIP_MAT_CONSTANT) {
-        g_stripMaterialBind(id, 0);
-    }
-    if (shaded) {
-        if (b.lit) glEnable(GL_LIGHTING);
-    } else {
-        glDisable(GL_LIGHTING);
-    }
-}
-
-void listTexture(void *user, int id) {
-    ListBuild &b = *static_cast<ListBuild *>(user);
-    b.textureCell = true;
-    if (!b.gprops->texture.active || id == b.g->curTxtId) return;
-    textureBindList(grTextureOfId(b.dict, id), id, b.gprops);
-}
-
-void listStrip(void *user, const float *cells, int count, const StripVertexLayout *l) {
-    ListBuild &b = *static_cast<ListBuild *>(user);
-    if (!b.textureCell && b.g->curTxtId > 0) textureUnbind(*b.g);
-    // A per-vertex diffuse colour goes through the material, others through the colour.
-    const bool diffuse = b.token == STRIP_MAT_SHADED_COLOUR;
-    glBegin(GL_TRIANGLE_STRIP);
-    for (const float *v = cells; v < cells + count; v += l->stride) {
-        if (l->uv >= 0) glTexCoord2fv(v + l->uv + 1);
-        if (l->colour >= 0 && diffuse) {
-            const GLfloat rgba[4] = {v[l->colour], v[l->colour + 1], v[l->colour + 2], 1.0f};
-            glMaterialfv(GL_FRONT, GL_DIFFUSE, rgba);
-        } else if (l->colour >= 0) {
-            glColor3fv(v + l->colour);
-        }
-        if (l->normal >= 0) glNormal3fv(v + l->normal);
-        glVertex3fv(v + l->pos);
-        ++b.vertices;
-    }
-    glEnd();
-    ++b.strips;
-}
-
-// Compiles every shown model's strips, under its matrices, into one list.
+// Compiles every shown model's strips, under its matrices, into one list:
+// the viewer's own strip play, one call a vertex, recorded instead of drawn.
 // Models the viewer draws otherwise (no strips) are named and left out.
-GLuint compileFloorList(TOL_Scene *scene, BW_GraphicProps *gprops, ListBuild *b) {
+GLuint compileFloorList(TOL_Scene *scene, BW_GraphicProps *gprops, ListCount *count) {
     Dictionary *dict = dictGet(static_cast<int>(scene->dict));
     Chapter *models = dictChapter(dict, CHP_MODELS);
     const GLuint list = glGenLists(1);
     if (!list) return 0;
-    b->dict = dict;
-    b->gprops = gprops;
-    b->g = gprops->glbVar ? gprops->glbVar : &glbVar;
-    b->g->curMatId = -1;
-    b->lit = glIsEnabled(GL_LIGHTING) != 0;
-    const StripStreamVisitor visitor = {b, listMaterial, listTexture, listStrip};
+    BW_GlbVar *g = gprops->glbVar ? gprops->glbVar : &glbVar;
+    g->curMatId = -1;
+    g->listEnable = 0;  // the play makes no list of its own inside this one
+    g_stripArrays = 0;
+    const StripStreamVisitor counter = {count, nullptr, nullptr,
+                                        [](void *user, const float *, int cells, const StripVertexLayout *l) {
+                                            ListCount &c = *static_cast<ListCount *>(user);
+                                            ++c.strips;
+                                            c.vertices += cells / l->stride;
+                                        }};
     glNewList(list, GL_COMPILE);
     for (int32_t i = 0; models && i < models->elementCount; ++i) {
         Element *entry = &models->elements[i];
@@ -306,23 +256,14 @@ GLuint compileFloorList(TOL_Scene *scene, BW_GraphicProps *gprops, ListBuild *b)
             fprintf(stderr, "floor_draw: model %s has no strips; left out\n", m->name);
             continue;
         }
-        shadeStripsBegin(dict, r ? r->alpha : 1.0f);
-        glPushMatrix();
-        glMultMatrixf(&m->globalMatrix[0][0]);
-        float scale[3];
-        const int scaled = modelExtraScale(m, scale);
-        if (scaled) glScalef(scale[0], scale[1], scale[2]);
-        b->token = 0.0f;
-        b->textureCell = false;
-        if (stripStreamWalk(m->tmesh->stream, m->tmesh->streamLength, &visitor) != 0)
+        if (stripStreamWalk(m->tmesh->stream, m->tmesh->streamLength, &counter) != 0)
             fprintf(stderr, "floor_draw: the strips of model %s break off\n", m->name);
-        textureUnbind(*b->g);
-        if (b->lit) glEnable(GL_LIGHTING);
-        glPopMatrix();
+        shadeStripsBegin(dict, r ? r->alpha : 1.0f);
+        drawStripStream(scene, m, gprops);
     }
     glEndList();
-    b->g->curMatId = -1;
-    b->g->curTxtId = -1;
+    g->curMatId = -1;
+    g->curTxtId = -1;
     return list;
 }
 
@@ -382,7 +323,7 @@ int main(int argc, char *argv[]) {
     if ((gprops.dispType & DISP_TEXTURED) && texturesBind(&scene, &gprops) != 0) return 1;
     DisplayPassState pass{};
     displayModePassBegin(&gprops, &pass);
-    ListBuild build{};
+    ListCount build;
     const GLuint list = compileFloorList(&scene, &gprops, &build);
     if (!list) {
         fprintf(stderr, "floor_draw: no display list could be made\n");

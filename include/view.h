@@ -77,7 +77,9 @@ struct ViewFrustum {
 };
 extern ViewFrustum g_lastFrustum;
 
-// Unjittered extents of a perspective camera at its near plane.
+// Unjittered extents of a perspective camera at its near plane: from its
+// shifted film back when it has one (offsetLens, with a focal length and film
+// sizes above 0), else from its angle and aspect.
 void cameraPerspectiveExtents(const Camera *camera, float *left, float *right, float *bottom,
                               float *top);
 // Column-major (OpenGL order) matrices, the same that glFrustum and glOrtho make.

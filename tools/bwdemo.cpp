@@ -20,8 +20,9 @@
 // a round track at a percentage from a curve, an arrow points at it, the
 // camera's interest follows it and a lamp stands at the lantern above it.
 // "figure" shows a chain, a skin and shape keys; "deform" a lattice, a curve
-// and a surface deformation, a wave and a setup file. "matte" is a garbage
-// matte scene for -G: a card in front of the stage.
+// and a surface deformation, a wave and a setup file. "facade" a tower seen
+// level through a shifted film back. "matte" is a garbage matte scene for
+// -G: a card in front of the stage.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -858,6 +859,37 @@ int main(int argc, char *argv[]) {
         scene.add(CHP_LIGHTS, lightFile[0]);
         scene.add(CHP_SETUP_BRAK, settingsFile);
         ok = ok && !tdWriteScene(db, "deform", scene, now - 120).empty();
+    }
+    {
+        // "facade": a tower seen level from eye height through a shifted
+        // film back, as an architect's camera sees it: the film slides up
+        // instead of the camera tilting, so the top shows and the sides stay
+        // upright. A plain lens level at the same place cuts the top off.
+        // The shape is in the mesh itself: a mesh's scaling is drawn on top
+        // of its global matrix once more.
+        Mesh *block = meshMakeCube(1.0f);
+        const float size[3] = {1.5f, 5.0f, 1.5f}, at[3] = {0.0f, 2.5f, 0.0f};
+        for (int i = 0; i < block->vertexCount; ++i)
+            for (int k = 0; k < 3; ++k) block->vertices[i].pos[k] *= size[k];
+        Model *tower = modelNew("facade-tower", MODEL_MESH, block);
+        memcpy(tower->translation, at, sizeof at);
+        const std::string towerFile = tdFullName(tdWriteModel(db, "facade-tower", tower));
+        modelFree(tower);
+        Camera level;
+        const float from[3] = {0.0f, 1.5f, 9.0f}, to[3] = {0.0f, 1.5f, 0.0f};
+        memcpy(level.position, from, sizeof from);
+        memcpy(level.interest, to, sizeof to);
+        const float lens[5] = {35.0f, 36.0f, 24.0f, 0.0f, 8.0f};  // focal length, film width and height, shifts (mm)
+        memcpy(level.lens, lens, sizeof lens);
+        level.filmWidth = lens[1];
+        level.offsetLens = 1;
+        const std::string levelFile = tdFullName(tdWriteCamera(db, "facade-eye", level));
+        ok = ok && !towerFile.empty() && !levelFile.empty();
+        TdScene scene;
+        dress(scene, scene.add(CHP_MODELS, towerFile), 3, -1);
+        scene.add(CHP_CAMERAS, levelFile);
+        scene.add(CHP_LIGHTS, lightFile[0]);
+        ok = ok && !tdWriteScene(db, "facade", scene, now - 100).empty();
     }
     ok = ok && writeMatteScene(db, now - 90);
     if (!ok) return 1;

@@ -88,6 +88,35 @@ TEST_F(Bwrender, DisplayModesAreTheViewers) {
     EXPECT_EQ(shot("x/frame-0001.png").rgb, shaded.rgb) << "-d 4 keeps the default shaded mode";
 }
 
+TEST_F(Bwrender, AShiftedFilmBackShowsTheWindowItCuts) {
+    // "facade": a tower 1.5 wide and 5 high, its front face 8.25 ahead of a
+    // level eye at height 1.5; the film (35 mm lens, 36 x 24 mm back) slides
+    // 8 mm up. Its window spans (8 -+ 12) / 35 up and -+18 / 35 across per
+    // unit of depth: the tower's top shows 0.43 of the way up, not cut off
+    // as a level plain lens of the same place would cut it.
+    ASSERT_EQ(render({"demo", "facade", "--frames", "1:1", "--size", "360x240", "--out", "f"}).status, 0);
+    const bwtest::Image image = shot("f/frame-0001.png");
+    auto lit = [&](int x, int y) {
+        const unsigned char *p = image.at(x, y);
+        return p[0] + p[1] + p[2] > 24;
+    };
+    const double up = 3.5 / 8.25, across = 0.75 / 8.25, low = (8.0 - 12.0) / 35, high = (8.0 + 12.0) / 35;
+    const double topRow = (high - up) / (high - low) * image.height;
+    const double left = (0.5 - across / (36.0 / 35)) * image.width, right = image.width - left;
+    int first = -1;
+    for (int y = 0; y < image.height && first < 0; ++y)
+        if (lit(image.width / 2, y)) first = y;
+    EXPECT_NEAR(first, topRow, 1.5);
+    // Level: the sides stand upright from the top to the picture's foot.
+    for (int y : {first + 2, image.height / 2, image.height - 1}) {
+        int x0 = 0, x1 = image.width - 1;
+        while (x0 < image.width && !lit(x0, y)) ++x0;
+        while (x1 >= 0 && !lit(x1, y)) --x1;
+        EXPECT_NEAR(x0, left, 1.5) << "row " << y;
+        EXPECT_NEAR(x1 + 1, right, 1.5) << "row " << y;
+    }
+}
+
 TEST_F(Bwrender, FaultsOfTheCommandLineAreNamed) {
     struct Case {
         std::vector<std::string> args;

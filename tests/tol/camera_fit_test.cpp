@@ -66,6 +66,20 @@ protected:
         double depth = dot(d, f);
         return std::fmax(std::fabs(dot(d, side) / depth - sx) / tx, std::fabs(dot(d, up) / depth - sy) / ty);
     }
+    // The same measure taken through the matrices the draw loads: the
+    // camera's view and the frustum of its extents.
+    double drawnReach(Vec p) {
+        float view[16], proj[16], l, r, b, t;
+        cameraViewMatrix(c, view);
+        cameraPerspectiveExtents(c, &l, &r, &b, &t);
+        frustumMatrix(l, r, b, t, c->nearClip, c->farClip, proj);
+        const double in[4] = {p.x, p.y, p.z, 1};
+        double eye[4], clip[4];
+        for (int i = 0; i < 4; ++i) eye[i] = view[i] * in[0] + view[4 + i] * in[1] + view[8 + i] * in[2] + view[12 + i];
+        for (int i = 0; i < 4; ++i)
+            clip[i] = proj[i] * eye[0] + proj[4 + i] * eye[1] + proj[8 + i] * eye[2] + proj[12 + i] * eye[3];
+        return std::fmax(std::fabs(clip[0] / clip[3]), std::fabs(clip[1] / clip[3]));
+    }
     // The outermost point of the models: their tessellation, else their mesh
     // or the grid's control points.
     double widest(Vec eye, const std::vector<Model *> &which) {
@@ -120,6 +134,18 @@ TEST_F(Fit, EveryPointInsideWithATenthToSpareOnAPlainAndAShiftedLens) {
     c->offsetLens = 1;
     fitAndCheck(0, models);
     EXPECT_LT(reach(vec(c->position), middle(0)), 1e-4);
+    // What is drawn is what the fit framed: the film's window, not the
+    // angle's, so the middle shows in the middle and every point as far out.
+    EXPECT_LT(drawnReach(middle(0)), 1e-4);
+    for (Model *m : models)
+        for (int i = 0; i < m->geometry.mesh->vertexCount; ++i) {
+            const float *q = m->geometry.mesh->vertices[i].pos;
+            const float (*g)[4] = m->globalMatrix;
+            const Vec w = {q[0] * g[0][0] + q[1] * g[1][0] + q[2] * g[2][0] + g[3][0],
+                           q[0] * g[0][1] + q[1] * g[1][1] + q[2] * g[2][1] + g[3][1],
+                           q[0] * g[0][2] + q[1] * g[1][2] + q[2] * g[2][2] + g[3][2]};
+            EXPECT_NEAR(drawnReach(w), reach(vec(c->position), w), 1e-4);
+        }
 }
 
 TEST_F(Fit, SelectedOnlyAndTheTessellationBeforeTheControlPoints) {

@@ -42,6 +42,7 @@ struct ExportSummary {
     int32_t materials = 0;    // glTF materials
     int32_t textures = 0;     // glTF textures
     int32_t channels = 0;     // animation channels
+    int32_t morphed = 0;      // meshes whose points move, written with a morph target a frame
 };
 
 // Writes the scene to `path`. 0 on success; 1 with `error` set to a line

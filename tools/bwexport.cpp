@@ -111,8 +111,9 @@ int main(int argc, char *argv[]) {
         fprintf(stderr, "%s\n", error.c_str());
         return 1;
     }
-    printf("%s: %d nodes, %d meshes, %lld triangles, %d materials, %d textures, %d channels over frames %d to %d\n",
-           out.c_str(), summary.nodes, summary.meshes, static_cast<long long>(summary.triangles), summary.materials,
-           summary.textures, summary.channels, first, last);
+    printf("%s: %d nodes, %d meshes (%d deforming), %lld triangles, %d materials, %d textures, %d channels over "
+           "frames %d to %d\n",
+           out.c_str(), summary.nodes, summary.meshes, summary.morphed, static_cast<long long>(summary.triangles),
+           summary.materials, summary.textures, summary.channels, first, last);
     return 0;
 }

@@ -41,7 +41,20 @@ struct NodeEntry {
     float extraScale[3];           // second scale of a mesh model at the first frame
     bool hasExtraScale;            // a mesh model drawn with a second scale
     std::vector<float> samples;    // SAMPLE_SIZE per frame
+    bool tessellated;              // a model whose first frame tessellated
+    int32_t pointCount;            // vertices of the model's first tessellation
+    int32_t triangleCount;         // its triangles
+    uint32_t stamp;                // the model's geometryStamp when it was last tessellated
+    bool retessellated;            // tessellated again after the first frame
+    bool pointsFixed;              // deformations are not written: kept as at the first frame
+    bool perCorner;                // points sampled a triangle corner each (the vertex count changed)
+    std::vector<uint32_t> corners; // first frame's vertex of each triangle corner
+    std::vector<float> points;     // once its points move: per frame, positions then normals, 3 floats each
 };
+
+// Beyond this many floats of sampled points a model's deformation is not
+// written: a quarter of a gigabyte in memory and as much again in the file.
+constexpr size_t POINTS_MOST = size_t{64} << 20;
 
 using Matrix = double[4][4];
 
@@ -196,6 +209,141 @@ bool moves(const std::vector<float> &samples, int first, int count) {
             if (std::fabs(a - b) > STILL * std::max(1.0, std::fabs(a))) return true;
         }
     return false;
+}
+
+// Positions (then normals) of the tessellation now standing, a vertex each,
+// or a triangle corner each.
+void pointsOf(const NodeEntry &n, std::vector<float> *out) {
+    const Model *m = n.model;
+    const float *scale = n.hasExtraScale ? n.extraScale : nullptr;
+    const size_t count = static_cast<size_t>(m->vertexCount);
+    std::vector<float> welded(count * 6);
+    exportPoints(m, scale, welded.data(), welded.data() + count * 3);
+    if (!n.perCorner) {
+        out->insert(out->end(), welded.begin(), welded.end());
+        return;
+    }
+    const size_t corners = static_cast<size_t>(m->triangleCount) * 3, at = out->size();
+    out->resize(at + corners * 6);
+    for (size_t c = 0; c < corners; ++c) {
+        const size_t v = static_cast<size_t>(m->triangles[c / 3].v[c % 3] - m->vertices);
+        for (size_t k = 0; k < 3; ++k) {
+            (*out)[at + 3 * c + k] = welded[3 * v + k];
+            (*out)[at + corners * 3 + 3 * c + k] = welded[count * 3 + 3 * v + k];
+        }
+    }
+}
+
+// Gives up the model's deformation with the reason: it stays as at the first
+// frame.
+void pointsGiveUp(ExportWork &w, NodeEntry &n, ExportDrop why) {
+    exportDrop(w, why);
+    n.pointsFixed = true;
+    std::vector<float>().swap(n.points);
+}
+
+// The positions and normals of a model's tessellation at the frame now
+// evaluated, appended to its samples. Nothing is kept until its points
+// first move (a deformation rewrites them, or the draw would tessellate it
+// again); the frames before then repeat the first frame's. Samples are a
+// vertex each while the tessellation keeps its vertex count, and a triangle
+// corner each (the first frame's corners standing for the frames before)
+// once a frame splits or joins vertices but keeps the triangles.
+void samplePoints(ExportWork &w, NodeEntry &n, size_t frame, size_t frames) {
+    Model *m = n.model;
+    if (n.kind != NODE_MODEL || !n.tessellated || n.pointsFixed) return;
+    const bool rewritten = m->geometryStamp != n.stamp || (m->displayFlags & MODEL_GEOMETRY_STALE);
+    if (!rewritten && n.points.empty()) return;
+    if (n.points.empty()) {
+        const size_t block = static_cast<size_t>(n.pointCount) * 6;
+        if (frames * block > POINTS_MOST) return pointsGiveUp(w, n, DROP_DEFORM_SIZE);
+        // The tessellation still standing is the first frame's.
+        n.corners.resize(static_cast<size_t>(n.triangleCount) * 3);
+        for (size_t c = 0; c < n.corners.size(); ++c)
+            n.corners[c] = static_cast<uint32_t>(m->triangles[c / 3].v[c % 3] - m->vertices);
+        n.points.reserve(frames * block);
+        pointsOf(n, &n.points);
+        const std::vector<float> first(n.points);
+        for (size_t f = 1; f < frame; ++f) n.points.insert(n.points.end(), first.begin(), first.end());
+    }
+    if (rewritten) {
+        n.stamp = m->geometryStamp;
+        n.retessellated = true;
+        if (tessellateModel(m, 2, 0, w.options.precision) != 0 || m->triangleCount != n.triangleCount)
+            return pointsGiveUp(w, n, DROP_DEFORM_COUNT);
+        m->displayFlags &= static_cast<uint8_t>(~MODEL_GEOMETRY_STALE);
+        if (!n.perCorner && m->vertexCount != n.pointCount) {
+            // Vertices split or joined: the frames so far, a corner each.
+            const size_t count = static_cast<size_t>(n.pointCount), corners = n.corners.size();
+            if (frames * corners * 6 > POINTS_MOST) return pointsGiveUp(w, n, DROP_DEFORM_SIZE);
+            std::vector<float> spread;
+            spread.reserve(frames * corners * 6);
+            for (size_t f = 0; f < frame; ++f) {
+                const float *p = &n.points[f * count * 6];
+                for (int run = 0; run < 2; ++run)
+                    for (size_t c = 0; c < corners; ++c)
+                        spread.insert(spread.end(), p + run * count * 3 + 3 * n.corners[c],
+                                      p + run * count * 3 + 3 * n.corners[c] + 3);
+            }
+            n.points.swap(spread);
+            n.perCorner = true;
+        }
+    }
+    pointsOf(n, &n.points);
+}
+
+// A model whose points moved: one morph target a frame after the first (the
+// mesh itself), and a weights channel that turns frame k's target fully on at
+// frame k, so that the file plays the sampled points frame for frame.
+size_t pointsBlock(const NodeEntry &n) {
+    return (n.perCorner ? static_cast<size_t>(n.triangleCount) * 3 : static_cast<size_t>(n.pointCount)) * 6;
+}
+
+// Whether the sampled points of a model move away from its first frame's.
+bool pointsMove(const NodeEntry &n, size_t frames) {
+    const size_t block = pointsBlock(n);
+    if (n.points.empty() || n.points.size() != frames * block) return false;
+    const float *base = n.points.data();
+    for (size_t i = block; i < n.points.size(); ++i)
+        if (std::fabs(n.points[i] - base[i % block]) > STILL * std::max(1.0f, std::fabs(base[i % block])))
+            return true;
+    return false;
+}
+
+void writeMorphs(ExportWork &w, const NodeEntry &n, int meshIndex, size_t frames, int timeAccessor, int node,
+                 tinygltf::Animation *animation) {
+    const size_t block = pointsBlock(n), half = block / 2;
+    const float *base = n.points.data();
+    tinygltf::Mesh &mesh = w.gltf.meshes[static_cast<size_t>(meshIndex)];
+    std::vector<float> delta(half);
+    for (size_t f = 1; f < frames; ++f) {
+        const float *now = base + f * block;
+        std::map<std::string, int> target;
+        for (int run = 0; run < 2; ++run) {  // positions, then normals
+            for (size_t i = 0; i < half; ++i) delta[i] = now[run * half + i] - base[run * half + i];
+            std::vector<double> lo, hi;
+            if (run == 0) exportBounds(delta.data(), half / 3, &lo, &hi);
+            target[run == 0 ? "POSITION" : "NORMAL"] =
+                exportAccessor(w, delta.data(), half / 3, TINYGLTF_TYPE_VEC3, TINYGLTF_COMPONENT_TYPE_FLOAT,
+                               TINYGLTF_TARGET_ARRAY_BUFFER, lo, hi);
+        }
+        for (tinygltf::Primitive &prim : mesh.primitives) prim.targets.push_back(target);
+    }
+    const size_t targets = frames - 1;
+    mesh.weights.assign(targets, 0.0);
+    std::vector<float> weights(frames * targets, 0.0f);
+    for (size_t f = 1; f < frames; ++f) weights[f * targets + (f - 1)] = 1.0f;
+    tinygltf::AnimationSampler sampler;
+    sampler.input = timeAccessor;
+    sampler.output = exportAccessor(w, weights.data(), weights.size(), TINYGLTF_TYPE_SCALAR,
+                                    TINYGLTF_COMPONENT_TYPE_FLOAT, 0);
+    sampler.interpolation = "LINEAR";
+    tinygltf::AnimationChannel channel;
+    channel.sampler = static_cast<int>(animation->samplers.size());
+    channel.target_node = node;
+    channel.target_path = "weights";
+    animation->samplers.push_back(sampler);
+    animation->channels.push_back(channel);
 }
 
 // The model nodes of the tree under `model`, parents before children.
@@ -360,10 +508,15 @@ int exportGltf(const ExportSource &source, const char *path, const ExportOptions
             auto named = names.find(m);
             node.name = named != names.end() ? named->second : m->name ? m->name : "";
             if (!m->visible) exportDrop(w, DROP_HIDDEN);
-            if (m->shapeCount > 0 || m->clusterCount > 0) exportDrop(w, DROP_SHAPES);
-            if (tessellateModel(m, 2, 0, options.precision) == 0)
-                node.mesh = exportMesh(w, m, n.hasExtraScale ? n.extraScale : nullptr, &sum.vertices, &sum.triangles);
-            if (node.mesh >= 0) ++sum.meshes;
+            // Meshes are written once the frames are sampled and it is known
+            // whose points move.
+            if (tessellateModel(m, 2, 0, options.precision) == 0) {
+                n.tessellated = true;
+                n.pointCount = m->vertexCount;
+                n.triangleCount = m->triangleCount;
+                n.stamp = m->geometryStamp;
+                m->displayFlags &= static_cast<uint8_t>(~MODEL_GEOMETRY_STALE);
+            }
         } else if (n.kind == NODE_CAMERA) {
             const Camera &c = *n.camera;
             tinygltf::Camera camera;
@@ -412,6 +565,9 @@ int exportGltf(const ExportSource &source, const char *path, const ExportOptions
         if (f != first && source.eval(source.user, f) != 0)
             return fail("bwexport: the scene cannot be evaluated at frame " + std::to_string(f));
         sampleNodes(w, nodes);
+        tessDictionarySet(dict);
+        for (NodeEntry &n : nodes) samplePoints(w, n, static_cast<size_t>(f - first), static_cast<size_t>(frames));
+        tessDictionarySet(nullptr);
         if (progress && ((f - first) % 10 == 0 || f == last))
             fprintf(stderr, "\rbwexport: frame %d, %d of %d", f, f - first + 1, frames);
     }
@@ -458,6 +614,37 @@ int exportGltf(const ExportSource &source, const char *path, const ExportOptions
             animation.channels.push_back(channel);
         }
     }
+    // Meshes: a model whose tessellation was given up after the first frame
+    // is tessellated again at the first frame; one whose points move is
+    // written from its first frame's samples, with its morph targets.
+    tessDictionarySet(dict);
+    bool again = false;
+    for (const NodeEntry &n : nodes) again = again || (n.retessellated && !pointsMove(n, static_cast<size_t>(frames)));
+    if (again && source.eval && source.eval(source.user, first) != 0)
+        return fail("bwexport: the scene cannot be evaluated at frame " + std::to_string(first));
+    for (size_t i = 0; i < nodes.size(); ++i) {
+        NodeEntry &n = nodes[i];
+        if (n.kind != NODE_MODEL || !n.tessellated) continue;
+        const float *scale = n.hasExtraScale ? n.extraScale : nullptr;
+        const bool morphs = pointsMove(n, static_cast<size_t>(frames));
+        if (!morphs && n.retessellated && tessellateModel(n.model, 2, 0, options.precision) != 0) continue;
+        ExportBase base{n.perCorner, n.points.data(), n.points.data() + pointsBlock(n) / 2};
+        const int mesh = exportMesh(w, n.model, scale, morphs ? &base : nullptr, &sum.vertices, &sum.triangles);
+        if (mesh < 0) continue;
+        w.gltf.nodes[i].mesh = mesh;
+        ++sum.meshes;
+        if (morphs) {
+            if (timeAccessor < 0)
+                timeAccessor = exportAccessor(w, times.data(), times.size(), TINYGLTF_TYPE_SCALAR,
+                                              TINYGLTF_COMPONENT_TYPE_FLOAT, 0, {times.front()}, {times.back()});
+            writeMorphs(w, n, mesh, static_cast<size_t>(frames), timeAccessor, static_cast<int>(i), &animation);
+            ++sum.morphed;
+        }
+        std::vector<float>().swap(n.points);
+    }
+    tessDictionarySet(nullptr);
+    if (again && source.eval && last != first && source.eval(source.user, last) != 0)
+        return fail("bwexport: the scene cannot be evaluated at frame " + std::to_string(last));
     sum.channels = static_cast<int32_t>(animation.channels.size());
     if (!animation.channels.empty()) w.gltf.animations.push_back(std::move(animation));
 

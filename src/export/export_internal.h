@@ -25,7 +25,8 @@ struct Texture2D;
     DROP_ROW(DROP_SEQUENCE, "picture sequences and live video: the first picture stands for them")          \
     DROP_ROW(DROP_CROP, "texture crops, tiles and mirrors: the whole picture is mapped")                    \
     DROP_ROW(DROP_SHADERS, "custom shaders: not written")                                                   \
-    DROP_ROW(DROP_SHAPES, "shape and cluster animation: not written")                                       \
+    DROP_ROW(DROP_DEFORM_COUNT, "deformed surfaces whose vertex count changes: kept as at the first frame")  \
+    DROP_ROW(DROP_DEFORM_SIZE, "deformations over 64 million values: kept as at the first frame")            \
     DROP_ROW(DROP_SHEAR, "sheared transforms: the shear is lost")                                           \
     DROP_ROW(DROP_HIDDEN, "hidden models: written as shown")                                                \
     DROP_ROW(DROP_EXTRA_SCALE, "animated second scale of mesh models: kept at the first frame")             \
@@ -60,6 +61,22 @@ int exportView(ExportWork &w, const void *data, size_t size, int target);
 int exportAccessor(ExportWork &w, const void *data, size_t count, int type, int componentType, int target,
                    const std::vector<double> &minValues = {}, const std::vector<double> &maxValues = {});
 
+// The tessellated model's positions and normals (3 floats a vertex each, as
+// many as its vertices), `extraScale` (may be null) baked in.
+void exportPoints(const Model *model, const float *extraScale, float *pos, float *normal);
+// The least and greatest x, y and z of `count` points (zeros for none).
+void exportBounds(const float *values, size_t count, std::vector<double> *lo, std::vector<double> *hi);
+
+// Positions and normals a mesh is written with instead of its model's
+// tessellation (3 floats each): a vertex each, or a triangle corner each.
+struct ExportBase {
+    bool perCorner;       // one vertex a triangle corner, in triangle order
+    const float *pos;     // positions
+    const float *normal;  // normals
+};
+
 // The mesh of a tessellated model, -1 when it has no triangles to write.
-// `extraScale` (may be null) is baked into the positions and normals.
-int exportMesh(ExportWork &w, Model *model, const float *extraScale, int64_t *vertices, int64_t *triangles);
+// `extraScale` (may be null) is baked into the positions and normals; `base`
+// (may be null) gives them instead.
+int exportMesh(ExportWork &w, Model *model, const float *extraScale, const ExportBase *base, int64_t *vertices,
+               int64_t *triangles);

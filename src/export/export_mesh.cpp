@@ -164,21 +164,13 @@ int materialOf(ExportWork &w, const Material *record, int texture) {
 
 }  // namespace
 
-int exportMesh(ExportWork &w, Model *model, const float *extraScale, int64_t *vertexTotal, int64_t *triangleTotal) {
-    if (!model->vertices || !model->triangles || model->triangleCount <= 0) return -1;
-    const int32_t n = model->vertexCount;
+void exportPoints(const Model *model, const float *extraScale, float *pos, float *normal) {
     const TessVertex *vs = model->vertices;
-    // Positions and normals, shared by the primitives of every material.
-    std::vector<float> pos(static_cast<size_t>(n) * 3), normal(static_cast<size_t>(n) * 3);
-    std::vector<double> lo(3, 1e300), hi(3, -1e300);
-    for (int32_t i = 0; i < n; ++i) {
+    for (int32_t i = 0; i < model->vertexCount; ++i) {
         double len = 0.0;
         for (int k = 0; k < 3; ++k) {
             const float s = extraScale ? extraScale[k] : 1.0f;
-            const float p = vs[i].pos[k] * s;
-            pos[3 * i + k] = p;
-            lo[k] = std::min(lo[k], static_cast<double>(p));
-            hi[k] = std::max(hi[k], static_cast<double>(p));
+            pos[3 * i + k] = vs[i].pos[k] * s;
             const double c = vs[i].normal[k] / static_cast<double>(s);
             normal[3 * i + k] = static_cast<float>(c);
             len += c * c;
@@ -187,6 +179,37 @@ int exportMesh(ExportWork &w, Model *model, const float *extraScale, int64_t *ve
         for (int k = 0; k < 3 && extraScale && len > 0.0; ++k)
             normal[3 * i + k] = static_cast<float>(normal[3 * i + k] / len);
     }
+}
+
+void exportBounds(const float *values, size_t count, std::vector<double> *lo, std::vector<double> *hi) {
+    lo->assign(3, count ? 1e300 : 0.0);
+    hi->assign(3, count ? -1e300 : 0.0);
+    for (size_t i = 0; i < count; ++i)
+        for (size_t k = 0; k < 3; ++k) {
+            (*lo)[k] = std::min((*lo)[k], static_cast<double>(values[3 * i + k]));
+            (*hi)[k] = std::max((*hi)[k], static_cast<double>(values[3 * i + k]));
+        }
+}
+
+int exportMesh(ExportWork &w, Model *model, const float *extraScale, const ExportBase *base, int64_t *vertexTotal,
+               int64_t *triangleTotal) {
+    if (!model->vertices || !model->triangles || model->triangleCount <= 0) return -1;
+    const bool perCorner = base && base->perCorner;
+    const int32_t n = perCorner ? model->triangleCount * 3 : model->vertexCount;
+    // The tessellation's vertex behind each vertex written.
+    std::vector<const TessVertex *> vs(static_cast<size_t>(n));
+    for (int32_t i = 0; i < n; ++i)
+        vs[static_cast<size_t>(i)] = perCorner ? model->triangles[i / 3].v[i % 3] : &model->vertices[i];
+    // Positions and normals, shared by the primitives of every material.
+    std::vector<float> pos(static_cast<size_t>(n) * 3), normal(static_cast<size_t>(n) * 3);
+    if (base) {
+        std::copy(base->pos, base->pos + pos.size(), pos.begin());
+        std::copy(base->normal, base->normal + normal.size(), normal.begin());
+    } else {
+        exportPoints(model, extraScale, pos.data(), normal.data());
+    }
+    std::vector<double> lo, hi;
+    exportBounds(pos.data(), static_cast<size_t>(n), &lo, &hi);
     const int posAccessor = exportAccessor(w, pos.data(), static_cast<size_t>(n), TINYGLTF_TYPE_VEC3,
                                            TINYGLTF_COMPONENT_TYPE_FLOAT, TINYGLTF_TARGET_ARRAY_BUFFER, lo, hi);
     const int normalAccessor = exportAccessor(w, normal.data(), static_cast<size_t>(n), TINYGLTF_TYPE_VEC3,
@@ -199,7 +222,8 @@ int exportMesh(ExportWork &w, Model *model, const float *extraScale, int64_t *ve
         const TessTriangle &tri = model->triangles[t];
         auto &list = indices[tri.material];
         if (list.empty()) order.push_back(tri.material);
-        for (int k = 0; k < 3; ++k) list.push_back(static_cast<uint32_t>(tri.v[k] - vs));
+        for (int k = 0; k < 3; ++k)
+            list.push_back(perCorner ? static_cast<uint32_t>(3 * t + k) : static_cast<uint32_t>(tri.v[k] - model->vertices));
     }
     tinygltf::Mesh mesh;
     mesh.name = model->name ? model->name : "";
@@ -225,7 +249,7 @@ int exportMesh(ExportWork &w, Model *model, const float *extraScale, int64_t *ve
             std::vector<float> uv(static_cast<size_t>(n) * 2);
             for (int32_t i = 0; i < n; ++i) {
                 float p[2];
-                stripVertexUv(texture, &vs[i], p, nullptr);
+                stripVertexUv(texture, vs[static_cast<size_t>(i)], p, nullptr);
                 uv[2 * i] = p[0];
                 uv[2 * i + 1] = 1.0f - p[1];
             }
@@ -237,7 +261,7 @@ int exportMesh(ExportWork &w, Model *model, const float *extraScale, int64_t *ve
             std::vector<float> colour(static_cast<size_t>(n) * 3);
             for (int32_t i = 0; i < n; ++i)
                 for (int k = 0; k < 3; ++k) {
-                    float c = static_cast<float>((vs[i].colour >> (8 * k)) & 0xFF) * COLOUR_SCALE;
+                    float c = static_cast<float>((vs[static_cast<size_t>(i)]->colour >> (8 * k)) & 0xFF) * COLOUR_SCALE;
                     if (mat.vertexColourMode == VERTEX_COLOUR_ADD) c += mat.diffuse[k];
                     colour[3 * i + k] = std::min(1.0f, c);
                 }

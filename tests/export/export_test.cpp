@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <tiny_gltf.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -15,13 +17,14 @@
 #include "capture.h"
 #include "dictionary.h"
 #include "export.h"
+#include "graphic.h"
 #include "model.h"
 #include "run_viewer.h"
 #include "tol.h"
 
 namespace {
 
-const char *const demoScenes[] = {"demo", "intro", "gallery", "wave", "steer", "rig"};
+const char *const demoScenes[] = {"demo", "intro", "gallery", "wave", "steer", "rig", "figure", "deform", "facade"};
 
 struct SceneEval {
     TOL_Scene *scene;
@@ -78,8 +81,15 @@ protected:
     }
     static void TearDownTestSuite() { delete dir; }
 
-    // Loads a scene, exports it and reads the file back.
+    // Loads a scene, exports it and reads the file back; then loads it
+    // afresh, so that the test's frames are evaluated from the same start as
+    // the export's (a chain's solve starts from its last pose).
     void exportScene(const char *name, tinygltf::Model *back) {
+        load(name);
+        exportLoaded(name, back);
+        load(name);
+    }
+    void load(const char *name) {
         ASSERT_EQ(TOL_sceneCreate(&scene), 0);
         ASSERT_EQ(TOL_sceneSetCurrent(&scene), 0);
         ASSERT_EQ(TOL_sceneLoad(&db, name, &scene), 0);
@@ -92,6 +102,8 @@ protected:
         source.frameRate = eval.rate;
         source.eval = evalFrame;
         source.user = &eval;
+    }
+    void exportLoaded(const char *name, tinygltf::Model *back) {
         const std::string path = dir->path() + "/" + name + ".glb";
         std::string error;
         bwtest::StreamCapture err(stderr);
@@ -128,7 +140,8 @@ TEST_F(Export, ModelsKeepTheirNamesHierarchyAndTessellation) {
     for (const char *name : demoScenes) {
         SCOPED_TRACE(name);
         tinygltf::Model g;
-        exportScene(name, &g);
+        load(name);
+        exportLoaded(name, &g);  // the models keep the export's tessellation
         const auto byName = nodesByName(g);
         Chapter *models = dictChapter(dict, CHP_MODELS);
         ASSERT_NE(models, nullptr);
@@ -150,14 +163,19 @@ TEST_F(Export, ModelsKeepTheirNamesHierarchyAndTessellation) {
             }
             for (int c : node.children) have.push_back(g.nodes[static_cast<size_t>(c)].name);
             EXPECT_EQ(have, want) << elemName;
-            // Every primitive of the mesh carries the tessellation's vertices.
+            // Every primitive of the mesh carries the tessellation's vertices,
+            // or, deformed past a split of its vertices, a vertex a corner.
             if (m->triangleCount > 0) {
                 ASSERT_GE(node.mesh, 0) << elemName;
-                for (const tinygltf::Primitive &p : g.meshes[static_cast<size_t>(node.mesh)].primitives) {
-                    EXPECT_EQ(g.accessors[static_cast<size_t>(p.attributes.at("POSITION"))].count,
-                              static_cast<size_t>(m->vertexCount));
-                    EXPECT_EQ(g.accessors[static_cast<size_t>(p.attributes.at("NORMAL"))].count,
-                              static_cast<size_t>(m->vertexCount));
+                const tinygltf::Mesh &mesh = g.meshes[static_cast<size_t>(node.mesh)];
+                const bool corners = !mesh.weights.empty() &&
+                                     g.accessors[static_cast<size_t>(mesh.primitives[0].attributes.at("POSITION"))]
+                                             .count == static_cast<size_t>(m->triangleCount) * 3;
+                const size_t count = static_cast<size_t>(corners ? m->triangleCount * 3 : m->vertexCount);
+                vertices += static_cast<int64_t>(count) - m->vertexCount;
+                for (const tinygltf::Primitive &p : mesh.primitives) {
+                    EXPECT_EQ(g.accessors[static_cast<size_t>(p.attributes.at("POSITION"))].count, count);
+                    EXPECT_EQ(g.accessors[static_cast<size_t>(p.attributes.at("NORMAL"))].count, count);
                 }
             } else {
                 EXPECT_EQ(node.mesh, -1) << elemName;
@@ -194,6 +212,7 @@ TEST_F(Export, EveryAnimationSampleIsTheLayersGlobalMatrixAtItsFrame) {
         }
         for (const tinygltf::Animation &a : g.animations)
             for (const tinygltf::AnimationChannel &c : a.channels) {
+                if (c.target_path == "weights") continue;  // points, not the node's matrix
                 ++channelsSeen;
                 const tinygltf::AnimationSampler &s = a.samplers[static_cast<size_t>(c.sampler)];
                 ASSERT_EQ(g.accessors[static_cast<size_t>(s.input)].count, static_cast<size_t>(frames));
@@ -234,6 +253,78 @@ TEST_F(Export, EveryAnimationSampleIsTheLayersGlobalMatrixAtItsFrame) {
     }
     // The demo moves: the cube turns, the rig's rider goes round its track.
     EXPECT_GT(channelsSeen, 4);
+}
+
+TEST_F(Export, DeformedPointsPlayFrameForFrame) {
+    // The skin and shape keys of "figure", the lattice, surface deformation
+    // and wave of "deform": at each frame the file's points (the mesh plus
+    // its targets at the weights sampled for that frame) are the triangles
+    // the tessellation makes of the evaluated scene.
+    for (const char *name : {"figure", "deform"}) {
+        SCOPED_TRACE(name);
+        tinygltf::Model g;
+        exportScene(name, &g);
+        const int frames = source.lastFrame - source.firstFrame + 1;
+        std::map<int, const float *> weightsOf;  // node, its weights channel's samples
+        for (const tinygltf::Animation &a : g.animations)
+            for (const tinygltf::AnimationChannel &c : a.channels)
+                if (c.target_path == "weights")
+                    weightsOf[c.target_node] = accessorData<float>(g, a.samplers[static_cast<size_t>(c.sampler)].output);
+        EXPECT_EQ(static_cast<int>(weightsOf.size()), summary.morphed);
+        ASSERT_GE(weightsOf.size(), 2u);
+        const auto byName = nodesByName(g);
+        Chapter *models = dictChapter(dict, CHP_MODELS);
+        for (int f = 0; f < frames; ++f) {
+            ASSERT_EQ(evalFrame(&eval, source.firstFrame + f), 0);
+            if (f % 7 != 0 && f != frames - 1) continue;
+            tessDictionarySet(dict);
+            for (int32_t i = 0; i < models->elementCount; ++i) {
+                const Element &e = models->elements[i];
+                Model *m = static_cast<Model *>(e.data);
+                if (e.deleted != ELEM_LIVE || !m) continue;
+                const std::string elemName = e.name->prefix.empty() ? e.name->name : e.name->prefix + "-" + e.name->name;
+                const int node = byName.at(elemName);
+                if (!weightsOf.count(node)) continue;
+                const tinygltf::Mesh &mesh = g.meshes[static_cast<size_t>(g.nodes[static_cast<size_t>(node)].mesh)];
+                ASSERT_EQ(mesh.primitives[0].targets.size(), static_cast<size_t>(frames - 1));
+                // The file's corners at this frame.
+                std::vector<std::array<double, 3>> file;
+                for (const tinygltf::Primitive &p : mesh.primitives) {
+                    const tinygltf::Accessor &ia = g.accessors[static_cast<size_t>(p.indices)];
+                    const uint32_t *idx = accessorData<uint32_t>(g, p.indices);
+                    const float *base = accessorData<float>(g, p.attributes.at("POSITION"));
+                    for (size_t c = 0; c < ia.count; ++c) {
+                        std::array<double, 3> q{};
+                        for (int k = 0; k < 3; ++k) q[k] = base[3 * idx[c] + k];
+                        for (size_t t = 0; t < p.targets.size(); ++t) {
+                            const double wt = weightsOf[node][static_cast<size_t>(f) * p.targets.size() + t];
+                            if (wt == 0.0) continue;
+                            const float *d = accessorData<float>(g, p.targets[t].at("POSITION"));
+                            for (int k = 0; k < 3; ++k) q[k] += wt * d[3 * idx[c] + k];
+                        }
+                        file.push_back(q);
+                    }
+                }
+                // The tessellation's corners, with the second scale the draw gives a mesh.
+                ASSERT_EQ(tessellateModel(m, 2, 0, 0), 0);
+                float scale[3] = {1, 1, 1};
+                if (!modelExtraScale(m, scale)) scale[0] = scale[1] = scale[2] = 1;
+                std::vector<std::array<double, 3>> want;
+                for (int32_t t = 0; t < m->triangleCount; ++t)
+                    for (int k = 0; k < 3; ++k) {
+                        const float *p = m->triangles[t].v[k]->pos;
+                        want.push_back({p[0] * scale[0], p[1] * scale[1], p[2] * scale[2]});
+                    }
+                std::sort(file.begin(), file.end());
+                std::sort(want.begin(), want.end());
+                ASSERT_EQ(file.size(), want.size()) << elemName;
+                for (size_t c = 0; c < file.size(); ++c)
+                    for (int k = 0; k < 3; ++k)
+                        ASSERT_NEAR(file[c][k], want[c][k], 1e-5) << elemName << " frame " << source.firstFrame + f;
+            }
+            tessDictionarySet(nullptr);
+        }
+    }
 }
 
 TEST_F(Export, QuaternionsFollowTheEulerOrder) {

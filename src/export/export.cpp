@@ -292,9 +292,7 @@ void samplePoints(ExportWork &w, NodeEntry &n, size_t frame, size_t frames) {
     pointsOf(n, &n.points);
 }
 
-// A model whose points moved: one morph target a frame after the first (the
-// mesh itself), and a weights channel that turns frame k's target fully on at
-// frame k, so that the file plays the sampled points frame for frame.
+// Floats a frame of a model's sampled points takes.
 size_t pointsBlock(const NodeEntry &n) {
     return (n.perCorner ? static_cast<size_t>(n.triangleCount) * 3 : static_cast<size_t>(n.pointCount)) * 6;
 }
@@ -310,6 +308,9 @@ bool pointsMove(const NodeEntry &n, size_t frames) {
     return false;
 }
 
+// A model whose points moved: one morph target a frame after the first (the
+// mesh itself), and a weights channel that turns frame k's target fully on at
+// frame k, so that the file plays the sampled points frame for frame.
 void writeMorphs(ExportWork &w, const NodeEntry &n, int meshIndex, size_t frames, int timeAccessor, int node,
                  tinygltf::Animation *animation) {
     const size_t block = pointsBlock(n), half = block / 2;
@@ -628,7 +629,8 @@ int exportGltf(const ExportSource &source, const char *path, const ExportOptions
         const float *scale = n.hasExtraScale ? n.extraScale : nullptr;
         const bool morphs = pointsMove(n, static_cast<size_t>(frames));
         if (!morphs && n.retessellated && tessellateModel(n.model, 2, 0, options.precision) != 0) continue;
-        ExportBase base{n.perCorner, n.points.data(), n.points.data() + pointsBlock(n) / 2};
+        ExportBase base{n.perCorner, nullptr, nullptr};
+        if (morphs) base.pos = n.points.data(), base.normal = base.pos + pointsBlock(n) / 2;
         const int mesh = exportMesh(w, n.model, scale, morphs ? &base : nullptr, &sum.vertices, &sum.triangles);
         if (mesh < 0) continue;
         w.gltf.nodes[i].mesh = mesh;

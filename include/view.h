@@ -77,9 +77,13 @@ struct ViewFrustum {
 };
 extern ViewFrustum g_lastFrustum;
 
-// Unjittered extents of a perspective camera at its near plane: from its
-// shifted film back when it has one (offsetLens, with a focal length and film
-// sizes above 0), else from its angle and aspect.
+// The window a perspective camera sees through, at `distance` ahead of the
+// eye: from its shifted film back when it has one (offsetLens, with a focal
+// length and film sizes above 0), else from its angle and aspect. The draw
+// takes it at the near plane, the fit at distance 1 (its tangents).
+void cameraPerspectiveWindow(const Camera *camera, float distance, float *left, float *right, float *bottom,
+                             float *top);
+// Unjittered extents of a perspective camera at its near plane.
 void cameraPerspectiveExtents(const Camera *camera, float *left, float *right, float *bottom,
                               float *top);
 // Column-major (OpenGL order) matrices, the same that glFrustum and glOrtho make.

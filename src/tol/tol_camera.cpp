@@ -304,28 +304,23 @@ int fitCamera(Camera &camera, Dictionary *dict, int selectedOnly, float bbmin[3]
         for (int k = 0; k < 3; ++k) f.axis[i][k] = c.viewMatrix[i][k];
     memcpy(f.origin, c.position, sizeof f.origin);
     f.best = -1e8f;
-    const float focal = c.lens[0], halfWidth = c.lens[1] / 2.0f, halfHeight = c.lens[2] / 2.0f;
-    if (c.offsetLens && focal > 0.0f && halfWidth > 0.0f && halfHeight > 0.0f) {
-        // A shifted film back sees through a window off the axis: its centre
-        // line leans by shift / focal length in the camera's x and y. The eye
-        // first steps aside by that lean at the interest's distance, so that
-        // the line passes through the middle of the box. Measured across the
-        // leaning line (a shear of camera space, which keeps the window's
-        // edges straight), the edges lie at the film's half-sizes over the
-        // focal length, whatever the shift: those are the tangents, and moving
-        // the eye back along the line scales the picture about its centre as
-        // the plain lens does about the axis.
-        const float lean[2] = {c.lens[3] / focal, c.lens[4] / focal};
-        for (int k = 0; k < 3; ++k)
-            f.origin[k] -= r * (lean[0] * f.axis[0][k] + lean[1] * f.axis[1][k]);
-        f.shear[0] = lean[0];
-        f.shear[1] = lean[1];
-        f.tx = halfWidth / focal;
-        f.ty = halfHeight / focal;
-    } else {
-        f.ty = std::tan(c.fieldOfView / 2.0f);
-        f.tx = f.ty * c.aspect;
-    }
+    // The window the draw sees through, at unit distance. A shifted film
+    // back sees through a window off the axis: its centre line leans in the
+    // camera's x and y (a plain lens: not at all). The eye first steps aside
+    // by that lean at the interest's distance, so that the line passes
+    // through the middle of the box. Measured across the leaning line (a
+    // shear of camera space, which keeps the window's edges straight), the
+    // edges lie at the window's half-sizes whatever the shift: those are the
+    // tangents, and moving the eye back along the line scales the picture
+    // about its centre as the plain lens does about the axis.
+    float left, right, bottom, top;
+    cameraPerspectiveWindow(&c, 1.0f, &left, &right, &bottom, &top);
+    const float lean[2] = {(left + right) / 2.0f, (bottom + top) / 2.0f};
+    for (int k = 0; k < 3; ++k) f.origin[k] -= r * (lean[0] * f.axis[0][k] + lean[1] * f.axis[1][k]);
+    f.shear[0] = lean[0];
+    f.shear[1] = lean[1];
+    f.tx = (right - left) / 2.0f;
+    f.ty = (top - bottom) / 2.0f;
     if (!(f.tx > 0.0f) || !(f.ty > 0.0f)) return 0;
 
     // Points come from the models alone: the scene's select list holds its

@@ -37,14 +37,14 @@ void loadView(Camera *camera, float shift) {
 
 }  // namespace
 
-void cameraPerspectiveExtents(const Camera *camera, float *left, float *right, float *bottom,
-                              float *top) {
+void cameraPerspectiveWindow(const Camera *camera, float distance, float *left, float *right, float *bottom,
+                             float *top) {
     const float *lens = camera->lens;  // focal length, film width, film height, two shifts
     if (camera->offsetLens && lens[0] > 0.0f && lens[1] > 0.0f && lens[2] > 0.0f) {
         // A shifted film back: the window the film cuts at the focal length,
-        // brought to the near plane, its centre moved by the shifts. The
-        // film's own shape is the picture's; the window's aspect plays no part.
-        const double k = camera->nearClip / static_cast<double>(lens[0]);
+        // brought to the distance, its centre moved by the shifts. The film's
+        // own shape is the picture's; the window's aspect plays no part.
+        const double k = distance / static_cast<double>(lens[0]);
         const double halfWidth = k * lens[1] * 0.5, halfHeight = k * lens[2] * 0.5;
         const double cx = k * lens[3], cy = k * lens[4];
         *left = static_cast<float>(cx - halfWidth);
@@ -54,11 +54,15 @@ void cameraPerspectiveExtents(const Camera *camera, float *left, float *right, f
         return;
     }
     double half = camera->fieldOfView * 0.5;
-    double t = camera->nearClip / (std::cos(half) / std::sin(half));
+    double t = distance / (std::cos(half) / std::sin(half));
     *top = static_cast<float>(t);
     *bottom = -*top;
     *right = static_cast<float>(camera->aspect * t);
     *left = -*right;
+}
+
+void cameraPerspectiveExtents(const Camera *camera, float *left, float *right, float *bottom, float *top) {
+    cameraPerspectiveWindow(camera, camera->nearClip, left, right, bottom, top);
 }
 
 void frustumMatrix(float l, float r, float b, float t, float n, float f, float m[16]) {
